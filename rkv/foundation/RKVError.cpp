@@ -1,0 +1,28 @@
+#include "rkv/foundation/RKVError.h"
+
+#include <fmt/format.h>
+
+#include <utility>
+
+namespace rkv {
+
+RKVError::RKVError(std::string domain, int64_t code, std::optional<std::string> description,
+                   std::shared_ptr<const RKVVASTError> vastError)
+    : domain(std::move(domain)),
+      code(code),
+      localizedDescription(std::move(description)),
+      vastError(std::move(vastError)) {}
+
+std::string RKVError::description() const {
+  if (localizedDescription) {
+    return fmt::format("Error Domain={} Code={} \"{}\"", domain, code, *localizedDescription);
+  }
+  return fmt::format("Error Domain={} Code={}", domain, code);
+}
+
+bool operator==(const RKVError& a, const RKVError& b) {
+  return a.domain == b.domain && a.code == b.code &&
+         a.localizedDescription == b.localizedDescription;
+}
+
+}  // namespace rkv
