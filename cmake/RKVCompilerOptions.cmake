@@ -9,7 +9,7 @@ endif()
 # Applied to the project's own targets (not to third-party code).
 add_library(rkv_warnings INTERFACE)
 target_compile_options(rkv_warnings INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor
-  -Wold-style-cast -Wcast-align -Woverloaded-virtual -Wnull-dereference -Wimplicit-fallthrough)
+  -Wold-style-cast -Wcast-align -Woverloaded-virtual -Wimplicit-fallthrough)
 if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
   target_compile_options(rkv_warnings INTERFACE -Wthread-safety)
 endif()

@@ -6,12 +6,13 @@
 
 namespace rkv {
 
-RKVError::RKVError(std::string domain, int64_t code, std::optional<std::string> description,
-                   std::shared_ptr<const RKVVASTError> vastError)
-    : domain(std::move(domain)),
-      code(code),
+RKVError::RKVError(std::string errorDomain, int64_t errorCode,
+                   std::optional<std::string> description,
+                   std::shared_ptr<const RKVVASTError> originatingError)
+    : domain(std::move(errorDomain)),
+      code(errorCode),
       localizedDescription(std::move(description)),
-      vastError(std::move(vastError)) {}
+      vastError(std::move(originatingError)) {}
 
 std::string RKVError::description() const {
   if (localizedDescription) {
