@@ -1,0 +1,268 @@
+#include "rkv/xml/internal/RKVXMLTreeBuilder.h"
+
+#include <cstdint>
+
+namespace rkv::internal {
+
+namespace {
+
+// Length of the white-space or line-break character that ends at `end` (exclusive), or 0.
+size_t trailingSpaceLength(const std::string& s, size_t end) {
+  auto byte = [&](size_t i) { return static_cast<uint8_t>(s[i]); };
+  uint8_t last = byte(end - 1);
+  if (last == ' ' || (last >= 0x09 && last <= 0x0D)) return 1;
+  if (last < 0x80) return 0;
+  if (end >= 2 && byte(end - 2) == 0xC2 && (last == 0x85 || last == 0xA0)) return 2;
+  if (end >= 3) {
+    uint8_t a = byte(end - 3), b = byte(end - 2);
+    if (a == 0xE1 && b == 0x9A && last == 0x80) return 3;  // U+1680
+    if (a == 0xE2 && b == 0x80 && (last <= 0x8A || last == 0xA8 || last == 0xA9 || last == 0xAF))
+      return 3;  // U+2000..U+200A, U+2028, U+2029, U+202F
+    if (a == 0xE2 && b == 0x81 && last == 0x9F) return 3;  // U+205F
+    if (a == 0xE3 && b == 0x80 && last == 0x80) return 3;  // U+3000
+  }
+  return 0;
+}
+
+// Length of the white-space or line-break character that starts at `begin`, or 0.
+size_t leadingSpaceLength(const std::string& s, size_t begin) {
+  auto byte = [&](size_t i) { return static_cast<uint8_t>(s[i]); };
+  size_t n = s.size() - begin;
+  uint8_t first = byte(begin);
+  if (first == ' ' || (first >= 0x09 && first <= 0x0D)) return 1;
+  if (first < 0x80) return 0;
+  if (n >= 2 && first == 0xC2 && (byte(begin + 1) == 0x85 || byte(begin + 1) == 0xA0)) return 2;
+  if (n >= 3) {
+    uint8_t b = byte(begin + 1), c = byte(begin + 2);
+    if (first == 0xE1 && b == 0x9A && c == 0x80) return 3;
+    if (first == 0xE2 && b == 0x80 && (c <= 0x8A || c == 0xA8 || c == 0xA9 || c == 0xAF)) return 3;
+    if (first == 0xE2 && b == 0x81 && c == 0x9F) return 3;
+    if (first == 0xE3 && b == 0x80 && c == 0x80) return 3;
+  }
+  return 0;
+}
+
+// Whether rkv_attributes() would answer a dictionary, without building one.
+bool hasAttributes(const RKVXMLDictionary& node) {
+  if (const RKVXMLValue* map = node.find("__attributes")) {
+    const RKVXMLDictionary* attributes = map->dictionary();
+    return attributes && !attributes->empty();
+  }
+  for (const auto& [key, value] : node.entries()) {
+    if (key.empty() || key[0] != '_') continue;
+    if (key == "__comments" || key == "__text" || key == "__name") continue;
+    return true;
+  }
+  return false;
+}
+
+bool hasChildNodes(const RKVXMLDictionary& node) {
+  for (const auto& entry : node.entries()) {
+    if (entry.first.empty() || entry.first[0] != '_') return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+void trimWhiteSpaceAndNewlines(std::string& text) {
+  size_t end = text.size();
+  while (end > 0) {
+    size_t n = trailingSpaceLength(text, end);
+    if (n == 0) break;
+    end -= n;
+  }
+  size_t begin = 0;
+  while (begin < end) {
+    size_t n = leadingSpaceLength(text, begin);
+    if (n == 0) break;
+    begin += n;
+  }
+  if (end < text.size()) text.resize(end);
+  if (begin > 0) text.erase(0, begin);
+}
+
+void RKVXMLTreeBuilder::addText(std::string_view piece) {
+  if (!hasText_) {
+    text_.assign(piece);
+    hasText_ = true;
+  } else {
+    text_.append(piece);
+  }
+}
+
+void RKVXMLTreeBuilder::endText() {
+  if (!hasText_) return;
+  hasText_ = false;
+  if (options_.trimWhiteSpace) trimWhiteSpaceAndNewlines(text_);
+  if (text_.empty() || stack_.empty()) return;
+  // The run is copied (not moved) out of the buffer, so the buffer keeps its capacity for the
+  // next run: text arrives in pieces, and regrowing it for every run costs more than one copy.
+  RKVXMLDictionary& node = *stack_.back();
+  if (RKVXMLValue* existing = node.find("__text"); existing && !existing->isNull()) {
+    if (RKVXMLArray* runs = existing->array()) {
+      runs->push_back(RKVXMLValue(text_));
+    } else {
+      std::vector<RKVXMLValue> items;
+      items.reserve(2);
+      items.push_back(std::move(*existing));
+      items.push_back(RKVXMLValue(text_));
+      *existing = RKVXMLArray::make(std::move(items));
+    }
+  } else {
+    node.appendNewKey("__text", RKVXMLValue(text_));
+  }
+  text_.clear();
+}
+
+void RKVXMLTreeBuilder::didStartElement(std::string_view name,
+                                        const RKVXMLAttributes& attributes) {
+  endText();
+  auto node = std::make_shared<RKVXMLDictionary>();
+  bool named = options_.nodeNameMode == RKVXMLDictionaryNodeNameModeRootOnly ? root_ == nullptr
+               : options_.nodeNameMode == RKVXMLDictionaryNodeNameModeAlways;
+  size_t attributeCount = attributes.size();
+  // Room for the name, the attributes and one more key (the text or the first child's list).
+  node->reserve(attributeCount + (named ? 2 : 1));
+  if (named) node->appendNewKey("__name", std::string(name));
+  if (attributeCount > 0) {
+    switch (options_.attributesMode) {
+      case RKVXMLDictionaryAttributesModePrefixed: {
+        attributes.forEach([&](std::string_view attribute, std::string_view value) {
+          std::string key;
+          key.reserve(attribute.size() + 1);
+          key += '_';
+          key += attribute;
+          // Attribute names are unique; only "_name" can meet a key set before ("__name").
+          if (named && attribute == "_name") {
+            node->set(key, std::string(value));
+          } else {
+            node->appendNewKey(std::move(key), std::string(value));
+          }
+        });
+        break;
+      }
+      case RKVXMLDictionaryAttributesModeDictionary: {
+        auto map = RKVXMLDictionary::make();
+        attributes.forEach([&](std::string_view attribute, std::string_view value) {
+          map->set(attribute, std::string(value));
+        });
+        node->set("__attributes", std::move(map));
+        break;
+      }
+      case RKVXMLDictionaryAttributesModeUnprefixed:
+        attributes.forEach([&](std::string_view attribute, std::string_view value) {
+          node->set(attribute, std::string(value));
+        });
+        break;
+      default:
+        break;
+    }
+  }
+
+  if (root_) {
+    RKVXMLDictionary* raw = node.get();
+    RKVXMLDictionary& parent = *stack_.back();
+    RKVXMLValue* existing = parent.find(name);
+    if (existing && existing->isArray()) {
+      existing->array()->push_back(RKVXMLValue(std::move(node)));
+    } else if (existing && !existing->isNull()) {
+      std::vector<RKVXMLValue> items;
+      items.reserve(2);
+      items.push_back(std::move(*existing));
+      items.emplace_back(std::move(node));
+      *existing = RKVXMLArray::make(std::move(items));
+    } else {
+      RKVXMLValue value;
+      if (options_.alwaysUseArrays) {
+        std::vector<RKVXMLValue> items;
+        items.emplace_back(std::move(node));
+        value = RKVXMLArray::make(std::move(items));
+      } else {
+        value = std::move(node);
+      }
+      if (existing) {
+        *existing = std::move(value);
+      } else {
+        parent.appendNewKey(std::string(name), std::move(value));
+      }
+    }
+    stack_.push_back(raw);
+  } else {
+    root_ = node;
+    stack_.assign(1, node.get());
+    if (options_.wrapRootNode) {
+      root_ = RKVXMLDictionary::make();
+      root_->set(name, node);
+      stack_.insert(stack_.begin(), root_.get());
+    }
+  }
+}
+
+void RKVXMLTreeBuilder::didEndElement(std::string_view name) {
+  endText();
+  if (stack_.empty()) return;
+  RKVXMLDictionary* node = stack_.back();
+  stack_.pop_back();
+  if (hasAttributes(*node) || hasChildNodes(*node) || node->contains("__comments")) return;
+  if (stack_.empty()) return;  // the root element is never collapsed or stripped
+  RKVXMLDictionary& parent = *stack_.back();
+
+  // The node's key in its parent: its "__name" when it carries one; otherwise the key under
+  // which it was inserted, which is also the first key holding it or a dictionary equal to it
+  // (no earlier sibling list can hold such a dictionary: those were collapsed or stripped in
+  // their own turn).
+  std::string_view key = name;
+  std::string ownName;  // a copy: the node goes away when it is stripped
+  if (const RKVXMLValue* nameValue = node->find("__name")) {
+    const std::string* text = nameValue->string();
+    if (!text) return;  // a "__name" that is not a string names no key
+    ownName = *text;
+    key = ownName;
+  }
+
+  const RKVXMLValue* textValue = node->find("__text");
+  bool hasInnerText = textValue && (textValue->isString() || textValue->isArray());
+  if (hasInnerText && options_.collapseTextNodes) {
+    std::string innerText = node->rkv_innerText().value_or(std::string());
+    RKVXMLValue* value = parent.find(key);
+    if (value && value->isArray()) {
+      RKVXMLArray& list = *value->array();
+      if (!list.empty()) list[list.size() - 1] = std::move(innerText);
+    } else {
+      parent.set(key, std::move(innerText));
+    }
+  } else if (!hasInnerText && options_.stripEmptyNodes) {
+    RKVXMLValue* value = parent.find(key);
+    if (value && value->isArray()) {
+      RKVXMLArray& list = *value->array();
+      if (!list.empty()) list.pop_back();
+    } else {
+      parent.erase(key);
+    }
+  } else if (!hasInnerText && !options_.collapseTextNodes && !options_.stripEmptyNodes) {
+    node->set("__text", std::string());
+  }
+}
+
+void RKVXMLTreeBuilder::foundComment(std::string_view text) {
+  if (!options_.preserveComments || stack_.empty()) return;
+  RKVXMLDictionary& node = *stack_.back();
+  RKVXMLValue* comments = node.find("__comments");
+  if (comments && comments->isArray()) {
+    comments->array()->push_back(std::string(text));
+  } else if (comments && !comments->isNull()) {
+    *comments = RKVXMLArray::make({std::move(*comments), RKVXMLValue(std::string(text))});
+  } else {
+    node.set("__comments", RKVXMLArray::make({RKVXMLValue(std::string(text))}));
+  }
+}
+
+RKVXMLDictionaryPtr RKVXMLTreeBuilder::takeRoot() {
+  stack_.clear();
+  text_.clear();
+  hasText_ = false;
+  return std::move(root_);
+}
+
+}  // namespace rkv::internal
