@@ -1,15 +1,15 @@
 // Reading VAST bytes: raw expat with empty handlers (the floor), bytes to dictionary tree, and
 // (with the VAST model) bytes to parser response. Each runs over the whole IAB corpus and over the
 // large synthetic document, in the same process, so their ratios are comparable.
-#include <benchmark/benchmark.h>
-#include <expat.h>
-
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
 #include <vector>
+
+#include <benchmark/benchmark.h>
+#include <expat.h>
 
 #include "rkv/xml/RKVXMLDictionary.h"
 
@@ -23,13 +23,14 @@ std::string readFile(const std::filesystem::path& path) {
 const std::vector<std::string>& corpusDocuments() {
   static const std::vector<std::string> documents = [] {
     std::vector<std::filesystem::path> paths;
-    for (const auto& entry :
-         std::filesystem::recursive_directory_iterator(std::filesystem::path(RKV_CORPUS_DIR) / "iab")) {
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(
+             std::filesystem::path(RKV_CORPUS_DIR) / "iab")) {
       if (entry.path().extension() == ".xml") paths.push_back(entry.path());
     }
     std::sort(paths.begin(), paths.end());
     std::vector<std::string> contents;
-    for (const auto& path : paths) contents.push_back(readFile(path));
+    for (const auto& path : paths)
+      contents.push_back(readFile(path));
     return contents;
   }();
   return documents;
@@ -52,9 +53,11 @@ void run(benchmark::State& state, const std::vector<std::string>& documents, Par
     return;
   }
   size_t bytes = 0;
-  for (const std::string& d : documents) bytes += d.size();
+  for (const std::string& d : documents)
+    bytes += d.size();
   for (auto _ : state) {
-    for (const std::string& d : documents) parse(d);
+    for (const std::string& d : documents)
+      parse(d);
   }
   state.SetBytesProcessed(static_cast<int64_t>(bytes) * state.iterations());
 }
@@ -72,10 +75,18 @@ void tree(const std::string& bytes) {
   benchmark::DoNotOptimize(root.get());
 }
 
-void BM_ExpatRaw_corpus(benchmark::State& s) { run(s, corpusDocuments(), expatRaw); }
-void BM_ExpatRaw_synthetic(benchmark::State& s) { run(s, syntheticDocument(), expatRaw); }
-void BM_Tree_corpus(benchmark::State& s) { run(s, corpusDocuments(), tree); }
-void BM_Tree_synthetic(benchmark::State& s) { run(s, syntheticDocument(), tree); }
+void BM_ExpatRaw_corpus(benchmark::State& s) {
+  run(s, corpusDocuments(), expatRaw);
+}
+void BM_ExpatRaw_synthetic(benchmark::State& s) {
+  run(s, syntheticDocument(), expatRaw);
+}
+void BM_Tree_corpus(benchmark::State& s) {
+  run(s, corpusDocuments(), tree);
+}
+void BM_Tree_synthetic(benchmark::State& s) {
+  run(s, syntheticDocument(), tree);
+}
 
 }  // namespace
 

@@ -1,8 +1,8 @@
 #include "rkv/foundation/RKVError.h"
 
-#include <fmt/format.h>
-
 #include <utility>
+
+#include <fmt/format.h>
 
 namespace rkv {
 

@@ -1,8 +1,8 @@
 #include "rkv/xml/RKVXMLDictionary.h"
 
-#include <fmt/format.h>
-
 #include <unordered_map>
+
+#include <fmt/format.h>
 
 #include "rkv/xml/RKVXMLDictionaryParser.h"
 
@@ -105,7 +105,8 @@ bool RKVXMLValue::isEqual(const RKVXMLValue& other) const {
         const RKVXMLArray* ab = b->array();
         if (aa == ab) break;
         if (aa->size() != ab->size()) return false;
-        for (size_t i = 0; i < aa->size(); ++i) pending.emplace_back(&(*aa)[i], &(*ab)[i]);
+        for (size_t i = 0; i < aa->size(); ++i)
+          pending.emplace_back(&(*aa)[i], &(*ab)[i]);
         break;
       }
     }
@@ -117,7 +118,8 @@ bool RKVXMLValue::isEqual(const RKVXMLValue& other) const {
 
 RKVXMLArray::RKVXMLArray(std::vector<RKVXMLValue> items) {
   items_.reserve(items.size());
-  for (RKVXMLValue& item : items) items_.push_back(std::move(item));
+  for (RKVXMLValue& item : items)
+    items_.push_back(std::move(item));
 }
 
 RKVXMLArray::~RKVXMLArray() {
@@ -147,10 +149,13 @@ struct RKVXMLDictionary::KeyIndex {
   std::unordered_map<std::string, size_t, KeyHash, std::equal_to<>> positions;
 };
 
-void RKVXMLDictionary::KeyIndexDeleter::operator()(KeyIndex* index) const { delete index; }
+void RKVXMLDictionary::KeyIndexDeleter::operator()(KeyIndex* index) const {
+  delete index;
+}
 
 RKVXMLDictionary::RKVXMLDictionary(std::initializer_list<Entry> entries) {
-  for (const auto& entry : entries) set(entry.first, entry.second);
+  for (const auto& entry : entries)
+    set(entry.first, entry.second);
 }
 
 RKVXMLDictionary::RKVXMLDictionary(const RKVXMLDictionary& other) : entries_(other.entries_) {
@@ -177,7 +182,8 @@ RKVXMLDictionary::~RKVXMLDictionary() {
 void RKVXMLDictionary::rebuildIndex() {
   index_.reset(new KeyIndex);
   index_->positions.reserve(entries_.size() * 2);
-  for (size_t i = 0; i < entries_.size(); ++i) index_->positions.emplace(entries_[i].first, i);
+  for (size_t i = 0; i < entries_.size(); ++i)
+    index_->positions.emplace(entries_[i].first, i);
 }
 
 ptrdiff_t RKVXMLDictionary::indexOf(std::string_view key) const {
@@ -325,7 +331,8 @@ RKVXMLValue valueForKey(const RKVXMLValue& value, std::string_view key) {
   if (const RKVXMLArray* array = value.array()) {
     std::vector<RKVXMLValue> results;
     results.reserve(array->size());
-    for (const RKVXMLValue& item : *array) results.push_back(valueForKey(item, key));
+    for (const RKVXMLValue& item : *array)
+      results.push_back(valueForKey(item, key));
     return RKVXMLArray::make(std::move(results));
   }
   return {};

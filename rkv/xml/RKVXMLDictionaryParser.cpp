@@ -1,10 +1,10 @@
 #include "rkv/xml/RKVXMLDictionaryParser.h"
 
-#include <fmt/format.h>
-
 #include <fstream>
 #include <iterator>
 #include <vector>
+
+#include <fmt/format.h>
 
 #include "rkv/xml/internal/RKVXMLTreeBuilder.h"
 
@@ -38,10 +38,10 @@ void RKVXMLDictionaryParser::setOptions(const Options& options) {
   options_ = options;
 }
 
-#define RKV_XML_OPTION_SETTER(Setter, field, Type) \
+#define RKV_XML_OPTION_SETTER(Setter, field, Type)  \
   void RKVXMLDictionaryParser::Setter(Type value) { \
-    std::lock_guard lock(mutex_);                  \
-    options_.field = value;                        \
+    std::lock_guard lock(mutex_);                   \
+    options_.field = value;                         \
   }
 RKV_XML_OPTION_SETTER(setCollapseTextNodes, collapseTextNodes, bool)
 RKV_XML_OPTION_SETTER(setStripEmptyNodes, stripEmptyNodes, bool)
@@ -93,8 +93,8 @@ std::string RKVXMLDictionaryParser::XMLStringForNode(const RKVXMLDictionary& nod
       } else if (const RKVXMLDictionary* element = value.dictionary()) {
         valueText = element->rkv_innerText().value_or("");
       }
-      attributeText += fmt::format(" {}=\"{}\"", rkv_XMLEncodedString(key),
-                                   rkv_XMLEncodedString(valueText));
+      attributeText +=
+          fmt::format(" {}=\"{}\"", rkv_XMLEncodedString(key), rkv_XMLEncodedString(valueText));
     }
   }
   std::string inner = node.rkv_innerXML();

@@ -30,8 +30,7 @@ class RKVXMLDictionaryUtils {
   static const std::string* findFirstObjectOfArrayAsString(std::string_view key,
                                                            const RKVXMLDictionary* dictionary);
   // The attribute stored under `key` ("_" included, e.g. "_version") when it is a string.
-  static const std::string* findAttribute(std::string_view key,
-                                          const RKVXMLDictionary* dictionary);
+  static const std::string* findAttribute(std::string_view key, const RKVXMLDictionary* dictionary);
   // The element's "__text" when it is a string (text interrupted by children yields null).
   static const std::string* findNodeText(const RKVXMLDictionary* dictionary);
   // The string's value as a double, only when it is non-empty and made of decimal digits only:

@@ -1,8 +1,8 @@
 #include "rkv/xml/RKVXMLPushParser.h"
 
-#include <expat.h>
-
 #include <climits>
+
+#include <expat.h>
 
 namespace rkv {
 

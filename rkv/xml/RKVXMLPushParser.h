@@ -22,14 +22,16 @@ class RKVXMLAttributes {
   size_t size() const {
     size_t count = 0;
     if (pairs_) {
-      for (const char* const* p = pairs_; p[0]; p += 2) ++count;
+      for (const char* const* p = pairs_; p[0]; p += 2)
+        ++count;
     }
     return count;
   }
   template <typename F>
   void forEach(F&& f) const {  // f(std::string_view name, std::string_view value)
     if (!pairs_) return;
-    for (const char* const* p = pairs_; p[0]; p += 2) f(std::string_view(p[0]), std::string_view(p[1]));
+    for (const char* const* p = pairs_; p[0]; p += 2)
+      f(std::string_view(p[0]), std::string_view(p[1]));
   }
 
  private:

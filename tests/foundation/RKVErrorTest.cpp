@@ -1,6 +1,6 @@
-#include "rkv/foundation/RKVError.h"
-
 #include <gtest/gtest.h>
+
+#include "rkv/foundation/RKVError.h"
 
 namespace rkv {
 namespace {

@@ -5,11 +5,17 @@
 
 namespace rkv::test {
 
-std::filesystem::path sourceDir() { return RKV_SOURCE_DIR; }
+std::filesystem::path sourceDir() {
+  return RKV_SOURCE_DIR;
+}
 
-std::filesystem::path corpusDir() { return RKV_CORPUS_DIR; }
+std::filesystem::path corpusDir() {
+  return RKV_CORPUS_DIR;
+}
 
-std::filesystem::path toolPath() { return RKV_TOOL_PATH; }
+std::filesystem::path toolPath() {
+  return RKV_TOOL_PATH;
+}
 
 std::string readFile(const std::filesystem::path& path) {
   std::ifstream in(path, std::ios::binary);

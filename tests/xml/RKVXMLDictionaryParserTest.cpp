@@ -1,8 +1,8 @@
-#include "rkv/xml/RKVXMLDictionaryParser.h"
+#include <random>
 
 #include <gtest/gtest.h>
 
-#include <random>
+#include "rkv/xml/RKVXMLDictionaryParser.h"
 
 #include "tests/xml/RKVXMLTreeTestSupport.h"
 
@@ -58,17 +58,18 @@ TEST(RKVXMLDictionaryParserTest, DefaultShapes) {
       // non-ASCII white space is trimmed too (U+00A0, U+3000)
       {"<A>\xC2\xA0x\xE3\x80\x80</A>", R"({"__name":"A","__text":"x"})"},
   };
-  for (const Case& c : cases) EXPECT_EQ(parseDefault(c.xml), c.tree) << c.xml;
+  for (const Case& c : cases)
+    EXPECT_EQ(parseDefault(c.xml), c.tree) << c.xml;
 }
 
 TEST(RKVXMLDictionaryParserTest, IllFormedDocumentsGiveNil) {
   const char* documents[] = {
       "",
       "   ",
-      "<A/><B/>",                     // two roots
-      "<A><B></A>",                   // missing end tag
-      "<A>&undefined;</A>",           // undefined entity
-      "<A x='1' x='2'/>",             // duplicate attribute
+      "<A/><B/>",            // two roots
+      "<A><B></A>",          // missing end tag
+      "<A>&undefined;</A>",  // undefined entity
+      "<A x='1' x='2'/>",    // duplicate attribute
       "not xml at all",
       "<A><![CDATA[\xff\xfe]]></A>",  // invalid UTF-8 inside CDATA
       "<A>\xc3</A>",                  // truncated UTF-8 sequence
@@ -96,12 +97,14 @@ TEST(RKVXMLDictionaryParserTest, OptionsChangeTheShape) {
             R"({"__name":"R","_a":"1","B":[{"__text":"t"},{"__text":"u"}],"C":[{"__text":""}]})");
   EXPECT_EQ(parseWith(with([](Options& o) { o.alwaysUseArrays = false; }), xml),
             R"({"__name":"R","_a":"1","B":[{"__text":"t"},{"__text":"u"}]})");
-  EXPECT_EQ(parseWith(with([](Options& o) { o.preserveComments = true; }), xml),
-            R"({"__name":"R","_a":"1","B":[{"__text":"t"},{"__text":"u"}],"C":[],"__comments":["note"]})");
+  EXPECT_EQ(
+      parseWith(with([](Options& o) { o.preserveComments = true; }), xml),
+      R"({"__name":"R","_a":"1","B":[{"__text":"t"},{"__text":"u"}],"C":[],"__comments":["note"]})");
   EXPECT_EQ(parseWith(with([](Options& o) { o.wrapRootNode = true; }), xml),
             R"({"R":{"__name":"R","_a":"1","B":[{"__text":"t"},{"__text":"u"}],"C":[]}})");
-  EXPECT_EQ(parseWith(with([](Options& o) { o.attributesMode = 1; }), xml),
-            R"({"__name":"R","__attributes":{"a":"1"},"B":[{"__text":"t"},{"__text":"u"}],"C":[]})");
+  EXPECT_EQ(
+      parseWith(with([](Options& o) { o.attributesMode = 1; }), xml),
+      R"({"__name":"R","__attributes":{"a":"1"},"B":[{"__text":"t"},{"__text":"u"}],"C":[]})");
   EXPECT_EQ(parseWith(with([](Options& o) { o.attributesMode = 2; }), xml),
             R"({"__name":"R","a":"1","B":[{"__text":"t"},{"__text":"u"}],"C":[]})");
   EXPECT_EQ(parseWith(with([](Options& o) { o.attributesMode = 3; }), xml),
@@ -109,8 +112,9 @@ TEST(RKVXMLDictionaryParserTest, OptionsChangeTheShape) {
   EXPECT_EQ(parseWith(with([](Options& o) { o.attributesMode = 99; }), xml),
             R"({"__name":"R","B":[{"__text":"t"},{"__text":"u"}],"C":[]})");
   // "__name" on every node does not keep an empty node from being stripped.
-  EXPECT_EQ(parseWith(with([](Options& o) { o.nodeNameMode = 1; }), xml),
-            R"({"__name":"R","_a":"1","B":[{"__name":"B","__text":"t"},{"__name":"B","__text":"u"}],"C":[]})");
+  EXPECT_EQ(
+      parseWith(with([](Options& o) { o.nodeNameMode = 1; }), xml),
+      R"({"__name":"R","_a":"1","B":[{"__name":"B","__text":"t"},{"__name":"B","__text":"u"}],"C":[]})");
   EXPECT_EQ(parseWith(with([](Options& o) { o.nodeNameMode = 2; }), xml),
             R"({"_a":"1","B":[{"__text":"t"},{"__text":"u"}],"C":[]})");
   EXPECT_EQ(parseWith(with([](Options& o) { o.trimWhiteSpace = false; }), "<R> a <B/> b </R>"),
@@ -202,7 +206,8 @@ class LiteralTreeBuilder final : public RKVXMLPushParserDelegate {
       for (const auto& [k, v] : parent.entries()) {
         bool hit = v.isSameObject(self);
         if (const RKVXMLArray* list = v.array()) {
-          for (const RKVXMLValue& item : *list) hit = hit || (item.isDictionary() && item.isEqual(self));
+          for (const RKVXMLValue& item : *list)
+            hit = hit || (item.isDictionary() && item.isEqual(self));
         }
         if (hit) {
           key = k;

@@ -1,9 +1,9 @@
-#include "rkv/xml/RKVXMLDictionary.h"
-
 #include <gtest/gtest.h>
 
+#include "rkv/xml/RKVXMLDictionary.h"
 #include "rkv/xml/RKVXMLDictionaryParser.h"
 #include "rkv/xml/RKVXMLDictionaryUtils.h"
+
 #include "tests/xml/RKVXMLTreeTestSupport.h"
 
 namespace rkv {
@@ -19,7 +19,8 @@ RKVXMLDictionaryPtr parse(std::string_view xml) {
 
 TEST(RKVXMLDictionaryTest, ContainerKeepsInsertionOrderAndIdentity) {
   RKVXMLDictionary d;
-  for (int i = 40; i > 0; --i) d.set("k" + std::to_string(i), std::to_string(i));  // indexed
+  for (int i = 40; i > 0; --i)
+    d.set("k" + std::to_string(i), std::to_string(i));  // indexed
   d.set("k20", "replaced");
   EXPECT_EQ(d.size(), 40u);
   EXPECT_EQ(d.entries().front().first, "k40");
@@ -59,8 +60,8 @@ TEST(RKVXMLDictionaryTest, ReadBackOperations) {
   RKVXMLDictionaryParser::Options options;
   options.attributesMode = RKVXMLDictionaryAttributesModeDictionary;
   options.preserveComments = true;
-  RKVXMLDictionaryPtr mapped = RKVXMLDictionaryParser(options).rkv_dictionaryWithString(
-      "<A k='v'><!--a&b--></A>");
+  RKVXMLDictionaryPtr mapped =
+      RKVXMLDictionaryParser(options).rkv_dictionaryWithString("<A k='v'><!--a&b--></A>");
   ASSERT_NE(mapped, nullptr);
   EXPECT_EQ(dump(mapped->rkv_attributes()), R"({"k":"v"})");
   EXPECT_EQ(dump(mapped->rkv_comments()), R"(["a&b"])");
@@ -107,11 +108,13 @@ TEST(RKVXMLDictionaryTest, WritesXMLBackThatReadsToTheSameTree) {
   // A wrapped root (one entry, no "__name") is written as its content.
   RKVXMLDictionaryParser::Options options;
   options.wrapRootNode = true;
-  RKVXMLDictionaryPtr wrapped = RKVXMLDictionaryParser(options).rkv_dictionaryWithString("<R>t</R>");
+  RKVXMLDictionaryPtr wrapped =
+      RKVXMLDictionaryParser(options).rkv_dictionaryWithString("<R>t</R>");
   EXPECT_EQ(wrapped->rkv_XMLString(), "<R>t</R>");
   EXPECT_EQ(RKVXMLDictionaryParser::XMLStringForNode(RKVXMLValue("a<b"), "S"), "<S>a&lt;b</S>");
-  EXPECT_EQ(RKVXMLDictionaryParser::XMLStringForNode(RKVXMLValue(RKVXMLArray::make({"1", "2"})), "N"),
-            "<N>1</N>\n<N>2</N>");
+  EXPECT_EQ(
+      RKVXMLDictionaryParser::XMLStringForNode(RKVXMLValue(RKVXMLArray::make({"1", "2"})), "N"),
+      "<N>1</N>\n<N>2</N>");
   EXPECT_EQ(rkv_XMLEncodedString("a<b & 'c'"), "a&lt;b &amp; &apos;c&apos;");
   EXPECT_EQ(rkv_XMLEncodedString("\"&amp;\""), "&quot;&amp;amp;&quot;");
 }
@@ -123,7 +126,7 @@ TEST(RKVXMLDictionaryUtilsTest, LookupsAnswerNilForTheWrongKind) {
   const RKVXMLDictionary* r = root.get();
   ASSERT_NE(U::findArrayForKey("Ad", r), nullptr);
   EXPECT_EQ(U::findArrayForKey("Ad", r)->size(), 2u);
-  EXPECT_EQ(U::findArrayForKey("_v", r), nullptr);       // a string, not a list
+  EXPECT_EQ(U::findArrayForKey("_v", r), nullptr);  // a string, not a list
   EXPECT_EQ(U::findArrayForKey("Missing", r), nullptr);
   EXPECT_EQ(U::findArrayForKey("Ad", nullptr), nullptr);
   EXPECT_EQ(*U::findNodeText(U::findFirstObjectOfArrayAsDictionary("Ad", r)), "first");
@@ -135,10 +138,9 @@ TEST(RKVXMLDictionaryUtilsTest, LookupsAnswerNilForTheWrongKind) {
   EXPECT_EQ(*U::findAttribute("_v", r), "4.0");
   EXPECT_EQ(U::findAttribute("v", r), nullptr);
   EXPECT_EQ(U::findAttribute("Ad", r), nullptr);  // a list, not a string
-  EXPECT_EQ(*U::findNodeText(r), "t");  // one run beside children is still a string
+  EXPECT_EQ(*U::findNodeText(r), "t");            // one run beside children is still a string
   EXPECT_EQ(U::findNodeTextAsNSNumber(U::findFirstObjectOfArrayAsDictionary("N", r)), 15.0);
-  EXPECT_EQ(U::findNodeTextAsNSNumber(U::findFirstObjectOfArrayAsDictionary("F", r)),
-            std::nullopt);
+  EXPECT_EQ(U::findNodeTextAsNSNumber(U::findFirstObjectOfArrayAsDictionary("F", r)), std::nullopt);
 
   RKVXMLDictionaryPtr interrupted = parse("<A>one<B/>two</A>");
   EXPECT_EQ(U::findNodeText(interrupted.get()), nullptr);
@@ -146,11 +148,11 @@ TEST(RKVXMLDictionaryUtilsTest, LookupsAnswerNilForTheWrongKind) {
   struct {
     const char* text;
     std::optional<double> number;
-  } numbers[] = {{"15", 15.0}, {"007", 7.0}, {"0", 0.0}, {"", std::nullopt},
-                 {" 7", std::nullopt}, {"1.5", std::nullopt}, {"-3", std::nullopt},
-                 {"12a", std::nullopt}, {"+1", std::nullopt}};
-  for (const auto& c : numbers) EXPECT_EQ(U::stringToNSNumber(std::string_view(c.text)), c.number)
-      << c.text;
+  } numbers[] = {{"15", 15.0},         {"007", 7.0},          {"0", 0.0},
+                 {"", std::nullopt},   {" 7", std::nullopt},  {"1.5", std::nullopt},
+                 {"-3", std::nullopt}, {"12a", std::nullopt}, {"+1", std::nullopt}};
+  for (const auto& c : numbers)
+    EXPECT_EQ(U::stringToNSNumber(std::string_view(c.text)), c.number) << c.text;
   EXPECT_EQ(U::stringToNSNumber(static_cast<const std::string*>(nullptr)), std::nullopt);
 }
 

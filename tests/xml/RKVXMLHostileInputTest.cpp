@@ -1,9 +1,10 @@
 // Untrusted documents must give a tree or nil, promptly, without exhausting the stack or memory.
-#include <gtest/gtest.h>
-
 #include <filesystem>
 
+#include <gtest/gtest.h>
+
 #include "rkv/xml/RKVXMLDictionaryParser.h"
+
 #include "tests/support/RKVTestPaths.h"
 
 namespace rkv {
@@ -17,8 +18,10 @@ TEST(RKVXMLHostileInputTest, DeepNestingIsRefusedWithoutRecursion) {
   constexpr size_t kDepth = 1'000'000;
   std::string xml;
   xml.reserve(kDepth * 7 + 16);
-  for (size_t i = 0; i < kDepth; ++i) xml += "<a>";
-  for (size_t i = 0; i < kDepth; ++i) xml += "</a>";
+  for (size_t i = 0; i < kDepth; ++i)
+    xml += "<a>";
+  for (size_t i = 0; i < kDepth; ++i)
+    xml += "</a>";
   RKVXMLDictionaryParser parser;
   EXPECT_EQ(parser.rkv_dictionaryWithData(xml), nullptr);
   ASSERT_TRUE(parser.parsingError().has_value());
@@ -26,8 +29,10 @@ TEST(RKVXMLHostileInputTest, DeepNestingIsRefusedWithoutRecursion) {
 
   // Up to the limit a document is read.
   std::string limit;
-  for (size_t i = 0; i < RKVXMLPushParser::kDefaultMaximumDepth; ++i) limit += "<a x='1'>";
-  for (size_t i = 0; i < RKVXMLPushParser::kDefaultMaximumDepth; ++i) limit += "</a>";
+  for (size_t i = 0; i < RKVXMLPushParser::kDefaultMaximumDepth; ++i)
+    limit += "<a x='1'>";
+  for (size_t i = 0; i < RKVXMLPushParser::kDefaultMaximumDepth; ++i)
+    limit += "</a>";
   EXPECT_NE(parse(limit), nullptr);
 }
 
@@ -49,12 +54,14 @@ TEST(RKVXMLHostileInputTest, DestroyingAMillionLevelTreeUsesConstantStack) {
 
 TEST(RKVXMLHostileInputTest, EntityExpansionAndExternalEntitiesAreContained) {
   std::string bomb =
-      "<?xml version='1.0'?><!DOCTYPE l [<!ENTITY a 'aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa'>";
+      "<?xml version='1.0'?><!DOCTYPE l [<!ENTITY a "
+      "'aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa'>";
   const char* prev = "a";
   std::string names[] = {"b", "c", "d", "e", "f", "g", "h", "i", "j"};
   for (const std::string& name : names) {
     bomb += "<!ENTITY " + name + " '";
-    for (int i = 0; i < 10; ++i) bomb += std::string("&") + prev + ";";
+    for (int i = 0; i < 10; ++i)
+      bomb += std::string("&") + prev + ";";
     bomb += "'>";
     prev = name.c_str();
   }
@@ -83,7 +90,8 @@ TEST(RKVXMLHostileInputTest, LargeAndWideDocumentsAreRead) {
       "<Ad id='1'><InLine><AdSystem>S</AdSystem><Impression><![CDATA[http://i.example/"
       "p?a=1&b=[CACHEBUSTING]]]></Impression></InLine></Ad>";
   std::string big = "<VAST version='4.2'>";
-  while (big.size() < 50u * 1024 * 1024) big += ad;
+  while (big.size() < 50u * 1024 * 1024)
+    big += ad;
   big += "</VAST>";
   RKVXMLDictionaryPtr tree = parse(big);
   ASSERT_NE(tree, nullptr);
@@ -91,7 +99,8 @@ TEST(RKVXMLHostileInputTest, LargeAndWideDocumentsAreRead) {
 
   // 200,000 differently named siblings: insertion stays linear thanks to the key index.
   std::string wide = "<R>";
-  for (int i = 0; i < 200'000; ++i) wide += "<n" + std::to_string(i) + ">x</n" + std::to_string(i) + ">";
+  for (int i = 0; i < 200'000; ++i)
+    wide += "<n" + std::to_string(i) + ">x</n" + std::to_string(i) + ">";
   wide += "</R>";
   RKVXMLDictionaryPtr wideTree = parse(wide);
   ASSERT_NE(wideTree, nullptr);

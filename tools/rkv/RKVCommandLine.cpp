@@ -1,8 +1,8 @@
 #include "tools/rkv/RKVCommandLine.h"
 
-#include <CLI/CLI.hpp>
-
 #include <ostream>
+
+#include <CLI/CLI.hpp>
 
 #include "rkv/RKVBuildInfo.h"
 

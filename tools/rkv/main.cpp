@@ -2,4 +2,6 @@
 
 #include "tools/rkv/RKVCommandLine.h"
 
-int main(int argc, char** argv) { return rkv::cli::run(argc, argv, std::cout, std::cerr); }
+int main(int argc, char** argv) {
+  return rkv::cli::run(argc, argv, std::cout, std::cerr);
+}

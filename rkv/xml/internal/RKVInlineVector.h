@@ -29,7 +29,8 @@ class RKVInlineVector {
   RKVInlineVector() noexcept = default;
   RKVInlineVector(const RKVInlineVector& other) {
     reserve(other.size_);
-    for (const T& item : other) new (data_ + size_++) T(item);
+    for (const T& item : other)
+      new (data_ + size_++) T(item);
   }
   RKVInlineVector(RKVInlineVector&& other) noexcept { takeFrom(other); }
   RKVInlineVector& operator=(const RKVInlineVector& other) {
@@ -70,7 +71,7 @@ class RKVInlineVector {
 
   void reserve(size_t wanted) {
     if (wanted <= capacity_) return;
-    T* fresh = static_cast<T*>(::operator new(wanted * sizeof(T), std::align_val_t{alignof(T)}));
+    T* fresh = static_cast<T*>(::operator new (wanted * sizeof(T), std::align_val_t{alignof(T)}));
     for (uint32_t i = 0; i < size_; ++i) {
       new (fresh + i) T(std::move(data_[i]));
       data_[i].~T();
@@ -101,7 +102,8 @@ class RKVInlineVector {
   }
 
   void clear() noexcept {
-    while (size_ > 0) pop_back();
+    while (size_ > 0)
+      pop_back();
   }
 
  private:
@@ -110,7 +112,7 @@ class RKVInlineVector {
   const T* inlineData() const noexcept { return reinterpret_cast<const T*>(inline_); }
 
   void releaseHeap() noexcept {
-    if (onHeap()) ::operator delete(data_, std::align_val_t{alignof(T)});
+    if (onHeap()) ::operator delete (data_, std::align_val_t{alignof(T)});
     data_ = inlineData();
     capacity_ = N;
   }

@@ -17,7 +17,7 @@ size_t trailingSpaceLength(const std::string& s, size_t end) {
     uint8_t a = byte(end - 3), b = byte(end - 2);
     if (a == 0xE1 && b == 0x9A && last == 0x80) return 3;  // U+1680
     if (a == 0xE2 && b == 0x80 && (last <= 0x8A || last == 0xA8 || last == 0xA9 || last == 0xAF))
-      return 3;  // U+2000..U+200A, U+2028, U+2029, U+202F
+      return 3;                                            // U+2000..U+200A, U+2028, U+2029, U+202F
     if (a == 0xE2 && b == 0x81 && last == 0x9F) return 3;  // U+205F
     if (a == 0xE3 && b == 0x80 && last == 0x80) return 3;  // U+3000
   }
@@ -115,12 +115,12 @@ void RKVXMLTreeBuilder::endText() {
   text_.clear();
 }
 
-void RKVXMLTreeBuilder::didStartElement(std::string_view name,
-                                        const RKVXMLAttributes& attributes) {
+void RKVXMLTreeBuilder::didStartElement(std::string_view name, const RKVXMLAttributes& attributes) {
   endText();
   auto node = std::make_shared<RKVXMLDictionary>();
-  bool named = options_.nodeNameMode == RKVXMLDictionaryNodeNameModeRootOnly ? root_ == nullptr
-               : options_.nodeNameMode == RKVXMLDictionaryNodeNameModeAlways;
+  bool named = options_.nodeNameMode == RKVXMLDictionaryNodeNameModeRootOnly
+                   ? root_ == nullptr
+                   : options_.nodeNameMode == RKVXMLDictionaryNodeNameModeAlways;
   size_t attributeCount = attributes.size();
   // Room for the name, the attributes and one more key (the text or the first child's list).
   node->reserve(attributeCount + (named ? 2 : 1));

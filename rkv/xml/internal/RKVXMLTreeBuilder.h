@@ -13,8 +13,7 @@ namespace rkv::internal {
 
 class RKVXMLTreeBuilder final : public RKVXMLPushParserDelegate {
  public:
-  explicit RKVXMLTreeBuilder(const RKVXMLDictionaryParser::Options& options)
-      : options_(options) {}
+  explicit RKVXMLTreeBuilder(const RKVXMLDictionaryParser::Options& options) : options_(options) {}
 
   void didStartElement(std::string_view name, const RKVXMLAttributes& attributes) override;
   void didEndElement(std::string_view name) override;
