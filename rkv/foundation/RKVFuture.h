@@ -37,8 +37,8 @@ class RKVFuture {
  public:
   using Task = std::function<std::optional<T>()>;
 
-  // Submits `task` (a callable returning T or std::optional<T>) at once. `executor` is used only
-  // here.
+  // Submits `task` (a copyable callable returning T or std::optional<T>) at once. `executor` is
+  // used only here.
   template <class F>
   requires std::convertible_to<std::invoke_result_t<F&>, std::optional<T>>
   explicit RKVFuture(F&& task,
