@@ -1,0 +1,126 @@
+#include "rkv/log/RKVLog.h"
+
+#include <cstdlib>
+#include <utility>
+
+#include <execinfo.h>
+
+#include "rkv/log/RKVLogDefaultDataSource.h"
+#include "rkv/log/RKVLogDefaultOutput.h"
+#include "rkv/platform/RKVFrameworkInfo.h"
+
+namespace rkv {
+
+namespace {
+constexpr int kMaxStackFrames = 128;
+}  // namespace
+
+std::shared_ptr<RKVLog> RKVLog::sharedInstance() {
+  // Never destroyed: threads may log during static destruction.
+  static const auto* const instance = new std::shared_ptr<RKVLog>([] {
+    const auto framework = RKVFrameworkInfo::sharedInstance();
+    return std::make_shared<RKVLog>(framework->frameworkName(),
+                                    RKVLogDefaultDataSource::sharedInstance(),
+                                    framework->frameworkBuiltInDebug());
+  }());
+  return *instance;
+}
+
+std::optional<std::string> RKVLog::levelName(int64_t level) {
+  switch (level) {
+    case 0:
+      return "DEBUG";
+    case 1:
+      return "INFO";
+    case 2:
+      return "ERROR";
+    case 3:
+      return "WARNING";
+    default:
+      return std::nullopt;
+  }
+}
+
+RKVLog::RKVLog(std::string tag, std::shared_ptr<RKVLogDataSource> dataSource,
+               bool debugLoggingEnabled)
+    : RKVLog(std::move(tag), std::move(dataSource), nullptr, debugLoggingEnabled) {}
+
+RKVLog::RKVLog(std::string tag, std::shared_ptr<RKVLogDataSource> dataSource,
+               std::shared_ptr<RKVLogOutput> output, bool debugLoggingEnabled)
+    : tag_(std::move(tag)),
+      dataSource_(dataSource ? std::move(dataSource) : RKVLogDefaultDataSource::sharedInstance()),
+      output_(output ? std::move(output) : RKVLogDefaultOutput::sharedInstance()),
+      debugLoggingEnabled_(debugLoggingEnabled) {}
+
+std::string RKVLog::tag() const {
+  std::lock_guard lock(mutex_);
+  return tag_;
+}
+
+void RKVLog::setTag(std::string tag) {
+  std::lock_guard lock(mutex_);
+  tag_ = std::move(tag);
+}
+
+std::shared_ptr<RKVLogDataSource> RKVLog::dataSource() const {
+  std::lock_guard lock(mutex_);
+  return dataSource_;
+}
+
+void RKVLog::setDataSource(std::shared_ptr<RKVLogDataSource> dataSource) {
+  std::lock_guard lock(mutex_);
+  dataSource_ = std::move(dataSource);
+}
+
+std::shared_ptr<RKVLogOutput> RKVLog::output() const {
+  std::lock_guard lock(mutex_);
+  return output_;
+}
+
+void RKVLog::setOutput(std::shared_ptr<RKVLogOutput> output) {
+  std::lock_guard lock(mutex_);
+  output_ = std::move(output);
+}
+
+void RKVLog::logMessage(std::string_view message, int64_t level) {
+  // Debug lines depend on the debug switch alone; the data source is not asked about them.
+  const bool write = level == 0 ? isDebugLoggingEnabled() : isLoggingEnabledForLevel(level);
+  if (!write) return;
+  std::shared_ptr<RKVLogOutput> output;
+  std::string tag;
+  {
+    std::lock_guard lock(mutex_);
+    output = output_;
+    tag = tag_;
+  }
+  if (output) output->logMessage(message, level, tag);
+}
+
+void RKVLog::logStackTrackWithLevel(int64_t level) {
+  void* frames[kMaxStackFrames];
+  const int count = backtrace(frames, kMaxStackFrames);
+  std::string symbols;
+  if (char** names = backtrace_symbols(frames, count)) {
+    for (int i = 0; i < count; ++i) {
+      if (i > 0) symbols += "\n\t";
+      symbols += names[i];
+    }
+    std::free(names);
+  }
+  logMessage("\n\t" + symbols, level);
+}
+
+bool RKVLog::isLoggingEnabledForLevel(int64_t level) const {
+  const std::shared_ptr<RKVLogDataSource> source = dataSource();
+  return source && source->shouldLogMessageWithLevel(*this, level);
+}
+
+std::string RKVLog::formatMessage(fmt::string_view format, fmt::format_args args) {
+  try {
+    return fmt::vformat(format, args);
+  } catch (...) {
+    return std::string(format.data(), format.size());
+  }
+}
+
+}  // namespace rkv

@@ -1,0 +1,18 @@
+// RKVLogOutput: formats and writes the messages an RKVLog lets through. Implementations are
+// called from any logging thread and must be thread-safe.
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+namespace rkv {
+
+class RKVLogOutput {
+ public:
+  virtual ~RKVLogOutput() = default;
+
+  // Writes one message of `level` from the logger tagged `tag`.
+  virtual void logMessage(std::string_view message, int64_t level, std::string_view tag) = 0;
+};
+
+}  // namespace rkv
