@@ -1,0 +1,14 @@
+// RKVAngleUtils: degrees to radians and back. Stateless; thread-safe.
+#pragma once
+
+namespace rkv {
+
+class RKVAngleUtils {
+ public:
+  // degrees * pi / 180.
+  static double radiansFromDegrees(double degrees);
+  // radians * 180 / pi.
+  static double degreesFromRadians(double radians);
+};
+
+}  // namespace rkv
