@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "rkv/foundation/RKVError.h"
 
@@ -67,6 +68,9 @@ class RKVVASTError {
   static RKVVASTError VIREO_VAST_ERROR_ADCALL_FETCH_TIMEOUT();
   static RKVVASTError VIREO_VAST_ERROR_TOTAL_TIMEOUT();
   static RKVVASTError VIREO_VAST_ERROR_UNIVERSAL_AD_ID_REJECTED();
+
+  // Every error of the catalogue, one new value each, in the order above.
+  static std::vector<RKVVASTError> catalogue();
 
   const std::optional<std::string>& errorName() const { return errorName_; }
   void setErrorName(std::optional<std::string> errorName) { errorName_ = std::move(errorName); }

@@ -150,6 +150,13 @@ TEST(RKVVASTErrorTest, CatalogueTextsAndCodesAreExact) {
     EXPECT_TRUE(vireoCodes.insert(error.vireoCode()).second) << "vendor code used twice";
   }
   EXPECT_EQ(vireoCodes.size(), 45u);
+
+  // The listing holds the same rows in the same order.
+  const auto catalogue = RKVVASTError::catalogue();
+  ASSERT_EQ(catalogue.size(), std::size(kCatalogue));
+  for (size_t i = 0; i < catalogue.size(); ++i) {
+    EXPECT_EQ(catalogue[i], kCatalogue[i].make()) << kCatalogue[i].name;
+  }
 }
 
 TEST(RKVVASTErrorTest, TypographicCharactersAreKept) {
