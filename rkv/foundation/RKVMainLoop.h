@@ -9,7 +9,8 @@
 // Timers are kept on the loop's RKVClock (see RKVClock.h for the testing seam): a loop built on
 // an RKVManualClock fires its timers when the test moves the clock and then runs or polls it.
 // Timers that are due at the same time fire in deadline order, ties in the order they were
-// scheduled.
+// scheduled. Handlers should not throw: an exception leaves run() or poll() (the loop stays
+// usable, the rest of the work stays queued).
 #pragma once
 
 #include <cstddef>
