@@ -1,6 +1,6 @@
 #include "rkv/foundation/RKVStringTables.h"
 
-#include <mutex>
+#include "rkv/foundation/RKVMutex.h"
 
 namespace rkv {
 
@@ -11,8 +11,8 @@ using Table = std::map<std::string, std::string, std::less<>>;
 using Bundle = std::map<std::string, Table, std::less<>>;
 
 struct Registry {
-  std::mutex mutex;
-  std::map<std::string, Bundle, std::less<>> bundles;
+  RKVMutex mutex;
+  std::map<std::string, Bundle, std::less<>> bundles RKV_GUARDED_BY(mutex);
 };
 
 Registry& registry() {
@@ -30,7 +30,7 @@ std::string_view tableName(std::string_view table) {
 void RKVStringTables::registerTable(std::string_view bundle, std::string_view table,
                                     const std::map<std::string, std::string>& entries) {
   Registry& r = registry();
-  std::lock_guard lock(r.mutex);
+  RKVMutexLock lock(r.mutex);
   Table& target = r.bundles[std::string(bundle)][std::string(tableName(table))];
   for (const auto& [key, text] : entries)
     target.insert_or_assign(key, text);
@@ -38,14 +38,14 @@ void RKVStringTables::registerTable(std::string_view bundle, std::string_view ta
 
 void RKVStringTables::removeBundle(std::string_view bundle) {
   Registry& r = registry();
-  std::lock_guard lock(r.mutex);
+  RKVMutexLock lock(r.mutex);
   if (auto it = r.bundles.find(bundle); it != r.bundles.end()) r.bundles.erase(it);
 }
 
 std::optional<std::string> RKVStringTables::textForKey(std::string_view key, std::string_view table,
                                                        std::string_view bundle) {
   Registry& r = registry();
-  std::lock_guard lock(r.mutex);
+  RKVMutexLock lock(r.mutex);
   auto b = r.bundles.find(bundle);
   if (b == r.bundles.end()) return std::nullopt;
   auto t = b->second.find(tableName(table));

@@ -53,32 +53,32 @@ RKVLog::RKVLog(std::string tag, std::shared_ptr<RKVLogDataSource> dataSource,
       debugLoggingEnabled_(debugLoggingEnabled) {}
 
 std::string RKVLog::tag() const {
-  std::lock_guard lock(mutex_);
+  RKVMutexLock lock(mutex_);
   return tag_;
 }
 
 void RKVLog::setTag(std::string tag) {
-  std::lock_guard lock(mutex_);
+  RKVMutexLock lock(mutex_);
   tag_ = std::move(tag);
 }
 
 std::shared_ptr<RKVLogDataSource> RKVLog::dataSource() const {
-  std::lock_guard lock(mutex_);
+  RKVMutexLock lock(mutex_);
   return dataSource_;
 }
 
 void RKVLog::setDataSource(std::shared_ptr<RKVLogDataSource> dataSource) {
-  std::lock_guard lock(mutex_);
+  RKVMutexLock lock(mutex_);
   dataSource_ = std::move(dataSource);
 }
 
 std::shared_ptr<RKVLogOutput> RKVLog::output() const {
-  std::lock_guard lock(mutex_);
+  RKVMutexLock lock(mutex_);
   return output_;
 }
 
 void RKVLog::setOutput(std::shared_ptr<RKVLogOutput> output) {
-  std::lock_guard lock(mutex_);
+  RKVMutexLock lock(mutex_);
   output_ = std::move(output);
 }
 
@@ -89,7 +89,7 @@ void RKVLog::logMessage(std::string_view message, int64_t level) {
   std::shared_ptr<RKVLogOutput> output;
   std::string tag;
   {
-    std::lock_guard lock(mutex_);
+    RKVMutexLock lock(mutex_);
     output = output_;
     tag = tag_;
   }

@@ -7,13 +7,13 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 
 #include <fmt/format.h>
 
+#include "rkv/foundation/RKVMutex.h"
 #include "rkv/log/RKVLogDataSource.h"
 #include "rkv/log/RKVLogOutput.h"
 
@@ -87,10 +87,10 @@ class RKVLog {
   // fmt::vformat that never throws: a failure yields the format text itself.
   static std::string formatMessage(fmt::string_view format, fmt::format_args args);
 
-  mutable std::mutex mutex_;
-  std::string tag_;                               // guarded by mutex_
-  std::shared_ptr<RKVLogDataSource> dataSource_;  // guarded by mutex_
-  std::shared_ptr<RKVLogOutput> output_;          // guarded by mutex_
+  mutable RKVMutex mutex_;
+  std::string tag_ RKV_GUARDED_BY(mutex_);
+  std::shared_ptr<RKVLogDataSource> dataSource_ RKV_GUARDED_BY(mutex_);
+  std::shared_ptr<RKVLogOutput> output_ RKV_GUARDED_BY(mutex_);
   std::atomic<bool> debugLoggingEnabled_;
 };
 

@@ -1,7 +1,8 @@
 #include "rkv/platform/RKVAppInfo.h"
 
-#include <mutex>
 #include <utility>
+
+#include "rkv/foundation/RKVMutex.h"
 
 namespace rkv {
 
@@ -10,9 +11,9 @@ namespace {
 constexpr const char* kUnknown = "(unknown)";
 
 struct SharedState {
-  std::mutex mutex;
-  RKVMainBundleInfo info;                    // guarded by mutex
-  std::shared_ptr<const RKVAppInfo> shared;  // guarded by mutex; set once
+  RKVMutex mutex;
+  RKVMainBundleInfo info RKV_GUARDED_BY(mutex);
+  std::shared_ptr<const RKVAppInfo> shared RKV_GUARDED_BY(mutex);  // set once
 };
 
 SharedState& sharedState() {
@@ -24,14 +25,14 @@ SharedState& sharedState() {
 
 std::shared_ptr<const RKVAppInfo> RKVAppInfo::sharedInstance() {
   SharedState& state = sharedState();
-  std::lock_guard lock(state.mutex);
+  RKVMutexLock lock(state.mutex);
   if (!state.shared) state.shared = std::make_shared<const RKVAppInfo>(state.info);
   return state.shared;
 }
 
 bool RKVAppInfo::setMainBundleInfo(RKVMainBundleInfo info) {
   SharedState& state = sharedState();
-  std::lock_guard lock(state.mutex);
+  RKVMutexLock lock(state.mutex);
   if (state.shared) return false;
   state.info = std::move(info);
   return true;

@@ -255,16 +255,5 @@ TEST(RKVLogDefaultOutputTest, WritesOneLinePerMessage) {
   silent.logMessage("nowhere", 1, "T");
 }
 
-TEST(RKVLogDefaultOutputTest, LevelNames) {
-  EXPECT_EQ(RKVLog::levelName(0), "DEBUG");
-  EXPECT_EQ(RKVLog::levelName(1), "INFO");
-  EXPECT_EQ(RKVLog::levelName(2), "ERROR");
-  EXPECT_EQ(RKVLog::levelName(3), "WARNING");
-  EXPECT_EQ(RKVLog::levelName(4), std::nullopt);
-  EXPECT_EQ(RKVLog::levelName(-1), std::nullopt);
-  EXPECT_FALSE(RKVLogDefaultDataSource::sharedInstance()->shouldLogMessageWithLevel(
-      *RKVLog::sharedInstance(), 2));
-}
-
 }  // namespace
 }  // namespace rkv

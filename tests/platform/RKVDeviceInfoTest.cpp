@@ -79,24 +79,14 @@ TEST(RKVDeviceInfoTest, ThreeSixtyVideosNeedSystemSevenNumerically) {
   const struct {
     const char* system;
     bool canPlay;
-  } cases[] = {{"10.2", true}, {"7.0", true}, {"7.0.1", true},  {"12", true},
-               {"07.0", true}, {"7", false},  {"6.9.9", false}, {"", false}};
+  } cases[] = {{"10.2", true}, {"7.0", true}, {"7.0.1", true},  {"12", true}, {"07.0", true},
+               {"7.10", true}, {"7", false},  {"6.9.9", false}, {"", false}};
   for (const auto& c : cases) {
     EXPECT_EQ(FixedSystemProvider(c.system).deviceCanPlay360Videos(), c.canPlay) << c.system;
     EXPECT_EQ(RKVDeviceInfo(std::make_shared<FixedSystemProvider>(c.system)).canPlay360Videos(),
               c.canPlay)
         << c.system;
   }
-}
-
-TEST(RKVDeviceInfoTest, NumericComparison) {
-  EXPECT_LT(internal::compareNumerically("9", "10"), 0);
-  EXPECT_GT(internal::compareNumerically("10.2", "7.0"), 0);
-  EXPECT_LT(internal::compareNumerically("1.9", "1.10"), 0);
-  EXPECT_EQ(internal::compareNumerically("007", "7"), 0);
-  EXPECT_LT(internal::compareNumerically("7", "7.0"), 0);
-  EXPECT_LT(internal::compareNumerically("a2", "b1"), 0);
-  EXPECT_GT(internal::compareNumerically("99999999999999999999999", "1"), 0);
 }
 
 TEST(RKVDeviceInfoTest, TrackingFactsComeFromTheHost) {
