@@ -1,0 +1,61 @@
+// RKVURLSession: the facade every HTTP exchange of the library goes through; asynchronous and
+// synchronous requests by URL or by ready-made request, over a replaceable provider.
+// Thread-safe.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+
+#include "rkv/foundation/RKVURL.h"
+#include "rkv/net/RKVURLRequest.h"
+#include "rkv/net/RKVURLSessionProviderProtocol.h"
+#include "rkv/net/RKVURLSessionResponse.h"
+#include "rkv/net/RKVURLSessionTask.h"
+
+namespace rkv {
+
+class RKVURLSession {
+ public:
+  static constexpr double DEFAULT_TIMEOUT = 60.0;  // seconds
+  static constexpr int64_t DEFAULT_CACHE_POLICY = RKVURLRequest::UseProtocolCachePolicy;
+
+  // The process-wide session over RKVURLSessionProvider::sharedInstance(), created on first use
+  // and never destroyed.
+  static std::shared_ptr<RKVURLSession> sharedInstance();
+
+  explicit RKVURLSession(std::shared_ptr<RKVURLSessionProviderProtocol> sessionProvider);
+
+  // Every later request goes through the provider set here. A null provider answers nothing:
+  // asynchronous requests return null and never complete, synchronous ones fail with
+  // RKVURLError::NoResponse.
+  std::shared_ptr<RKVURLSessionProviderProtocol> sessionProvider() const;
+  void setSessionProvider(std::shared_ptr<RKVURLSessionProviderProtocol> sessionProvider);
+
+  // The provider's dataRequest for the request, unchanged: the task (already resumed), whose
+  // completion is called once on the provider's completion thread.
+  std::shared_ptr<RKVURLSessionTask> asynchronousDataRequestWithURLRequest(
+      const RKVURLRequest& request, RKVURLSessionCompletion completionHandler);
+  // A GET of the URL with DEFAULT_CACHE_POLICY and DEFAULT_TIMEOUT.
+  std::shared_ptr<RKVURLSessionTask> asynchronousDataRequestWithURL(
+      const RKVURL& url, RKVURLSessionCompletion completionHandler);
+  // A GET of the URL with the cache policy (RKVURLRequest's values) and time-out in seconds.
+  std::shared_ptr<RKVURLSessionTask> asynchronousDataRequestWithURL(
+      const RKVURL& url, int64_t cachePolicy, double timeoutInterval,
+      RKVURLSessionCompletion completionHandler);
+
+  // Blocks until the exchange ends, which the request's time-out bounds, and returns how it
+  // ended. Refused at once, with RKVURLError::SynchronousRequestOnCompletionThread, when called
+  // on the thread that runs the provider's completions (it would wait for itself forever). A
+  // provider that drops the completion without calling it gives RKVURLError::NoResponse.
+  RKVURLSessionResponse synchronousDataRequestWithURLRequest(const RKVURLRequest& request);
+  RKVURLSessionResponse synchronousDataRequestWithURL(const RKVURL& url);
+  RKVURLSessionResponse synchronousDataRequestWithURL(const RKVURL& url, int64_t cachePolicy,
+                                                      double timeoutInterval);
+
+ private:
+  mutable std::mutex mutex_;
+  std::shared_ptr<RKVURLSessionProviderProtocol> sessionProvider_;  // guarded by mutex_
+};
+
+}  // namespace rkv
