@@ -1,0 +1,81 @@
+// Shared by the HTTP session tests: records completions and waits for them with a hang guard.
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "rkv/net/RKVURLSessionProvider.h"
+#include "rkv/net/RKVURLSessionProviderProtocol.h"
+
+namespace rkv::test {
+
+// Far above any time-out the tests use: reaching it means a hang, not slowness.
+inline constexpr std::chrono::seconds kHangGuard{60};
+
+struct RKVRecordedCompletion {
+  RKVURLSessionResponse response;
+  std::shared_ptr<RKVURLSessionTask> task;
+  bool onCompletionThread = false;
+};
+
+class RKVCompletionRecorder {
+ public:
+  // `provider` (may be null) is asked whether each completion runs on its completion thread.
+  explicit RKVCompletionRecorder(std::shared_ptr<RKVURLSessionProviderProtocol> provider = nullptr)
+      : state_(std::make_shared<State>()) {
+    state_->provider = provider;
+  }
+
+  RKVURLSessionCompletion handler() const {
+    return
+        [state = state_](RKVURLSessionResponse response, std::shared_ptr<RKVURLSessionTask> task) {
+          auto provider = state->provider.lock();
+          bool onThread = provider && provider->isCompletionThread();
+          std::lock_guard lock(state->mutex);
+          state->completions.push_back({std::move(response), std::move(task), onThread});
+          state->changed.notify_all();
+        };
+  }
+
+  // True when `count` completions have arrived before the hang guard.
+  bool waitFor(size_t count) const {
+    std::unique_lock lock(state_->mutex);
+    return state_->changed.wait_for(lock, kHangGuard,
+                                    [&] { return state_->completions.size() >= count; });
+  }
+
+  std::vector<RKVRecordedCompletion> completions() const {
+    std::lock_guard lock(state_->mutex);
+    return state_->completions;
+  }
+  size_t count() const {
+    std::lock_guard lock(state_->mutex);
+    return state_->completions.size();
+  }
+
+ private:
+  struct State {
+    std::weak_ptr<RKVURLSessionProviderProtocol> provider;
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::vector<RKVRecordedCompletion> completions;
+  };
+  std::shared_ptr<State> state_;
+};
+
+// Polls `condition` until it holds or the hang guard passes; true when it held.
+template <typename Condition>
+bool eventually(Condition condition) {
+  const auto deadline = std::chrono::steady_clock::now() + kHangGuard;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  return true;
+}
+
+}  // namespace rkv::test

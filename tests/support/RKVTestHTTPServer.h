@@ -1,0 +1,118 @@
+// A real HTTP/1.1 server on 127.0.0.1 for tests: serves fixed answers by path, counts the
+// connections it accepts and records the requests it reads, and can misbehave on purpose
+// (stay silent, stall, drip, send forever, reset, hang up). Thread-safe.
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace rkv::test {
+
+enum class RKVTestServerBehavior {
+  // Answer with the route's status, header fields and body after its delay; keep the
+  // connection open for the next request.
+  Answer,
+  // Read the request, then keep the connection open without a byte until the server stops.
+  NeverAnswer,
+  // Announce the body's length, then send it one byte per drip interval.
+  Drip,
+  // Send a 200 head without a length, then body bytes until the client goes away.
+  EndlessBody,
+  // As soon as the request head is read, reset the connection (RST); a body is left unread.
+  Reset,
+  // As soon as the request head is read, close the connection without answering.
+  Close,
+};
+
+using RKVTestHeaderFields = std::vector<std::pair<std::string, std::string>>;
+
+struct RKVTestRoute {
+  int status = 200;
+  std::string body;
+  RKVTestHeaderFields headers;
+  std::chrono::milliseconds delay{0};
+  RKVTestServerBehavior behavior = RKVTestServerBehavior::Answer;
+  std::chrono::milliseconds dripInterval{1000};
+
+  static RKVTestRoute answer(int status, std::string body,
+                             std::chrono::milliseconds delay = std::chrono::milliseconds(0));
+  static RKVTestRoute redirect(std::string location, int status = 302);
+  static RKVTestRoute misbehaving(RKVTestServerBehavior behavior);
+};
+
+struct RKVTestRequest {
+  std::string method;
+  std::string target;  // path and query as sent
+  RKVTestHeaderFields headers;
+  std::string body;
+  int connection = 0;  // 1 for the first connection accepted, 2 for the next...
+
+  // The first field of that name, compared without regard to ASCII case.
+  std::optional<std::string> header(std::string_view name) const;
+};
+
+class RKVTestHTTPServer {
+ public:
+  // Listens on 127.0.0.1 at a port of the system's choosing and starts accepting.
+  RKVTestHTTPServer();
+  // stop().
+  ~RKVTestHTTPServer();
+
+  RKVTestHTTPServer(const RKVTestHTTPServer&) = delete;
+  RKVTestHTTPServer& operator=(const RKVTestHTTPServer&) = delete;
+
+  // Serves `path` (the target without its query). Unrouted paths get 404 "not found".
+  void setRoute(std::string path, RKVTestRoute route);
+  // While set, connections are accepted (and counted) but never read or answered.
+  void setStallConnections(bool stall);
+
+  uint16_t port() const { return port_; }
+  // "http://127.0.0.1:<port>" followed by `pathAndQuery`.
+  std::string url(std::string_view pathAndQuery) const;
+
+  int connectionCount() const;
+  std::vector<RKVTestRequest> requests() const;
+  // Requests read for that path (query ignored).
+  size_t requestCount(std::string_view path) const;
+
+  // Closes the listener and every connection and joins every thread. Later calls do nothing.
+  void stop();
+
+  // A port on 127.0.0.1 that nothing listens on (bound, then released).
+  static uint16_t closedPort();
+
+ private:
+  void acceptLoop();
+  void serve(int fd, int connection);
+  // Sleeps for `duration` unless the server stops first; false when it stopped.
+  bool sleepFor(std::chrono::milliseconds duration);
+  void closeConnection(int fd, bool reset);
+  RKVTestRoute routeFor(const std::string& path) const;
+
+  int listener_ = -1;
+  int wakePipe_[2] = {-1, -1};
+  uint16_t port_ = 0;
+  std::thread acceptThread_;
+
+  mutable std::mutex mutex_;
+  std::condition_variable stopped_;
+  bool stopping_ = false;
+  bool stall_ = false;
+  int connections_ = 0;
+  std::map<std::string, RKVTestRoute, std::less<>> routes_;
+  std::vector<RKVTestRequest> requests_;
+  std::set<int> openConnections_;
+  std::vector<std::thread> connectionThreads_;
+};
+
+}  // namespace rkv::test
