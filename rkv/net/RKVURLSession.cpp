@@ -27,13 +27,13 @@ RKVURLSession::RKVURLSession(std::shared_ptr<RKVURLSessionProviderProtocol> sess
     : sessionProvider_(std::move(sessionProvider)) {}
 
 std::shared_ptr<RKVURLSessionProviderProtocol> RKVURLSession::sessionProvider() const {
-  std::lock_guard lock(mutex_);
+  RKVMutexLock lock(mutex_);
   return sessionProvider_;
 }
 
 void RKVURLSession::setSessionProvider(
     std::shared_ptr<RKVURLSessionProviderProtocol> sessionProvider) {
-  std::lock_guard lock(mutex_);
+  RKVMutexLock lock(mutex_);
   sessionProvider_ = std::move(sessionProvider);
 }
 

@@ -5,8 +5,8 @@
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 
+#include "rkv/foundation/RKVMutex.h"
 #include "rkv/foundation/RKVURL.h"
 #include "rkv/net/RKVURLRequest.h"
 #include "rkv/net/RKVURLSessionProviderProtocol.h"
@@ -54,8 +54,8 @@ class RKVURLSession {
                                                       double timeoutInterval);
 
  private:
-  mutable std::mutex mutex_;
-  std::shared_ptr<RKVURLSessionProviderProtocol> sessionProvider_;  // guarded by mutex_
+  mutable RKVMutex mutex_;
+  std::shared_ptr<RKVURLSessionProviderProtocol> sessionProvider_ RKV_GUARDED_BY(mutex_);
 };
 
 }  // namespace rkv

@@ -21,12 +21,12 @@ std::optional<int64_t> RKVURLSessionTask::identifier() const {
 }
 
 std::optional<int64_t> RKVURLSessionTask::testIdentifier() const {
-  std::lock_guard lock(mutex_);
+  RKVMutexLock lock(mutex_);
   return testIdentifier_;
 }
 
 void RKVURLSessionTask::setTestIdentifier(std::optional<int64_t> identifier) {
-  std::lock_guard lock(mutex_);
+  RKVMutexLock lock(mutex_);
   testIdentifier_ = identifier;
 }
 

@@ -4,9 +4,9 @@
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 
+#include "rkv/foundation/RKVMutex.h"
 #include "rkv/net/RKVURLDataTask.h"
 
 namespace rkv {
@@ -39,8 +39,8 @@ class RKVURLSessionTask {
 
  private:
   const std::shared_ptr<RKVURLDataTask> dataTask_;
-  mutable std::mutex mutex_;
-  std::optional<int64_t> testIdentifier_;  // guarded by mutex_
+  mutable RKVMutex mutex_;
+  std::optional<int64_t> testIdentifier_ RKV_GUARDED_BY(mutex_);
 };
 
 }  // namespace rkv

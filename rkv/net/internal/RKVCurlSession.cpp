@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <mutex>
 #include <system_error>
 #include <utility>
 
@@ -33,12 +32,12 @@ bool curlGlobalInit() {
 
 std::shared_ptr<RKVCurlSession> RKVCurlSession::create(RKVURLSessionConfiguration configuration) {
   std::shared_ptr<RKVCurlSession> session(new RKVCurlSession(std::move(configuration)));
-  std::lock_guard lock(session->joinMutex_);
+  RKVMutexLock lock(session->joinMutex_);
   try {
     session->thread_ = std::thread(&RKVCurlSession::run, session);
   } catch (const std::system_error&) {
     // No thread to run anything: every request ends at once (see RKVCurlTransfer::resume).
-    std::lock_guard stateLock(session->mutex_);
+    RKVMutexLock stateLock(session->mutex_);
     session->stopping_ = true;
   }
   return session;
@@ -56,7 +55,7 @@ RKVCurlSession::RKVCurlSession(RKVURLSessionConfiguration configuration)
 RKVCurlSession::~RKVCurlSession() {
   // The network thread holds a reference until it has left its loop, so by now it is ending or
   // gone. When this runs on it (its reference was the last), it cannot join itself.
-  std::lock_guard lock(joinMutex_);
+  RKVMutexLock lock(joinMutex_);
   if (thread_.joinable()) {
     if (thread_.get_id() == std::this_thread::get_id()) {
       thread_.detach();
@@ -82,7 +81,7 @@ bool RKVCurlSession::enqueueCancel(std::shared_ptr<RKVCurlTransfer> transfer) {
 
 bool RKVCurlSession::enqueue(Command command) {
   {
-    std::lock_guard lock(mutex_);
+    RKVMutexLock lock(mutex_);
     if (stopping_) return false;
     commands_.push_back(std::move(command));
   }
@@ -92,23 +91,26 @@ bool RKVCurlSession::enqueue(Command command) {
 
 void RKVCurlSession::wake() {
   if (multi_) curl_multi_wakeup(multi_.get());
-  commandsChanged_.notify_all();
+  commandsChanged_.notifyAll();
 }
 
 void RKVCurlSession::waitForCommands(std::chrono::milliseconds limit) {
-  std::unique_lock lock(mutex_);
-  commandsChanged_.wait_for(lock, limit, [&] { return stopping_ || !commands_.empty(); });
+  const auto deadline = std::chrono::steady_clock::now() + limit;
+  RKVMutexLock lock(mutex_);
+  while (!stopping_ && commands_.empty()) {
+    if (!commandsChanged_.waitUntil(mutex_, deadline)) return;
+  }
 }
 
 void RKVCurlSession::shutdown() {
   {
-    std::lock_guard lock(mutex_);
+    RKVMutexLock lock(mutex_);
     stopping_ = true;
   }
   wake();
   // From a completion: the loop ends once the completion returns.
   if (isNetworkThread()) return;
-  std::lock_guard lock(joinMutex_);
+  RKVMutexLock lock(joinMutex_);
   if (thread_.joinable()) thread_.join();
 }
 
@@ -131,7 +133,7 @@ void RKVCurlSession::runLoop() {
     std::vector<Command> commands;
     bool stopping;
     {
-      std::lock_guard lock(mutex_);
+      RKVMutexLock lock(mutex_);
       commands.swap(commands_);
       stopping = stopping_;
     }

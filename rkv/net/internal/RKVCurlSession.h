@@ -4,14 +4,13 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <thread>
 #include <unordered_map>
 #include <vector>
 
+#include "rkv/foundation/RKVMutex.h"
 #include "rkv/net/RKVURLSessionProvider.h"
 #include "rkv/net/internal/RKVCurlHandles.h"
 #include "rkv/net/internal/RKVCurlTransfer.h"
@@ -68,15 +67,15 @@ class RKVCurlSession : public std::enable_shared_from_this<RKVCurlSession> {
   std::atomic<int64_t> nextIdentifier_{1};
   std::atomic<std::thread::id> threadID_{};
 
-  std::mutex mutex_;
-  std::condition_variable commandsChanged_;
-  std::vector<Command> commands_;  // guarded by mutex_
-  bool stopping_ = false;          // guarded by mutex_
+  RKVMutex mutex_;
+  RKVCondVar commandsChanged_;
+  std::vector<Command> commands_ RKV_GUARDED_BY(mutex_);
+  bool stopping_ RKV_GUARDED_BY(mutex_) = false;
 
   // Serializes joining. shutdown() never takes it on the network thread; the destructor may,
   // but only once nobody else holds the session, so nobody else is joining.
-  std::mutex joinMutex_;
-  std::thread thread_;  // guarded by joinMutex_ after create()
+  RKVMutex joinMutex_;
+  std::thread thread_ RKV_GUARDED_BY(joinMutex_);
 
   // Network thread only.
   std::unordered_map<CURL*, std::shared_ptr<RKVCurlTransfer>> running_;
