@@ -97,10 +97,14 @@ void expectOnlyFieldsSet(const Extension& extension, std::initializer_list<std::
     return std::find(set.begin(), set.end(), element) != set.end();
   };
   for (const TextField& field : kTextFields) {
-    if (!isSet(field.element)) EXPECT_EQ((extension.*field.get)(), std::nullopt) << field.element;
+    if (!isSet(field.element)) {
+      EXPECT_EQ((extension.*field.get)(), std::nullopt) << field.element;
+    }
   }
   for (const auto& [element, get] : kNumberFields) {
-    if (!isSet(element)) EXPECT_EQ((extension.*get)(), std::nullopt) << element;
+    if (!isSet(element)) {
+      EXPECT_EQ((extension.*get)(), std::nullopt) << element;
+    }
   }
 }
 
@@ -179,7 +183,7 @@ TEST(RKVVASTAdExtensionTest, BaseURLAndPlayerHints) {
 }
 
 TEST(RKVVASTAdExtensionTest, LaterExtensionsOverwriteFieldByField) {
-  auto extension = extensionFrom(
+  RKVXMLDictionaryPtr extensions = test::element(
       "<Extensions>"
       "<Extension><offset isForced='1' skipoffset='5'/><sort rank='1'/>"
       "<customisedScript>first</customisedScript><instanceCount>2</instanceCount>"
@@ -190,6 +194,11 @@ TEST(RKVVASTAdExtensionTest, LaterExtensionsOverwriteFieldByField) {
       "<VireoMacros><siteID>2</siteID><networkID>n/a</networkID></VireoMacros>"
       "<RtbMacros><DspId>s2</DspId></RtbMacros></Extension>"
       "</Extensions>");
+  auto extension = Extension::withDictionary(*extensions);
+  // The same through the list operation.
+  Extension listed;
+  listed.processExtensions(*extensions->find("Extension")->array());
+  EXPECT_EQ(listed, *extension);
   EXPECT_FALSE(extension->offsetIsForced());
   EXPECT_EQ(extension->skipOffset(), "5");  // the later offset has no skipoffset
   EXPECT_EQ(extension->sortRank(), "1");    // nor the later sort a rank
