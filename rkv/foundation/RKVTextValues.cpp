@@ -52,7 +52,13 @@ double RKVTextValues::doubleValue(std::string_view text) {
 }
 
 float RKVTextValues::floatValue(std::string_view text) {
-  return static_cast<float>(doubleValue(text));
+  const double value = doubleValue(text);
+  // From half an ulp above float's maximum on, the value rounds to infinity; the cast alone would
+  // be undefined behaviour there.
+  constexpr double kOverflow = static_cast<double>(std::numeric_limits<float>::max()) + 0x1p103;
+  if (value >= kOverflow) return std::numeric_limits<float>::infinity();
+  if (value <= -kOverflow) return -std::numeric_limits<float>::infinity();
+  return static_cast<float>(value);
 }
 
 int32_t RKVTextValues::intValue(std::string_view text) {

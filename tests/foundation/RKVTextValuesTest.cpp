@@ -68,5 +68,36 @@ TEST(RKVTextValuesTest, BooleanReading) {
   EXPECT_FALSE(RKVTextValues::boolValue(static_cast<const std::string*>(nullptr)));
 }
 
+// Attribute texts as VAST documents write them, through every reading.
+TEST(RKVTextValuesTest, AttributeTexts) {
+  struct Case {
+    const char* text;
+    double number;    // doubleValue and floatValue
+    int64_t integer;  // intValue and integerValue
+    bool boolean;
+  };
+  const Case cases[] = {
+      {"right", 0, 0, false}, {" 12", 12, 12, true}, {"1e3", 1000, 1, true},
+      {"-0", -0.0, 0, false}, {"yes", 0, 0, true},   {"No", 0, 0, false},
+      {"0001", 1, 1, true},   {"+1", 1, 1, true},    {"1280px", 1280, 1280, true},
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(RKVTextValues::doubleValue(c.text), c.number) << c.text;
+    EXPECT_EQ(RKVTextValues::floatValue(c.text), static_cast<float>(c.number)) << c.text;
+    EXPECT_EQ(RKVTextValues::intValue(c.text), c.integer) << c.text;
+    EXPECT_EQ(RKVTextValues::integerValue(c.text), c.integer) << c.text;
+    EXPECT_EQ(RKVTextValues::boolValue(c.text), c.boolean) << c.text;
+  }
+  EXPECT_TRUE(std::signbit(RKVTextValues::floatValue("-0")));
+  // Underflow and subnormals read as the platform reads them.
+  EXPECT_EQ(RKVTextValues::doubleValue("1e-400"), 0.0);
+  EXPECT_EQ(RKVTextValues::doubleValue("5e-324"), std::numeric_limits<double>::denorm_min());
+  EXPECT_EQ(RKVTextValues::doubleValue("+1.5e2x"), 150.0);
+  // Narrowing rounds to the nearest float; only beyond half an ulp above the maximum is infinite.
+  EXPECT_EQ(RKVTextValues::floatValue("3.4028235e38"), std::numeric_limits<float>::max());
+  EXPECT_EQ(RKVTextValues::floatValue("3.4028236e38"), std::numeric_limits<float>::infinity());
+  EXPECT_EQ(RKVTextValues::floatValue("-1e39"), -std::numeric_limits<float>::infinity());
+}
+
 }  // namespace
 }  // namespace rkv

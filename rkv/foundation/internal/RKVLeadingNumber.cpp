@@ -1,6 +1,8 @@
 #include "rkv/foundation/internal/RKVLeadingNumber.h"
 
+#include <charconv>
 #include <string>
+#include <system_error>
 
 #include <locale.h>
 #include <stdlib.h>
@@ -50,7 +52,13 @@ double leadingDouble(std::string_view text) {
       i = j;
     }
   }
-  // Only the validated span reaches strtod_l, so none of its other forms (inf, nan, hex) can.
+  // Only the validated span is converted, so no other form (inf, nan, hex) can be read.
+  // from_chars rounds correctly without allocating; it refuses a leading '+' and leaves
+  // overflow and underflow to strtod_l, which gives their platform results (+-HUGE_VAL, 0).
+  const size_t begin = text[start] == '+' ? start + 1 : start;
+  double value = 0;
+  const auto [end, error] = std::from_chars(text.data() + begin, text.data() + i, value);
+  if (error == std::errc() && end == text.data() + i) return value;
   const std::string number(text.substr(start, i - start));
   const locale_t locale = cLocale();
   if (locale == static_cast<locale_t>(nullptr)) return strtod(number.c_str(), nullptr);
