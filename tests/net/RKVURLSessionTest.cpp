@@ -1,4 +1,6 @@
 // The session facade: what it asks of its provider, synchronous waiting, provider replacement.
+#include <cstdio>
+#include <cstdlib>
 #include <future>
 #include <string>
 #include <thread>
@@ -215,6 +217,26 @@ TEST(RKVURLSessionSharedTest, TheSharedSessionLoadsThroughTheSharedProvider) {
   server.setRoute("/shared", RKVTestRoute::answer(200, "shared"));
   EXPECT_EQ(session->synchronousDataRequestWithURL(*RKVURL::withString(server.url("/shared"))).data,
             "shared");
+}
+
+TEST(RKVURLSessionSharedDeathTest, ExitEndsTheSharedProvidersRequestsInFlight) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        // Never destroyed: exit() does not unwind, and the server must outlive the exit.
+        auto* server = new RKVTestHTTPServer();
+        server->setRoute("/silent",
+                         RKVTestRoute::misbehaving(test::RKVTestServerBehavior::NeverAnswer));
+        RKVURLSession::sharedInstance()->asynchronousDataRequestWithURL(
+            *RKVURL::withString(server->url("/silent")),
+            [](RKVURLSessionResponse response, std::shared_ptr<RKVURLSessionTask>) {
+              std::fprintf(stderr, "ended with %lld\n",
+                           static_cast<long long>(response.error ? response.error->code : 0));
+            });
+        if (!test::eventually([&] { return server->requestCount("/silent") == 1; })) std::exit(2);
+        std::exit(0);
+      },
+      ::testing::ExitedWithCode(0), "ended with -999");
 }
 
 }  // namespace
