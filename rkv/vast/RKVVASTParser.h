@@ -16,7 +16,8 @@ class RKVVASTParser {
   // `isWrapper`: the bytes answer a wrapper's ad-tag URI (selects the wrapper forms of the
   // errors). nullopt bytes: VAST_VPAID_ERROR_FETCH and error 5032 "Unexpected response.".
   static RKVVASTParserResponse parseXMLAndGenerateVASTObjectModel(
-      std::optional<std::string_view> bytes, bool isWrapper, const RKVVASTErrorHandler& errorHandler);
+      std::optional<std::string_view> bytes, bool isWrapper,
+      const RKVVASTErrorHandler& errorHandler);
   static RKVVASTParserResponse parseXMLAndGenerateVASTObjectModel(
       std::optional<std::string_view> bytes);
 };

@@ -86,8 +86,7 @@ class RKVVASTAd {
   // Always answers true (a wrapper without Creatives is fine; an inline ad without usable
   // linear or non-linear creative is marked invalid).
   bool findCreatives(const RKVXMLDictionary& content, bool forWrapper,
-                     std::optional<RKVError>* error,
-                     const RKVVASTInnerErrorHandler& errorHandler);
+                     std::optional<RKVError>* error, const RKVVASTInnerErrorHandler& errorHandler);
   void findExtensions(const RKVXMLDictionary& content);
   void findAdVerifications(const RKVXMLDictionary& content);
 
