@@ -1,0 +1,19 @@
+// RKVConsumableVideoAd: the base of the player's own ad objects, the ones a VAST manager's
+// adapter makes from resolved VAST ads and the manager hands out. It carries nothing: a host
+// derives its ad type from it and gets it back with std::dynamic_pointer_cast (or wraps a type
+// it cannot change in a small derived holder). Thread-safety is the deriving type's.
+#pragma once
+
+namespace rkv {
+
+class RKVConsumableVideoAd {
+ public:
+  virtual ~RKVConsumableVideoAd() = default;
+
+ protected:
+  RKVConsumableVideoAd() = default;
+  RKVConsumableVideoAd(const RKVConsumableVideoAd&) = default;
+  RKVConsumableVideoAd& operator=(const RKVConsumableVideoAd&) = default;
+};
+
+}  // namespace rkv

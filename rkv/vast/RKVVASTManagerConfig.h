@@ -1,0 +1,50 @@
+// RKVVASTManagerConfig: how a VAST manager resolves its ads (fetch time-out, wrapper limit, pods,
+// strict first-level impression validation). A plain value; copy it freely between threads.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace rkv {
+
+class RKVVASTManagerConfig {
+ public:
+  static constexpr double DEFAULT_REQUEST_TIMEOUT = 5.0;  // seconds
+  static constexpr int64_t DEFAULT_MAXIMUM_WRAPPERS = 5;
+
+  // The defaults: 5 s, 5 wrappers, pods off, strict validation off.
+  RKVVASTManagerConfig() = default;
+  RKVVASTManagerConfig(double requestTimeout, int64_t maximumWrappers, bool handleWrappersAdpods,
+                       bool strictWrapperFirstLevelImpressionValidation);
+
+  // Seconds each wrapper fetch may take, whole exchange included.
+  double requestTimeout() const { return requestTimeout_; }
+  void setRequestTimeout(double requestTimeout) { requestTimeout_ = requestTimeout; }
+  // Wrapper levels followed on the main path (a main wrapper at this depth or deeper is not
+  // fetched); the passback path follows one more.
+  int64_t maximumWrappers() const { return maximumWrappers_; }
+  void setMaximumWrappers(int64_t maximumWrappers) { maximumWrappers_ = maximumWrappers; }
+  // A main wrapper that resolves to several ads contributes all of them (sorted as a pod) instead
+  // of only the first.
+  bool handleWrappersAdpods() const { return handleWrappersAdpods_; }
+  void setHandleWrappersAdpods(bool handle) { handleWrappersAdpods_ = handle; }
+  // A first-level wrapper without Impression is refused before it is fetched.
+  bool strictWrapperFirstLevelImpressionValidation() const {
+    return strictWrapperFirstLevelImpressionValidation_;
+  }
+  void setStrictWrapperFirstLevelImpressionValidation(bool strict) {
+    strictWrapperFirstLevelImpressionValidation_ = strict;
+  }
+
+  // "RKVVASTManagerConfig(requestTimeout: 5.000000, maximumWrappers: 5, handleWrappersAdpods: NO,
+  // strictWrapperFirstLevelImpressionValidation: NO)".
+  std::string description() const;
+
+ private:
+  double requestTimeout_ = DEFAULT_REQUEST_TIMEOUT;
+  int64_t maximumWrappers_ = DEFAULT_MAXIMUM_WRAPPERS;
+  bool handleWrappersAdpods_ = false;
+  bool strictWrapperFirstLevelImpressionValidation_ = false;
+};
+
+}  // namespace rkv
