@@ -71,17 +71,23 @@ class RKVVASTManager::Core : public std::enable_shared_from_this<Core> {
                  std::shared_ptr<RKVURLSession> sessionManager, RKVVASTManagerConfig config)
       RKV_EXCLUDES(mu_) {
     if (!sessionManager) sessionManager = RKVURLSession::sharedInstance();
-    RKVMutexLock lock(mu_);
-    isResolvingPassbackWrappers_ = false;
-    didResolvePassbackWrappers_ = false;
-    ++passbackGeneration_;
-    mainAdsStore_.clear();
-    inlinePassbackAdsStore_.clear();
-    wrapperPassbackAdsStore_.clear();
-    delegate_ = std::move(delegate);
-    adapter_ = std::move(adapter);
-    session_ = std::move(sessionManager);
-    config_ = config;
+    Ads main;
+    Ads inlinePassbacks;
+    Ads wrapperPassbacks;
+    {
+      RKVMutexLock lock(mu_);
+      isResolvingPassbackWrappers_ = false;
+      didResolvePassbackWrappers_ = false;
+      ++passbackGeneration_;
+      main.swap(mainAdsStore_);
+      inlinePassbacks.swap(inlinePassbackAdsStore_);
+      wrapperPassbacks.swap(wrapperPassbackAdsStore_);
+      delegate_.swap(delegate);
+      adapter_.swap(adapter);
+      session_.swap(sessionManager);
+      config_ = config;
+    }
+    // What was replaced is released here, without the mutex.
   }
 
   // The manager is being destroyed: no delegate or adapter call starts from now on, and those
@@ -210,8 +216,9 @@ class RKVVASTManager::Core : public std::enable_shared_from_this<Core> {
     std::shared_ptr<RKVURLSession> session;
     {
       RKVMutexLock lock(mu_);
-      hasDelegate = delegate_.lock() != nullptr;
-      hasAdapter = adapter_.lock() != nullptr;
+      // expired(), not lock(): a temporary owner could end up destroying the delegate here.
+      hasDelegate = !delegate_.expired();
+      hasAdapter = !adapter_.expired();
       session = session_;
     }
     if (!hasDelegate) {
