@@ -1,193 +1,139 @@
+#include <filesystem>
 #include <random>
 
 #include <gtest/gtest.h>
 
 #include "rkv/xml/RKVXMLDictionaryParser.h"
 
+#include "tests/support/RKVTestPaths.h"
 #include "tests/xml/RKVXMLTreeTestSupport.h"
 
 namespace rkv {
 namespace {
 
 using test::dump;
+using Options = RKVXMLDictionaryParser::Options;
 
-std::string parseDefault(std::string_view xml) {
-  RKVXMLDictionaryPtr root = RKVXMLDictionary::rkv_dictionaryWithXMLString(xml);
-  return root ? dump(root) : "nil";
-}
-
-std::string parseWith(const RKVXMLDictionaryParser::Options& options, std::string_view xml) {
-  RKVXMLDictionaryParser parser(options);
-  RKVXMLDictionaryPtr root = parser.rkv_dictionaryWithString(xml);
+std::string parseWith(const Options& options, std::string_view xml) {
+  RKVXMLDictionaryPtr root = RKVXMLDictionaryParser(options).rkv_dictionaryWithString(xml);
   return root ? dump(root) : "nil";
 }
 
 TEST(RKVXMLDictionaryParserTest, DefaultShapes) {
-  struct Case {
-    const char* xml;
-    const char* tree;
-  } cases[] = {
+  const std::pair<const char*, const char*> cases[] = {
       {"<VAST version='3.0'><Ad id='7'><InLine><AdSystem>X</AdSystem></InLine></Ad></VAST>",
        R"({"__name":"VAST","_version":"3.0","Ad":[{"_id":"7","InLine":[{"AdSystem":[{"__text":"X"}]}]}]})"},
-      // text trimmed, root never stripped
-      {"<A>  x  </A>", R"({"__name":"A","__text":"x"})"},
+      // Text is trimmed (non-ASCII white space too); the root is never stripped.
+      {"<A>\xC2\xA0 x\xE3\x80\x80</A>", R"({"__name":"A","__text":"x"})"},
       {"<A/>", R"({"__name":"A"})"},
-      // a stripped empty child leaves its name mapped to an empty list
-      {"<R><B/></R>", R"({"__name":"R","B":[]})"},
-      {"<R><B>t</B></R>", R"({"__name":"R","B":[{"__text":"t"}]})"},
+      // A stripped empty child leaves its name mapped to an empty list; attributes keep it, and
+      // so do the empty lists of its own stripped children.
       {"<R><B>  \n\t </B></R>", R"({"__name":"R","B":[]})"},
-      // attributes keep an element from being stripped
       {"<R><B x='1'/></R>", R"({"__name":"R","B":[{"_x":"1"}]})"},
-      // an element whose children were stripped is not empty: it holds their empty lists
       {"<R><B><C/></B></R>", R"({"__name":"R","B":[{"C":[]}]})"},
-      // CDATA is one run with the white space around it, then trimmed; nothing is unescaped
+      // CDATA is one run with the white space around it, then trimmed; nothing is unescaped.
       {"<R><U>\n  <![CDATA[ http://a.b/p?x=1&y=%5B2%5D ]]>\n</U></R>",
        R"({"__name":"R","U":[{"__text":"http://a.b/p?x=1&y=%5B2%5D"}]})"},
-      // entities and character references are decoded in text and attributes
       {"<R a='&lt;&#65;&gt;'>&amp;&#x42;</R>", R"({"__name":"R","_a":"<A>","__text":"&B"})"},
-      // comments do not end a text run
+      // Comments do not end a text run; a child does, making a list of runs.
       {"<A>a<!-- c -->b</A>", R"({"__name":"A","__text":"ab"})"},
-      // text interrupted by a child becomes a list of runs
       {"<A>one<B/>two</A>", R"({"__name":"A","__text":["one","two"],"B":[]})"},
-      // repeated children keep document order; keys keep insertion order
+      // Repeated children keep document order; keys keep insertion order.
       {"<A><Z>1</Z><Y>2</Y><Z>3</Z></A>",
        R"({"__name":"A","Z":[{"__text":"1"},{"__text":"3"}],"Y":[{"__text":"2"}]})"},
-      // qualified names are kept as written
       {"<a:R xmlns:a='urn:x'><a:B>1</a:B></a:R>",
        R"({"__name":"a:R","_xmlns:a":"urn:x","a:B":[{"__text":"1"}]})"},
-      // non-ASCII white space is trimmed too (U+00A0, U+3000)
-      {"<A>\xC2\xA0x\xE3\x80\x80</A>", R"({"__name":"A","__text":"x"})"},
   };
-  for (const Case& c : cases)
-    EXPECT_EQ(parseDefault(c.xml), c.tree) << c.xml;
+  for (const auto& [xml, tree] : cases)
+    EXPECT_EQ(parseWith({}, xml), tree) << xml;
 }
 
-TEST(RKVXMLDictionaryParserTest, IllFormedDocumentsGiveNil) {
-  const char* documents[] = {
-      "",
-      "   ",
-      "<A/><B/>",            // two roots
-      "<A><B></A>",          // missing end tag
-      "<A>&undefined;</A>",  // undefined entity
-      "<A x='1' x='2'/>",    // duplicate attribute
-      "not xml at all",
-      "<A><![CDATA[\xff\xfe]]></A>",  // invalid UTF-8 inside CDATA
-      "<A>\xc3</A>",                  // truncated UTF-8 sequence
-  };
-  for (const char* xml : documents) {
+TEST(RKVXMLDictionaryParserTest, IllFormedDocumentsGiveNilAndAnError) {
+  // Two roots, a missing end tag, an undefined entity, a duplicate attribute, invalid UTF-8 in
+  // CDATA, a truncated UTF-8 sequence.
+  for (const char* xml :
+       {"", "   ", "<A/><B/>", "<A><B></A>", "<A>&undefined;</A>", "<A x='1' x='2'/>", "not xml",
+        "<A><![CDATA[\xff\xfe]]></A>", "<A>\xc3</A>"}) {
     RKVXMLDictionaryParser parser;
     EXPECT_EQ(parser.rkv_dictionaryWithString(xml), nullptr) << xml;
-    EXPECT_TRUE(parser.parsingError().has_value()) << xml;
+    EXPECT_TRUE(parser.parsingError()) << xml;
   }
   EXPECT_EQ(RKVXMLDictionary::rkv_dictionaryWithXMLFile("/nonexistent/file.xml"), nullptr);
 }
 
 TEST(RKVXMLDictionaryParserTest, OptionsChangeTheShape) {
-  using Options = RKVXMLDictionaryParser::Options;
-  auto with = [](auto change) {
-    Options options;
-    change(options);
-    return options;
-  };
   const char* xml = "<R a='1'><B>t</B><C/><B>u</B><!--note--></R>";
-
-  EXPECT_EQ(parseWith(with([](Options& o) { o.collapseTextNodes = true; }), xml),
-            R"({"__name":"R","_a":"1","B":["t","u"],"C":[]})");
-  EXPECT_EQ(parseWith(with([](Options& o) { o.stripEmptyNodes = false; }), xml),
-            R"({"__name":"R","_a":"1","B":[{"__text":"t"},{"__text":"u"}],"C":[{"__text":""}]})");
-  EXPECT_EQ(parseWith(with([](Options& o) { o.alwaysUseArrays = false; }), xml),
-            R"({"__name":"R","_a":"1","B":[{"__text":"t"},{"__text":"u"}]})");
-  EXPECT_EQ(
-      parseWith(with([](Options& o) { o.preserveComments = true; }), xml),
-      R"({"__name":"R","_a":"1","B":[{"__text":"t"},{"__text":"u"}],"C":[],"__comments":["note"]})");
-  EXPECT_EQ(parseWith(with([](Options& o) { o.wrapRootNode = true; }), xml),
-            R"({"R":{"__name":"R","_a":"1","B":[{"__text":"t"},{"__text":"u"}],"C":[]}})");
-  EXPECT_EQ(
-      parseWith(with([](Options& o) { o.attributesMode = 1; }), xml),
-      R"({"__name":"R","__attributes":{"a":"1"},"B":[{"__text":"t"},{"__text":"u"}],"C":[]})");
-  EXPECT_EQ(parseWith(with([](Options& o) { o.attributesMode = 2; }), xml),
-            R"({"__name":"R","a":"1","B":[{"__text":"t"},{"__text":"u"}],"C":[]})");
-  EXPECT_EQ(parseWith(with([](Options& o) { o.attributesMode = 3; }), xml),
-            R"({"__name":"R","B":[{"__text":"t"},{"__text":"u"}],"C":[]})");
-  EXPECT_EQ(parseWith(with([](Options& o) { o.attributesMode = 99; }), xml),
-            R"({"__name":"R","B":[{"__text":"t"},{"__text":"u"}],"C":[]})");
-  // "__name" on every node does not keep an empty node from being stripped.
-  EXPECT_EQ(
-      parseWith(with([](Options& o) { o.nodeNameMode = 1; }), xml),
-      R"({"__name":"R","_a":"1","B":[{"__name":"B","__text":"t"},{"__name":"B","__text":"u"}],"C":[]})");
-  EXPECT_EQ(parseWith(with([](Options& o) { o.nodeNameMode = 2; }), xml),
-            R"({"_a":"1","B":[{"__text":"t"},{"__text":"u"}],"C":[]})");
-  EXPECT_EQ(parseWith(with([](Options& o) { o.trimWhiteSpace = false; }), "<R> a <B/> b </R>"),
+  const std::string children = R"("B":[{"__text":"t"},{"__text":"u"}])";
+  const std::pair<Options, std::string> cases[] = {
+      {{.collapseTextNodes = true}, R"({"__name":"R","_a":"1","B":["t","u"],"C":[]})"},
+      {{.stripEmptyNodes = false},
+       R"({"__name":"R","_a":"1",)" + children + R"(,"C":[{"__text":""}]})"},
+      {{.alwaysUseArrays = false}, R"({"__name":"R","_a":"1",)" + children + "}"},
+      {{.preserveComments = true},
+       R"({"__name":"R","_a":"1",)" + children + R"(,"C":[],"__comments":["note"]})"},
+      {{.wrapRootNode = true}, R"({"R":{"__name":"R","_a":"1",)" + children + R"(,"C":[]}})"},
+      {{.attributesMode = 1},
+       R"({"__name":"R","__attributes":{"a":"1"},)" + children + R"(,"C":[]})"},
+      {{.attributesMode = 2}, R"({"__name":"R","a":"1",)" + children + R"(,"C":[]})"},
+      {{.attributesMode = 99}, R"({"__name":"R",)" + children + R"(,"C":[]})"},
+      // "__name" on every node does not keep an empty node from being stripped.
+      {{.nodeNameMode = 1},
+       R"({"__name":"R","_a":"1","B":[{"__name":"B","__text":"t"},{"__name":"B","__text":"u"}],"C":[]})"},
+      {{.nodeNameMode = 2}, R"({"_a":"1",)" + children + R"(,"C":[]})"},
+  };
+  for (const auto& [options, tree] : cases)
+    EXPECT_EQ(parseWith(options, xml), tree);
+  EXPECT_EQ(parseWith({.trimWhiteSpace = false}, "<R> a <B/> b </R>"),
             R"({"__name":"R","__text":[" a "," b "],"B":[]})");
   // A wrapped root is collapsed or stripped like any other child.
-  EXPECT_EQ(parseWith(with([](Options& o) {
-                        o.wrapRootNode = true;
-                        o.nodeNameMode = 2;
-                        o.collapseTextNodes = true;
-                      }),
-                      "<R>x</R>"),
-            R"({"R":"x"})");
-}
+  EXPECT_EQ(
+      parseWith({.collapseTextNodes = true, .wrapRootNode = true, .nodeNameMode = 2}, "<R>x</R>"),
+      R"({"R":"x"})");
 
-TEST(RKVXMLDictionaryParserTest, SharedInstanceIsTheOptionTemplate) {
+  // The shared instance is the template of the readers made without options.
   RKVXMLDictionaryParser& shared = RKVXMLDictionaryParser::sharedInstance();
-  ASSERT_EQ(&shared, &RKVXMLDictionaryParser::sharedInstance());
-  RKVXMLDictionaryParser::Options saved = shared.options();
+  const Options saved = shared.options();
   shared.setCollapseTextNodes(true);
-  EXPECT_EQ(parseDefault("<R><B>t</B></R>"), R"({"__name":"R","B":["t"]})");
-  RKVXMLDictionaryParser copy(shared);
-  EXPECT_TRUE(copy.collapseTextNodes());
+  EXPECT_EQ(dump(RKVXMLDictionary::rkv_dictionaryWithXMLString("<R><B>t</B></R>")),
+            R"({"__name":"R","B":["t"]})");
+  EXPECT_TRUE(RKVXMLDictionaryParser(shared).collapseTextNodes());
   shared.setOptions(saved);
-  EXPECT_EQ(parseDefault("<R><B>t</B></R>"), R"({"__name":"R","B":[{"__text":"t"}]})");
 }
 
-// --- The node-name search -----------------------------------------------------------------------
-//
 // The builder finds an ended element's key in its parent directly. The rule it implements is a
 // search over the parent's keys in key order (the first key whose value is the node itself, or a
 // list holding a dictionary equal to it). This reference builder follows the rule literally;
 // random documents under every option combination must give identical trees.
-
 class LiteralTreeBuilder final : public RKVXMLPushParserDelegate {
  public:
-  explicit LiteralTreeBuilder(const RKVXMLDictionaryParser::Options& o) : o_(o) {}
+  explicit LiteralTreeBuilder(const Options& o) : o_(o) {}
   RKVXMLDictionaryPtr root;
 
   void didStartElement(std::string_view name, const RKVXMLAttributes& attributes) override {
     endText();
     auto node = RKVXMLDictionary::make();
-    bool named = o_.nodeNameMode == 0 ? root == nullptr : o_.nodeNameMode == 1;
-    if (named) node->set("__name", std::string(name));
-    if (!attributes.empty()) {
-      auto map = RKVXMLDictionary::make();
-      attributes.forEach([&](std::string_view k, std::string_view v) {
-        if (o_.attributesMode == 0) node->set("_" + std::string(k), std::string(v));
-        if (o_.attributesMode == 1) map->set(k, std::string(v));
-        if (o_.attributesMode == 2) node->set(k, std::string(v));
-      });
-      if (o_.attributesMode == 1) node->set("__attributes", map);
-    }
-    if (root) {
-      RKVXMLDictionary& parent = *stack.back();
-      RKVXMLValue* existing = parent.find(name);
-      if (existing && existing->isArray()) {
-        existing->array()->push_back(node);
-      } else if (existing) {
-        *existing = pair(*existing, node);
-      } else if (o_.alwaysUseArrays) {
-        parent.set(name, RKVXMLArray::make({node}));
-      } else {
-        parent.set(name, node);
-      }
-      stack.push_back(node);
-    } else {
+    if (o_.nodeNameMode == 0 ? root == nullptr : o_.nodeNameMode == 1)
+      node->set("__name", std::string(name));
+    auto map = RKVXMLDictionary::make();
+    attributes.forEach([&](std::string_view k, std::string_view v) {
+      if (o_.attributesMode == 0) node->set("_" + std::string(k), std::string(v));
+      if (o_.attributesMode == 1) map->set(k, std::string(v));
+      if (o_.attributesMode == 2) node->set(k, std::string(v));
+    });
+    if (o_.attributesMode == 1 && !attributes.empty()) node->set("__attributes", map);
+    if (!root) {
       root = node;
       stack = {node};
-      if (o_.wrapRootNode) {
-        root = RKVXMLDictionary::make({{std::string(name), node}});
-        stack.insert(stack.begin(), root);
-      }
+      if (o_.wrapRootNode)
+        stack.insert(stack.begin(), root = RKVXMLDictionary::make({{std::string(name), node}}));
+      return;
     }
+    if (RKVXMLValue* existing = stack.back()->find(name)) {
+      append(*existing, node);
+    } else {
+      stack.back()->set(name, o_.alwaysUseArrays ? RKVXMLValue(RKVXMLArray::make({node})) : node);
+    }
+    stack.push_back(node);
   }
 
   void didEndElement(std::string_view) override {
@@ -201,90 +147,61 @@ class LiteralTreeBuilder final : public RKVXMLPushParserDelegate {
     if (const RKVXMLValue* own = node->find("__name")) {
       if (!own->string()) return;
       key = *own->string();
-    } else {
-      RKVXMLValue self(node);
-      for (const auto& [k, v] : parent.entries()) {
-        bool hit = v.isSameObject(self);
-        if (const RKVXMLArray* list = v.array()) {
-          for (const RKVXMLValue& item : *list)
-            hit = hit || (item.isDictionary() && item.isEqual(self));
-        }
-        if (hit) {
-          key = k;
-          break;
-        }
-      }
-      if (!key) return;
     }
+    for (const auto& [k, v] : parent.entries()) {
+      bool hit = v.isSameObject(RKVXMLValue(node));
+      if (const RKVXMLArray* list = v.array()) {
+        for (const RKVXMLValue& item : *list)
+          hit = hit || (item.isDictionary() && item.isEqual(RKVXMLValue(node)));
+      }
+      if (hit && !key) key = k;
+    }
+    if (!key) return;
     std::optional<std::string> text = node->rkv_innerText();
     RKVXMLValue* value = parent.find(*key);
+    RKVXMLArray* list = value ? value->array() : nullptr;
     if (text && o_.collapseTextNodes) {
-      if (value && value->isArray()) {
-        if (!value->array()->empty()) (*value->array())[value->array()->size() - 1] = *text;
-      } else {
-        parent.set(*key, *text);
-      }
+      if (!list) parent.set(*key, *text);
+      if (list && !list->empty()) (*list)[list->size() - 1] = *text;
     } else if (!text && o_.stripEmptyNodes) {
-      if (value && value->isArray()) {
-        if (!value->array()->empty()) value->array()->pop_back();
-      } else {
-        parent.erase(*key);
-      }
-    } else if (!text && !o_.collapseTextNodes && !o_.stripEmptyNodes) {
+      if (!list) parent.erase(*key);
+      if (list && !list->empty()) list->pop_back();
+    } else if (!text && !o_.collapseTextNodes) {
       node->set("__text", "");
     }
   }
 
-  void foundCharacters(std::string_view t) override { addText(t); }
-  void foundCDATA(std::string_view t) override { addText(t); }
+  void foundCharacters(std::string_view t) override { pending += t; }
+  void foundCDATA(std::string_view t) override { pending += t; }
   void foundComment(std::string_view t) override {
     if (!o_.preserveComments || stack.empty()) return;
-    RKVXMLValue* comments = stack.back()->find("__comments");
-    if (comments && comments->isArray()) {
-      comments->array()->push_back(std::string(t));
-    } else if (comments) {
-      *comments = pair(*comments, std::string(t));
-    } else {
-      stack.back()->set("__comments", RKVXMLArray::make({std::string(t)}));
-    }
+    if (RKVXMLValue* comments = stack.back()->find("__comments"))
+      return append(*comments, std::string(t));
+    stack.back()->set("__comments", RKVXMLArray::make({std::string(t)}));
   }
   void parseErrorOccurred(const RKVXMLParseError&) override { root = nullptr; }
 
  private:
-  static RKVXMLArrayPtr pair(RKVXMLValue first, RKVXMLValue second) {
-    std::vector<RKVXMLValue> items;
-    items.push_back(std::move(first));
-    items.push_back(std::move(second));
-    return RKVXMLArray::make(std::move(items));
-  }
-  void addText(std::string_view t) {
-    if (!pending) pending = std::string();
-    pending->append(t);
+  // A second value under a key turns it into a list.
+  static void append(RKVXMLValue& existing, RKVXMLValue item) {
+    if (RKVXMLArray* list = existing.array()) return list->push_back(std::move(item));
+    std::vector<RKVXMLValue> pair{existing, std::move(item)};
+    existing = RKVXMLArray::make(std::move(pair));
   }
   void endText() {
-    if (!pending) return;
-    std::string run = std::move(*pending);
-    pending.reset();
+    std::string run = std::exchange(pending, std::string());
     if (o_.trimWhiteSpace) {
-      size_t b = run.find_first_not_of(" \t\n\r");
-      size_t e = run.find_last_not_of(" \t\n\r");
-      run = b == std::string::npos ? "" : run.substr(b, e - b + 1);
+      const size_t b = run.find_first_not_of(" \t\n\r");
+      run = b == std::string::npos ? "" : run.substr(b, run.find_last_not_of(" \t\n\r") - b + 1);
     }
     if (run.empty()) return;
-    RKVXMLDictionary& node = *stack.back();
-    RKVXMLValue* existing = node.find("__text");
-    if (existing && existing->isArray()) {
-      existing->array()->push_back(run);
-    } else if (existing) {
-      *existing = pair(*existing, run);
-    } else {
-      node.set("__text", run);
-    }
+    if (RKVXMLValue* existing = stack.back()->find("__text")) return append(*existing, run);
+    stack.back()->set("__text", run);
   }
 
-  RKVXMLDictionaryParser::Options o_;
+  Options o_;
   std::vector<RKVXMLDictionaryPtr> stack;
-  std::optional<std::string> pending;
+  std::string pending;
 };
 
 std::string randomDocument(std::mt19937& rng) {
@@ -293,63 +210,135 @@ std::string randomDocument(std::mt19937& rng) {
   std::uniform_int_distribution<int> pick(0, 99);
   std::string xml = "<R>";
   std::vector<std::string> open;
-  int budget = 40;
-  while (budget-- > 0) {
-    int roll = pick(rng);
+  for (int budget = 40; budget > 0; --budget) {
+    const int roll = pick(rng);
     if (roll < 35 && open.size() < 5) {
-      std::string name = names[pick(rng) % 8];
-      xml += "<" + name;
-      if (pick(rng) < 15) xml += " k='v'";
-      xml += ">";
-      open.push_back(name);
+      open.push_back(names[pick(rng) % 8]);
+      xml += "<" + open.back() + (pick(rng) < 15 ? " k='v'>" : ">");
     } else if (roll < 65 && !open.empty()) {
       xml += "</" + open.back() + ">";
       open.pop_back();
-    } else if (roll < 90) {
-      xml += texts[pick(rng) % 5];
     } else {
-      xml += "<!--c-->";
+      xml += roll < 90 ? texts[pick(rng) % 5] : "<!--c-->";
     }
   }
-  while (!open.empty()) {
+  for (; !open.empty(); open.pop_back())
     xml += "</" + open.back() + ">";
-    open.pop_back();
-  }
   return xml + "</R>";
 }
 
 TEST(RKVXMLDictionaryParserTest, NodeNameSearchMatchesTheLiteralRuleUnderEveryOption) {
   std::mt19937 rng(20261122);
-  int compared = 0;
   for (int mask = 0; mask < 64; ++mask) {
     for (int64_t attributesMode : {0, 1, 2, 3}) {
       for (int64_t nodeNameMode : {0, 1, 2}) {
-        RKVXMLDictionaryParser::Options o;
-        o.collapseTextNodes = mask & 1;
-        o.stripEmptyNodes = mask & 2;
-        o.trimWhiteSpace = mask & 4;
-        o.alwaysUseArrays = mask & 8;
-        o.preserveComments = mask & 16;
-        o.wrapRootNode = mask & 32;
-        o.attributesMode = attributesMode;
-        o.nodeNameMode = nodeNameMode;
+        const Options o{(mask & 1) != 0,  (mask & 2) != 0,  (mask & 4) != 0, (mask & 8) != 0,
+                        (mask & 16) != 0, (mask & 32) != 0, attributesMode,  nodeNameMode};
         for (int round = 0; round < 4; ++round) {
-          std::string xml = randomDocument(rng);
-          RKVXMLDictionaryParser parser(o);
-          RKVXMLDictionaryPtr actual = parser.rkv_dictionaryWithString(xml);
+          const std::string xml = randomDocument(rng);
           LiteralTreeBuilder literal(o);
           RKVXMLPushParser push(xml);
           push.setReportsComments(o.preserveComments);
           ASSERT_TRUE(push.parse(literal)) << xml;
-          ASSERT_EQ(dump(actual), dump(literal.root))
-              << xml << " options mask " << mask << " attributes " << attributesMode << " names "
+          ASSERT_EQ(parseWith(o, xml), dump(literal.root))
+              << xml << " options " << mask << " attributes " << attributesMode << " names "
               << nodeNameMode;
-          ++compared;
         }
       }
     }
   }
-  EXPECT_EQ(compared, 64 * 4 * 3 * 4);
+}
+
+// Untrusted documents give a tree or nil, promptly, without exhausting the stack or memory.
+TEST(RKVXMLHostileInputTest, DeepNestingIsRefusedAndDeepTreesAreFreedWithoutRecursion) {
+  auto nested = [](size_t depth, const std::string& open) {
+    std::string xml;
+    for (size_t i = 0; i < depth; ++i)
+      xml += open;
+    for (size_t i = 0; i < depth; ++i)
+      xml += "</a>";
+    return xml;
+  };
+  RKVXMLDictionaryParser parser;
+  EXPECT_EQ(parser.rkv_dictionaryWithData(nested(1'000'000, "<a>")), nullptr);
+  ASSERT_TRUE(parser.parsingError());
+  EXPECT_EQ(parser.parsingError()->code, RKVXMLParseError::kDepthLimitExceeded);
+  EXPECT_NE(RKVXMLDictionary::rkv_dictionaryWithXMLData(
+                nested(RKVXMLPushParser::kDefaultMaximumDepth, "<a x='1'>")),
+            nullptr);
+
+  auto root = RKVXMLDictionary::make();
+  RKVXMLDictionary* cursor = root.get();
+  for (int i = 0; i < 1'000'000; ++i) {
+    auto child = RKVXMLDictionary::make();
+    RKVXMLDictionary* next = child.get();
+    cursor->set("c", RKVXMLArray::make({RKVXMLValue(std::move(child))}));
+    cursor = next;
+  }
+  root.reset();  // would overflow the stack if destruction recursed per level
+}
+
+TEST(RKVXMLHostileInputTest, EntityExpansionAndExternalEntitiesAreContained) {
+  std::string bomb =
+      "<?xml version='1.0'?><!DOCTYPE l [<!ENTITY a 'aaaaaaaaaaaaaaaaaaaaaaaaaaaaaa'>";
+  for (char name = 'b'; name <= 'j'; ++name) {
+    bomb += std::string("<!ENTITY ") + name + " '";
+    for (int i = 0; i < 10; ++i)
+      bomb += std::string("&") + static_cast<char>(name - 1) + ";";
+    bomb += "'>";
+  }
+  EXPECT_EQ(RKVXMLDictionary::rkv_dictionaryWithXMLData(bomb + "]><l>&j;</l>"), nullptr);
+
+  // An external entity is never fetched: its reference is skipped, not replaced.
+  RKVXMLDictionaryPtr tree = RKVXMLDictionary::rkv_dictionaryWithXMLData(
+      "<?xml version='1.0'?><!DOCTYPE r [<!ENTITY x SYSTEM 'file:///etc/passwd'>]><r>[&x;]</r>");
+  EXPECT_EQ(tree ? tree->rkv_innerText().value_or("").find("root:") : std::string::npos,
+            std::string::npos);
+  RKVXMLDictionaryPtr parameter = RKVXMLDictionary::rkv_dictionaryWithXMLData(
+      "<?xml version='1.0'?><!DOCTYPE r [<!ENTITY % p SYSTEM 'file:///etc/passwd'> %p;]><r/>");
+  EXPECT_EQ(parameter ? parameter->size() : 1u, 1u);
+}
+
+TEST(RKVXMLHostileInputTest, LargeAndWideDocumentsAreRead) {
+  const std::string ad =
+      "<Ad id='1'><InLine><AdSystem>S</AdSystem><Impression><![CDATA[http://i.example/"
+      "p?a=1&b=[CACHEBUSTING]]]></Impression></InLine></Ad>";
+  std::string big = "<VAST version='4.2'>";
+  while (big.size() < 50u * 1024 * 1024)
+    big += ad;
+  RKVXMLDictionaryPtr tree = RKVXMLDictionary::rkv_dictionaryWithXMLData(big + "</VAST>");
+  ASSERT_NE(tree, nullptr);
+  EXPECT_GT(tree->find("Ad")->array()->size(), 300'000u);
+
+  // 200,000 differently named siblings: insertion stays linear thanks to the key index.
+  std::string wide = "<R>";
+  for (int i = 0; i < 200'000; ++i)
+    wide += "<n" + std::to_string(i) + ">x</n" + std::to_string(i) + ">";
+  RKVXMLDictionaryPtr wideTree = RKVXMLDictionary::rkv_dictionaryWithXMLData(wide + "</R>");
+  ASSERT_NE(wideTree, nullptr);
+  EXPECT_EQ(wideTree->size(), 200'001u);
+  EXPECT_NE(wideTree->find("n199999"), nullptr);
+}
+
+TEST(RKVXMLCorpusTest, EveryCorpusDocumentIsWellFormedAndNoTruncationIs) {
+  size_t files = 0;
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(test::corpusDir())) {
+    if (entry.path().extension() != ".xml") continue;
+    ++files;
+    EXPECT_NE(RKVXMLDictionary::rkv_dictionaryWithXMLFile(entry.path().string()), nullptr)
+        << entry.path();
+  }
+  EXPECT_EQ(files, 76u);
+
+  const std::string xml =
+      test::readFile(test::corpusDir() / "iab/vast-4.2/Inline_Linear_Tag-test.xml");
+  ASSERT_FALSE(xml.empty()) << "corpus missing at " << test::corpusDir();
+  size_t parsed = 0;
+  for (size_t length = 0; length < xml.size(); ++length)
+    parsed += RKVXMLDictionary::rkv_dictionaryWithXMLData(
+                  std::string_view(xml).substr(0, length)) != nullptr;
+  // Only cuts inside the trailing white space after the root leave a complete document.
+  EXPECT_LT(parsed, 4u);
 }
 
 }  // namespace

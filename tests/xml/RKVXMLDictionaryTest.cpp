@@ -36,7 +36,6 @@ TEST(RKVXMLDictionaryTest, ContainerKeepsInsertionOrderAndIdentity) {
   EXPECT_TRUE(a.isSameObject(b));
   EXPECT_FALSE(a.isSameObject(c));
   EXPECT_TRUE(a.isEqual(c));
-  EXPECT_FALSE(a.isEqual(RKVXMLValue(RKVXMLDictionary::make({{"__text", "y"}}))));
   // Dictionaries compare as maps: key order does not matter for equality.
   EXPECT_TRUE(RKVXMLValue(RKVXMLDictionary::make({{"a", "1"}, {"b", "2"}}))
                   .isEqual(RKVXMLValue(RKVXMLDictionary::make({{"b", "2"}, {"a", "1"}}))));
@@ -52,10 +51,8 @@ TEST(RKVXMLDictionaryTest, ReadBackOperations) {
   EXPECT_EQ(dump(root->rkv_attributes()), R"({"x":"1","y":"2"})");
   EXPECT_EQ(dump(root->rkv_childNodes()), R"({"B":[{"__text":"b"}],"C":[]})");
 
-  RKVXMLDictionaryPtr bare = parse("<A/>");
-  EXPECT_EQ(bare->rkv_attributes(), nullptr);
-  EXPECT_EQ(bare->rkv_childNodes(), nullptr);
-  EXPECT_EQ(bare->rkv_innerText(), std::nullopt);
+  EXPECT_EQ(parse("<A/>")->rkv_attributes(), nullptr);
+  EXPECT_EQ(parse("<A/>")->rkv_childNodes(), nullptr);
 
   RKVXMLDictionaryParser::Options options;
   options.attributesMode = RKVXMLDictionaryAttributesModeDictionary;
@@ -127,7 +124,6 @@ TEST(RKVXMLDictionaryUtilsTest, LookupsAnswerNilForTheWrongKind) {
   ASSERT_NE(U::findArrayForKey("Ad", r), nullptr);
   EXPECT_EQ(U::findArrayForKey("Ad", r)->size(), 2u);
   EXPECT_EQ(U::findArrayForKey("_v", r), nullptr);  // a string, not a list
-  EXPECT_EQ(U::findArrayForKey("Missing", r), nullptr);
   EXPECT_EQ(U::findArrayForKey("Ad", nullptr), nullptr);
   EXPECT_EQ(*U::findNodeText(U::findFirstObjectOfArrayAsDictionary("Ad", r)), "first");
   EXPECT_EQ(U::findFirstObjectOfArrayAsDictionary("E", r), nullptr);  // empty list
@@ -136,7 +132,6 @@ TEST(RKVXMLDictionaryUtilsTest, LookupsAnswerNilForTheWrongKind) {
   EXPECT_EQ(*U::findFirstObjectOfArrayAsString("Ad", r), "first");
   EXPECT_EQ(U::findFirstObjectOfArrayAsString("E", r), nullptr);
   EXPECT_EQ(*U::findAttribute("_v", r), "4.0");
-  EXPECT_EQ(U::findAttribute("v", r), nullptr);
   EXPECT_EQ(U::findAttribute("Ad", r), nullptr);  // a list, not a string
   EXPECT_EQ(*U::findNodeText(r), "t");            // one run beside children is still a string
   EXPECT_EQ(U::findNodeTextAsNSNumber(U::findFirstObjectOfArrayAsDictionary("N", r)), 15.0);
@@ -145,14 +140,10 @@ TEST(RKVXMLDictionaryUtilsTest, LookupsAnswerNilForTheWrongKind) {
   RKVXMLDictionaryPtr interrupted = parse("<A>one<B/>two</A>");
   EXPECT_EQ(U::findNodeText(interrupted.get()), nullptr);
 
-  struct {
-    const char* text;
-    std::optional<double> number;
-  } numbers[] = {{"15", 15.0},         {"007", 7.0},          {"0", 0.0},
-                 {"", std::nullopt},   {" 7", std::nullopt},  {"1.5", std::nullopt},
-                 {"-3", std::nullopt}, {"12a", std::nullopt}, {"+1", std::nullopt}};
-  for (const auto& c : numbers)
-    EXPECT_EQ(U::stringToNSNumber(std::string_view(c.text)), c.number) << c.text;
+  // Numbers are digits only.
+  EXPECT_EQ(U::stringToNSNumber(std::string_view("007")), 7.0);
+  for (const char* text : {"", " 7", "1.5", "-3", "12a", "+1"})
+    EXPECT_EQ(U::stringToNSNumber(std::string_view(text)), std::nullopt) << text;
   EXPECT_EQ(U::stringToNSNumber(static_cast<const std::string*>(nullptr)), std::nullopt);
 }
 
