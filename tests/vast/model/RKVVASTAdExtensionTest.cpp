@@ -1,6 +1,5 @@
-#include <algorithm>
+// The vendor extension record, ad verifications and the extension's verification scripts.
 #include <cmath>
-#include <initializer_list>
 #include <memory>
 #include <optional>
 #include <string>
@@ -10,13 +9,21 @@
 #include <gtest/gtest.h>
 
 #include "rkv/vast/model/RKVVASTAdExtension.h"
+#include "rkv/vast/model/RKVVASTAdExtensionAdVerification.h"
+#include "rkv/vast/model/RKVVASTAdVerification.h"
+#include "rkv/vast/model/RKVVASTTrackingEvent.h"
 
+#include "tests/support/RKVLogCapture.h"
 #include "tests/vast/model/RKVModelTestSupport.h"
 
 namespace rkv {
 namespace {
 
 using Extension = RKVVASTAdExtension;
+using Resource = RKVVASTAdVerificationResource;
+using Event = RKVVASTAdVerificationEvent;
+using Script = RKVVASTAdExtensionAdVerification;
+using Strings = std::vector<std::string>;
 
 std::shared_ptr<Extension> extensionFrom(std::string_view xml) {
   return Extension::withDictionary(*test::element(xml));
@@ -24,20 +31,18 @@ std::shared_ptr<Extension> extensionFrom(std::string_view xml) {
 
 // One Extensions element with one Extension holding `content`.
 std::shared_ptr<Extension> extensionWith(const std::string& content) {
-  return extensionFrom("<Extensions><Extension type='vireo'>" + content +
-                       "</Extension></Extensions>");
+  return extensionFrom("<Extensions><Extension>" + content + "</Extension></Extensions>");
 }
 
 // `<parent><child>text</child></parent>`; the child may carry attributes ("name attr='v'").
 std::string block(std::string_view parent, std::string_view child, std::string_view text) {
-  const std::string_view childName = child.substr(0, child.find(' '));
   return "<" + std::string(parent) + "><" + std::string(child) + ">" + std::string(text) + "</" +
-         std::string(childName) + "></" + std::string(parent) + ">";
+         std::string(child.substr(0, child.find(' '))) + "></" + std::string(parent) + ">";
 }
 
 template <typename List>
-std::vector<std::string> urls(const std::optional<List>& list) {
-  std::vector<std::string> texts;
+Strings urls(const std::optional<List>& list) {
+  Strings texts;
   for (const auto& entry : list.value_or(List())) {
     if constexpr (requires { entry->eventURL(); }) {
       texts.push_back(entry->eventURL().absoluteString());
@@ -48,105 +53,70 @@ std::vector<std::string> urls(const std::optional<List>& list) {
   return texts;
 }
 
-struct TextField {
-  const char* block;
-  const char* element;  // differs from the archive key where the format says so
-  const char* archiveKey;
-  const std::optional<std::string>& (Extension::*get)() const;
-};
+RKVURL url(std::string_view text) {
+  return RKVURL::withString(text).value();
+}
 
-const TextField kTextFields[] = {
-    {"VireoMacros", "pageID", "pageID", &Extension::pageID},
-    {"VireoMacros", "target", "target", &Extension::target},
-    {"VireoMacros", "referrer", "referer", &Extension::referer},
-    {"VireoMacros", "ip", "clientIP", &Extension::clientIP},
-    {"VireoMacros", "contentID", "contentID", &Extension::contentID},
-    {"VireoMacros", "contentProviderID", "contentProviderID", &Extension::contentProviderID},
-    {"RtbMacros", "AdvertiserId", "rtbAdvertiserID", &Extension::rtbAdvertiserID},
-    {"RtbMacros", "DspId", "rtbDspID", &Extension::rtbDspID},
-    {"RtbMacros", "BuyerId", "rtbBuyerID", &Extension::rtbBuyerID},
-    {"RtbMacros", "DealId", "rtbDealID", &Extension::rtbDealID},
-    {"RtbMacros", "AuctionId", "rtbAuctionID", &Extension::rtbAuctionID},
-    {"RtbMacros", "PublisherId", "rtbPublisherID", &Extension::rtbPublisherID},
-    {"RtbMacros", "BidLogTimeTicks", "rtbBidLogTimeTicks", &Extension::rtbBidLogTimeTicks},
-    {"RtbMacros", "EnvironmentType", "rtbEnvironmentType", &Extension::rtbEnvironmentType},
-    {"RtbMacros", "ImpressionHash", "rtbImpressionHash", &Extension::rtbImpressionHash},
-};
+std::string unknownName(std::string_view name) {
+  return "Event '" + std::string(name) +
+         "' is neither consumable nor nonconsumable! It has been assumed as consumable.";
+}
 
-// The number fields of VireoMacros; element, field and archive key are spelled alike.
-const std::pair<const char*, const std::optional<double>& (Extension::*)() const> kNumberFields[] =
-    {
-        {"sessionID", &Extension::sessionID},
-        {"statDomainID", &Extension::statDomainID},
-        {"networkID", &Extension::networkID},
-        {"templateID", &Extension::templateID},
-        {"advertiserID", &Extension::advertiserID},
-        {"campaignID", &Extension::campaignID},
-        {"insertionID", &Extension::insertionID},
-        {"siteID", &Extension::siteID},
-        {"formatID", &Extension::formatID},
-        {"adBreakType", &Extension::adBreakType},
-        {"instances", &Extension::instances},
-        {"videoPlayerWidth", &Extension::videoPlayerWidth},
-        {"videoPlayerHeight", &Extension::videoPlayerHeight},
-};
+// The archive of a record holding nothing.
+constexpr std::string_view kEmpty = R"({"offsetIsForced":false,"instanceCount":0})";
 
-// Every text and number field absent except those filled from the named elements.
-void expectOnlyFieldsSet(const Extension& extension, std::initializer_list<std::string_view> set) {
-  auto isSet = [&](std::string_view element) {
-    return std::find(set.begin(), set.end(), element) != set.end();
+// The archive, with `entry` after the fields every record has.
+std::string archiveWith(const std::string& entry) {
+  return R"({"offsetIsForced":false,"instanceCount":0,)" + entry + "}";
+}
+
+TEST(RKVVASTAdExtensionTest, FieldsAreReadUnderTheirElementNamesAndArchivedUnderTheirKeys) {
+  // Block, element, archive key: each text field alone, read back, and unequal to an empty record.
+  const std::tuple<const char*, const char*, const char*> texts[] = {
+      {"VireoMacros", "pageID", "pageID"},
+      {"VireoMacros", "target", "target"},
+      {"VireoMacros", "referrer", "referer"},
+      {"VireoMacros", "ip", "clientIP"},
+      {"VireoMacros", "contentID", "contentID"},
+      {"VireoMacros", "contentProviderID", "contentProviderID"},
+      {"RtbMacros", "AdvertiserId", "rtbAdvertiserID"},
+      {"RtbMacros", "DspId", "rtbDspID"},
+      {"RtbMacros", "BuyerId", "rtbBuyerID"},
+      {"RtbMacros", "DealId", "rtbDealID"},
+      {"RtbMacros", "AuctionId", "rtbAuctionID"},
+      {"RtbMacros", "PublisherId", "rtbPublisherID"},
+      {"RtbMacros", "BidLogTimeTicks", "rtbBidLogTimeTicks"},
+      {"RtbMacros", "EnvironmentType", "rtbEnvironmentType"},
+      {"RtbMacros", "ImpressionHash", "rtbImpressionHash"},
   };
-  for (const TextField& field : kTextFields) {
-    if (!isSet(field.element)) {
-      EXPECT_EQ((extension.*field.get)(), std::nullopt) << field.element;
-    }
+  for (const auto& [parent, element, key] : texts) {
+    auto extension = extensionWith(block(parent, element, "abc 1"));
+    EXPECT_EQ(extension->archive(), archiveWith("\"" + std::string(key) + "\":\"abc 1\""));
+    EXPECT_EQ(*Extension::unarchive(extension->archive()), *extension) << key;
+    EXPECT_FALSE(*extension == Extension() || Extension() == *extension) << key;
   }
-  for (const auto& [element, get] : kNumberFields) {
-    if (!isSet(element)) {
-      EXPECT_EQ((extension.*get)(), std::nullopt) << element;
-    }
-  }
-}
-
-// The field reads back from the archive, and makes the record differ from an empty one.
-void expectArchivedAndCompared(const Extension& extension, const std::string& archiveEntry) {
-  EXPECT_NE(extension.archive().find(archiveEntry), std::string::npos)
-      << archiveEntry << " in " << extension.archive();
-  auto readBack = Extension::unarchive(extension.archive());
-  ASSERT_NE(readBack, nullptr);
-  EXPECT_EQ(*readBack, extension);
-  EXPECT_FALSE(extension == Extension());
-  EXPECT_FALSE(Extension() == extension);
-}
-
-TEST(RKVVASTAdExtensionTest, EveryTextFieldHasItsOwnSpelling) {
-  for (const TextField& field : kTextFields) {
-    SCOPED_TRACE(field.element);
-    auto extension = extensionWith(block(field.block, field.element, "abc 1"));
-    EXPECT_EQ((*extension.*field.get)(), "abc 1");
-    expectOnlyFieldsSet(*extension, {field.element});
-    expectArchivedAndCompared(*extension, std::string("\"") + field.archiveKey + "\":\"abc 1\"");
-  }
-  // The field spellings are not the element names.
-  auto wrongSpellings = extensionWith(
-      "<VireoMacros><referer>r</referer><clientIP>i</clientIP><baseURL>http://b</baseURL>"
-      "</VireoMacros><RtbMacros><DealID>d</DealID><rtbDealID>d</rtbDealID></RtbMacros>"
-      "<customScript>s</customScript><DspId>a</DspId>");
-  EXPECT_EQ(*wrongSpellings, Extension());
-}
-
-TEST(RKVVASTAdExtensionTest, NumberFieldsTakeDigitsOnly) {
-  for (const auto& [element, get] : kNumberFields) {
-    SCOPED_TRACE(element);
-    auto number = extensionWith(block("VireoMacros", element, "123"));
-    EXPECT_EQ((*number.*get)(), 123.0);
-    expectOnlyFieldsSet(*number, {element});
-    expectArchivedAndCompared(*number, std::string("\"") + element + "\":123.0");
+  // The number fields of VireoMacros take digits only; element and archive key are alike.
+  for (const char* element :
+       {"sessionID", "statDomainID", "networkID", "templateID", "advertiserID", "campaignID",
+        "insertionID", "siteID", "formatID", "adBreakType", "instances", "videoPlayerWidth",
+        "videoPlayerHeight"}) {
+    auto extension = extensionWith(block("VireoMacros", element, "123"));
+    EXPECT_EQ(extension->archive(), archiveWith("\"" + std::string(element) + "\":123.0"));
+    EXPECT_EQ(*Extension::unarchive(extension->archive()), *extension) << element;
+    EXPECT_FALSE(*extension == Extension()) << element;
     for (const char* text : {"abc", "12.5", "-3"})
-      EXPECT_EQ((*extensionWith(block("VireoMacros", element, text)).*get)(), std::nullopt);
+      EXPECT_EQ(extensionWith(block("VireoMacros", element, text))->archive(), kEmpty) << element;
   }
-  // Unlike the other identifiers, pageID is text.
-  EXPECT_EQ(extensionWith(block("VireoMacros", "pageID", "abc"))->pageID(), "abc");
+  EXPECT_EQ(extensionWith(block("VireoMacros", "ip", "i"))->clientIP(), "i");
+  EXPECT_EQ(extensionWith(block("RtbMacros", "DealId", "d"))->rtbDealID(), "d");
+  EXPECT_EQ(extensionWith(block("VireoMacros", "siteID", "7"))->siteID(), 7.0);
+  // The field spellings are not the element names, and macros belong in their block.
+  EXPECT_EQ(extensionWith("<VireoMacros><referer>r</referer><clientIP>i</clientIP>"
+                          "<baseURL>http://b</baseURL></VireoMacros><RtbMacros><DealID>d</DealID>"
+                          "<rtbDealID>d</rtbDealID></RtbMacros><customScript>s</customScript>"
+                          "<DspId>a</DspId>")
+                ->archive(),
+            kEmpty);
   // More digits than a double holds read as infinity, which survives the archive.
   auto huge = extensionWith(block("VireoMacros", "siteID", std::string(400, '9')));
   EXPECT_TRUE(std::isinf(huge->siteID().value_or(0)));
@@ -159,27 +129,16 @@ TEST(RKVVASTAdExtensionTest, BaseURLAndPlayerHints) {
       "<customisedScript><![CDATA[run(<x>)]]></customisedScript>"
       "<instanceCount>7 instances</instanceCount>"
       "<VireoMacros><baseUrl>https://ads.example/a b</baseUrl></VireoMacros>");
-  EXPECT_TRUE(extension->offsetIsForced());
-  EXPECT_EQ(extension->skipOffset(), "00:00:05");
-  EXPECT_EQ(extension->sortRank(), "3");
-  EXPECT_EQ(extension->customScript(), "run(<x>)");
-  EXPECT_EQ(extension->instanceCount(), 7);
-  EXPECT_EQ(extension->baseURL(), RKVURL::withString("https://ads.example/a%20b"));
-  expectArchivedAndCompared(*extension,
-                            R"x("offsetIsForced":true,"skipOffset":"00:00:05","sortRank":"3",)x"
-                            R"x("customScript":"run(<x>)","instanceCount":7,)x"
-                            R"x("baseURL":"https://ads.example/a%20b")x");
+  EXPECT_EQ(extension->archive(),
+            R"x({"offsetIsForced":true,"skipOffset":"00:00:05","sortRank":"3",)x"
+            R"x("customScript":"run(<x>)","instanceCount":7,)x"
+            R"x("baseURL":"https://ads.example/a%20b"})x");
+  EXPECT_EQ(*Extension::unarchive(extension->archive()), *extension);
   EXPECT_EQ(extensionWith(block("VireoMacros", "baseUrl", "http://bad host"))->baseURL(),
             std::nullopt);
-
   // Only the text "1" forces the offset.
-  const std::pair<const char*, bool> forced[] = {
-      {"isForced='1'", true},   {"isForced='true'", false}, {"isForced='0'", false},
-      {"isForced='01'", false}, {"isForced=' 1'", false},   {"other=''", false},
-  };
-  for (const auto& [attribute, expected] : forced)
-    EXPECT_EQ(extensionWith(std::string("<offset ") + attribute + "/>")->offsetIsForced(), expected)
-        << attribute;
+  for (const char* attribute : {"isForced='true'", "isForced='01'", "isForced=' 1'", "other='1'"})
+    EXPECT_FALSE(extensionWith(std::string("<offset ") + attribute + "/>")->offsetIsForced());
 }
 
 TEST(RKVVASTAdExtensionTest, LaterExtensionsOverwriteFieldByField) {
@@ -195,54 +154,28 @@ TEST(RKVVASTAdExtensionTest, LaterExtensionsOverwriteFieldByField) {
       "<RtbMacros><DspId>s2</DspId></RtbMacros></Extension>"
       "</Extensions>");
   auto extension = Extension::withDictionary(*extensions);
+  // The later offset has no skipoffset, nor the later sort a rank; "x" reads 0; a present
+  // networkID that is not a number empties the field.
+  EXPECT_EQ(extension->archive(),
+            R"({"offsetIsForced":false,"skipOffset":"5","sortRank":"1","customScript":"first",)"
+            R"("instanceCount":0,"pageID":"p1","siteID":2.0,"rtbDspID":"s2","rtbDealID":"d1"})");
   // The same through the list operation.
   Extension listed;
   listed.processExtensions(*extensions->find("Extension")->array());
   EXPECT_EQ(listed, *extension);
-  EXPECT_FALSE(extension->offsetIsForced());
-  EXPECT_EQ(extension->skipOffset(), "5");  // the later offset has no skipoffset
-  EXPECT_EQ(extension->sortRank(), "1");    // nor the later sort a rank
-  EXPECT_EQ(extension->customScript(), "first");
-  EXPECT_EQ(extension->instanceCount(), 0);  // "x" reads 0
-  EXPECT_EQ(extension->siteID(), 2.0);
-  EXPECT_EQ(extension->networkID(), std::nullopt);  // present, but not a number
-  EXPECT_EQ(extension->pageID(), "p1");
-  EXPECT_EQ(extension->rtbDealID(), "d1");
-  EXPECT_EQ(extension->rtbDspID(), "s2");
-  EXPECT_EQ(extension->metrics(), std::nullopt);
-  EXPECT_EQ(extension->adVerifications(), std::nullopt);
 }
 
-TEST(RKVVASTAdExtensionTest, MetricsAccumulateInDocumentOrder) {
+TEST(RKVVASTAdExtensionTest, MetricsAndVerificationScriptsAccumulateInDocumentOrder) {
   auto extension = extensionFrom(
-      "<Extensions>"
-      "<Extension><VireoMetrics>"
+      "<Extensions><Extension><VireoMetrics>"
       "<VireoMetric name='viewcount'>http://m/1</VireoMetric>"
       "<VireoMetric name='impression'>http://m/other</VireoMetric>"
       "<VireoMetric name='viewcount' offset='00:00:02'>http://m/2</VireoMetric>"
-      "</VireoMetrics></Extension>"
-      "<Extension><VireoMetrics>"
-      "<VireoMetric name='viewcount'>http://m/3</VireoMetric>"
+      "</VireoMetrics></Extension><Extension><VireoMetrics>"
       "<VireoMetric name='viewcount'>http://bad host</VireoMetric>"
-      "<VireoMetric name='viewcount'>http://m/4</VireoMetric>"
+      "<VireoMetric name='viewcount'>http://m/3</VireoMetric>"
       "</VireoMetrics></Extension>"
-      "</Extensions>");
-  EXPECT_EQ(urls(extension->metrics()),
-            (std::vector<std::string>{"http://m/1", "http://m/2", "http://m/3", "http://m/4"}));
-  EXPECT_EQ(extension->metrics()->at(1)->offset(), "00:00:02");
-
-  // A block whose metrics are all refused still makes the list, and an empty list is not an
-  // absent one; no block leaves it absent.
-  auto refused = extensionWith(block("VireoMetrics", "VireoMetric name='click'", "http://m"));
-  ASSERT_TRUE(refused->metrics().has_value());
-  EXPECT_TRUE(refused->metrics()->empty());
-  EXPECT_FALSE(*refused == Extension());
-  EXPECT_EQ(extensionWith("<VireoMetrics/>")->metrics(), std::nullopt);
-}
-
-TEST(RKVVASTAdExtensionTest, VerificationScriptsTakeTheFirstUsableURL) {
-  auto extension = extensionFrom(
-      "<Extensions><Extension type='AdVerifications'><AdVerifications>"
+      "<Extension type='AdVerifications'><AdVerifications>"
       "<Verification vendor='a'><JavaScriptResource>http://s/a.js</JavaScriptResource>"
       "<VerificationParameters>pa</VerificationParameters><VerificationParameters>x"
       "</VerificationParameters></Verification>"
@@ -255,21 +188,25 @@ TEST(RKVVASTAdExtensionTest, VerificationScriptsTakeTheFirstUsableURL) {
       "<JavascriptResource>http://s/c-lower.js</JavascriptResource></Verification>"
       "<Verification vendor='d'><JavaScriptResource>http://bad host</JavaScriptResource>"
       "<JavascriptResource>http://s/d-lower.js</JavascriptResource></Verification>"
-      "<Verification vendor='none'><ExecutableResource>http://s/e</ExecutableResource>"
-      "</Verification>"
-      "</AdVerifications></Extension>"
-      "<Extension>" +
+      "<Verification><ExecutableResource>http://s/e</ExecutableResource></Verification>"
+      "</AdVerifications></Extension><Extension>" +
       block("AdVerifications", "Verification",
-            "<JavaScriptResource>http://s/later.js"
-            "</JavaScriptResource>") +
+            "<JavaScriptResource>http://s/z.js</JavaScriptResource>") +
       "</Extension></Extensions>");
+  EXPECT_EQ(urls(extension->metrics()), (Strings{"http://m/1", "http://m/2", "http://m/3"}));
+  EXPECT_EQ(extension->metrics()->at(1)->offset(), "00:00:02");
+  // One script per verification: the first usable "JavaScriptResource", else "JavascriptResource".
   EXPECT_EQ(urls(extension->adVerifications()),
-            (std::vector<std::string>{"http://s/a.js", "http://s/b.js", "http://s/c.js",
-                                      "http://s/d-lower.js", "http://s/later.js"}));
-  EXPECT_EQ(
-      *extension->adVerifications()->at(0),
-      RKVVASTAdExtensionAdVerification(RKVURL::withString("http://s/a.js").value(), "a", "pa"));
-  EXPECT_EQ(extensionWith("<AdVerifications/>")->adVerifications(), std::nullopt);
+            (Strings{"http://s/a.js", "http://s/b.js", "http://s/c.js", "http://s/d-lower.js",
+                     "http://s/z.js"}));
+  EXPECT_EQ(*extension->adVerifications()->at(0), Script(url("http://s/a.js"), "a", "pa"));
+
+  // A block whose entries are all refused still makes the list, and an empty list is not an
+  // absent one; an empty block leaves it absent.
+  auto refused = extensionWith(block("VireoMetrics", "VireoMetric name='click'", "http://m"));
+  EXPECT_EQ(refused->archive(), archiveWith(R"("metrics":[])"));
+  EXPECT_FALSE(*refused == Extension());
+  EXPECT_EQ(extensionWith("<VireoMetrics/><AdVerifications/>")->archive(), kEmpty);
 }
 
 TEST(RKVVASTAdExtensionTest, CopyArchiveAndEqualityCoverTheLists) {
@@ -278,13 +215,12 @@ TEST(RKVVASTAdExtensionTest, CopyArchiveAndEqualityCoverTheLists) {
                     block("VireoMetrics", "VireoMetric name='viewcount'", "http://m/1") +
                     block("VireoMacros", "baseUrl", "http://b") +
                     block("AdVerifications", "Verification",
-                          "<JavaScriptResource>http://s.js"
-                          "</JavaScriptResource>"));
+                          "<JavaScriptResource>http://s.js</JavaScriptResource>"));
   auto readBack = Extension::unarchive(extension->archive());
   ASSERT_NE(readBack, nullptr);
   EXPECT_EQ(*readBack, *extension);
-  EXPECT_EQ(urls(readBack->metrics()), (std::vector<std::string>{"http://m/1"}));
-  EXPECT_EQ(urls(readBack->adVerifications()), (std::vector<std::string>{"http://s.js"}));
+  EXPECT_EQ(urls(readBack->metrics()), Strings{"http://m/1"});
+  EXPECT_EQ(urls(readBack->adVerifications()), Strings{"http://s.js"});
 
   // The copy is equal and owns its metrics.
   auto copy = extension->copy();
@@ -317,10 +253,155 @@ TEST(RKVVASTAdExtensionTest, CopyArchiveAndEqualityCoverTheLists) {
       R"("metrics":[{"name":"viewcount"},3,{"name":"viewcount","url":"http://m"}],)"
       R"("adVerifications":{"x":1},"baseURL":"http://bad host"})");
   ASSERT_NE(wrongTypes, nullptr);
-  Extension expected;
-  expected.setMetrics(Extension::Metrics{std::make_shared<RKVVASTTrackingEvent>(
-      "viewcount", std::nullopt, RKVURL::withString("http://m").value())});
-  EXPECT_EQ(*wrongTypes, expected);
+  EXPECT_EQ(wrongTypes->archive(),
+            archiveWith(R"("metrics":[{"name":"viewcount","url":"http://m","eventOffset":-1.0}])"));
+}
+
+TEST(RKVVASTAdVerificationTest, ResourcesFromBothSpellingsThenExecutables) {
+  auto verification = RKVVASTAdVerification::withDictionary(*test::element(
+      "<Verification vendor='iabtechlab.com-omid'>"
+      "<ExecutableResource apiFramework='native' type='bin' browserOptional='true'>http://e/1"
+      "</ExecutableResource>"
+      "<JavascriptResource apiFramework='omid' browserOptional='1'>http://j/lower"
+      "</JavascriptResource>"
+      "<JavaScriptResource apiFramework='omid' browserOptional='true'>http://j/1"
+      "</JavaScriptResource>"
+      "<JavaScriptResource browserOptional='false'>http://j/2</JavaScriptResource>"
+      "<JavaScriptResource apiFramework='no-text'/>"
+      "<JavaScriptResource>http://[not a host/</JavaScriptResource>"
+      "<ExecutableResource type='no-text'></ExecutableResource>"
+      "<VerificationParameters><![CDATA[{\"k\":1}]]></VerificationParameters>"
+      "</Verification>"));
+  ASSERT_NE(verification, nullptr);
+  EXPECT_EQ(verification->vendor(), "iabtechlab.com-omid");
+  EXPECT_EQ(verification->verificationParameters(), "{\"k\":1}");
+  const Resource expected[] = {
+      Resource(0, url("http://j/1"), "omid", true, std::nullopt),
+      Resource(0, url("http://j/2"), std::nullopt, false, std::nullopt),
+      Resource(0, url("http://j/lower"), "omid", true, std::nullopt),
+      Resource(0, url("http://e/1"), "native", false, "bin"),  // never browser-optional
+  };
+  ASSERT_EQ(verification->resources().size(), std::size(expected));
+  for (size_t i = 0; i < std::size(expected); ++i)
+    EXPECT_EQ(*verification->resources()[i], expected[i]) << i;
+
+  // No usable resource, no verification.
+  for (const char* xml :
+       {"<Verification vendor='v'><VerificationParameters>p</VerificationParameters>"
+        "</Verification>",
+        "<Verification><JavaScriptResource apiFramework='omid'/>"
+        "<JavascriptResource apiFramework='omid'></JavascriptResource>"
+        "<ExecutableResource type='x'/></Verification>",
+        "<Verification><JavaScriptResource>a<b/>c</JavaScriptResource></Verification>",
+        "<Verification><JavaScriptResource>http://bad host/</JavaScriptResource>"
+        "<ExecutableResource>:nothing</ExecutableResource><TrackingEvents>"
+        "<Tracking event='verificationNotExecuted'>http://t</Tracking></TrackingEvents>"
+        "</Verification>"}) {
+    EXPECT_EQ(RKVVASTAdVerification::withDictionary(*test::element(xml)), nullptr) << xml;
+  }
+}
+
+TEST(RKVVASTAdVerificationTest, OnlyVerificationNotExecutedEventsAreKept) {
+  test::RKVLogCapture log;
+  auto verification = RKVVASTAdVerification::withDictionary(*test::element(
+      "<Verification><JavaScriptResource>http://j</JavaScriptResource><TrackingEvents>"
+      "<Tracking event='creativeView'>http://t/view</Tracking>"
+      "<Tracking event='verificationNotExecuted'>http://t/1?reason=[REASON]</Tracking>"
+      "<Tracking event='verificationNotExecuted'>http://bad host</Tracking>"
+      "<Tracking event='verificationNotExecuted'/>"
+      "<Tracking>http://t/nameless</Tracking>"
+      "<Tracking event='VerificationNotExecuted'>http://t/case</Tracking>"
+      "<Tracking event='verificationNotExecuted'>http://t/2</Tracking>"
+      "</TrackingEvents></Verification>"));
+  ASSERT_NE(verification, nullptr);
+  ASSERT_EQ(verification->trackingEvents().size(), 2u);
+  const Event& first = *verification->trackingEvents()[0];
+  EXPECT_EQ(first.eventName(), "verificationNotExecuted");
+  EXPECT_EQ(first.eventURL().absoluteString(), "http://t/1?reason=%5BREASON%5D");
+  EXPECT_TRUE(first.isEventConsumable());
+  EXPECT_EQ(verification->trackingEvents()[1]->url().absoluteString(), "http://t/2");
+  // The refused names were logged, word for word; an unknown name answers non-consumable.
+  EXPECT_EQ(log.debugMessages(),
+            (Strings{unknownName("creativeView"), unknownName("VerificationNotExecuted")}));
+  EXPECT_FALSE(Event::isEventConsumableFromName("start"));
+  EXPECT_EQ(Event::withName("start", url("http://t")), nullptr);
+}
+
+TEST(RKVVASTAdVerificationTest, EqualityAndArchivesCoverEveryField) {
+  auto verification = RKVVASTAdVerification::withDictionary(*test::element(
+      "<Verification vendor='v'>"
+      "<JavaScriptResource apiFramework='omid' browserOptional='true'>http://j/1"
+      "</JavaScriptResource>"
+      "<ExecutableResource apiFramework='native' type='bin'>http://e/1</ExecutableResource>"
+      "<TrackingEvents><Tracking event='verificationNotExecuted'>http://t/[REASON]</Tracking>"
+      "</TrackingEvents><VerificationParameters>p&amp;q</VerificationParameters>"
+      "</Verification>"));
+  ASSERT_NE(verification, nullptr);
+  EXPECT_EQ(verification->archive(),
+            R"({"vendor":"v","resources":[)"
+            R"({"type":0,"url":"http://j/1","apiFramework":"omid","browserOptional":true},)"
+            R"({"type":0,"url":"http://e/1","apiFramework":"native","browserOptional":false,)"
+            R"("executableType":"bin"}],"trackingEvents":[)"
+            R"({"name":"verificationNotExecuted","url":"http://t/%5BREASON%5D"}],)"
+            R"("verificationParameters":"p&q"})");
+  EXPECT_EQ(*RKVVASTAdVerification::unarchive(verification->archive()), *verification);
+  const Script script(url("http://s.js"), std::nullopt, "p");
+  EXPECT_EQ(script.archive(),
+            R"({"javascriptResourceURL":"http://s.js","verificationParameters":"p"})");
+  EXPECT_EQ(*Script::unarchive(script.archive()), script);
+
+  // Each variant differs from its base in one field, both ways round, and reads back equal.
+  const Resource resource(0, url("http://r"), "omid", true, std::nullopt);
+  EXPECT_EQ(resource, *resource.copy());
+  for (const Resource& other : {Resource(1, url("http://r"), "omid", true, std::nullopt),
+                                Resource(0, url("http://r2"), "omid", true, std::nullopt),
+                                Resource(0, url("http://r"), std::nullopt, true, std::nullopt),
+                                Resource(0, url("http://r"), "omid", false, std::nullopt),
+                                Resource(0, url("http://r"), "omid", true, "js")}) {
+    EXPECT_FALSE(resource == other || other == resource) << other.archive();
+    EXPECT_EQ(*Resource::unarchive(other.archive()), other) << other.archive();
+  }
+  auto event = Event::withName("verificationNotExecuted", url("http://t"));
+  auto otherEvent = Event::withName("verificationNotExecuted", url("http://u"));
+  auto at = [](const char* text) {
+    return std::make_shared<Resource>(0, url(text), "omid", false, std::nullopt);
+  };
+  using V = RKVVASTAdVerification;
+  const V base("v", {at("http://a"), at("http://b")}, {event}, "p");
+  EXPECT_EQ(base, V("v", {at("http://a"), at("http://b")}, {event->copy()}, "p"));
+  for (const V& other :
+       {V(std::nullopt, base.resources(), {event}, "p"), V("v", {at("http://a")}, {event}, "p"),
+        V("v", {at("http://b"), at("http://a")}, {event}, "p"), V("v", base.resources(), {}, "p"),
+        V("v", base.resources(), {otherEvent}, "p"),
+        V("v", base.resources(), {event}, std::nullopt)}) {
+    EXPECT_FALSE(base == other || other == base) << other.archive();
+    EXPECT_EQ(*V::unarchive(other.archive()), other) << other.archive();
+  }
+  // An event of another class with the same name and URL is not equal.
+  RKVVASTTrackingEvent tracking("verificationNotExecuted", std::nullopt, url("http://t"));
+  EXPECT_FALSE(event->isEqual(tracking) || tracking.isEqual(*event));
+  // The script form of the extension, as a verification of its own.
+  EXPECT_EQ(
+      *V::withOMIDJavascriptResourceURL(url("https://s/o.js"), "v", "p"),
+      V("v", {std::make_shared<Resource>(0, url("https://s/o.js"), "omid", true, std::nullopt)}, {},
+        "p"));
+
+  // What reads back as absent: an event under another name goes through the same check.
+  for (std::string_view bad :
+       {R"({"name":"creativeView","url":"http://t"})", R"({"name":"verificationNotExecuted"})",
+        R"({"name":"verificationNotExecuted","url":""})", R"(["x"])", "{"})
+    EXPECT_EQ(Event::unarchive(bad), nullptr) << bad;
+  EXPECT_EQ(Resource::unarchive(R"({"type":0,"browserOptional":true})"), nullptr);
+  EXPECT_EQ(Script::unarchive(R"({"vendor":"v"})"), nullptr);
+  EXPECT_EQ(V::unarchive("not json"), nullptr);
+  // Missing keys take their defaults; entries that read back as absent are dropped.
+  auto partial = V::unarchive(
+      R"({"resources":[{"url":"http://r"},{"type":1},7,{"type":1e30,"url":"http://s"}],)"
+      R"("trackingEvents":[{"name":"start","url":"http://t"}],"vendor":5})");
+  ASSERT_NE(partial, nullptr);
+  EXPECT_EQ(partial->archive(),
+            R"({"resources":[{"type":0,"url":"http://r","browserOptional":false},)"
+            R"({"type":0,"url":"http://s","browserOptional":false}],"trackingEvents":[]})");
 }
 
 }  // namespace

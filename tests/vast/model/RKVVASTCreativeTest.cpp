@@ -1,0 +1,352 @@
+// Media files and their selection, and the linear, non-linear, companion and icon creatives.
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "rkv/vast/errors/RKVVASTError.h"
+#include "rkv/vast/model/RKVVASTCreativeCompanion.h"
+#include "rkv/vast/model/RKVVASTCreativeIcon.h"
+#include "rkv/vast/model/RKVVASTCreativeLinear.h"
+#include "rkv/vast/model/RKVVASTCreativeNonLinear.h"
+#include "rkv/vast/model/RKVVASTMediaFile.h"
+#include "rkv/vast/model/RKVVASTMediaFileSelector.h"
+
+#include "tests/vast/model/RKVModelTestSupport.h"
+
+namespace rkv {
+namespace {
+
+using test::element;
+using Strings = std::vector<std::string>;
+using Texts = std::vector<std::optional<std::string>>;
+using Floats = std::vector<float>;
+
+std::string text(const std::optional<RKVVASTURL>& url) {
+  return url ? url->url().absoluteString() : "-";
+}
+
+Strings texts(const std::vector<RKVVASTURL>& list) {
+  Strings result;
+  for (const RKVVASTURL& url : list)
+    result.push_back(url.url().absoluteString());
+  return result;
+}
+
+std::shared_ptr<RKVVASTMediaFile> mediaFile(const std::string& attributes,
+                                            const std::string& url = "http://m.test/f") {
+  return RKVVASTMediaFile::withDictionary(
+      *element("<MediaFile " + attributes + ">" + url + "</MediaFile>"));
+}
+
+TEST(RKVVASTMediaFileTest, SupportedTypesAndAttributes) {
+  for (const char* attributes :
+       {"type='VIDEO/MP4'", "type='Video/3gpp'", "type='video/m4v'",
+        "type='application/vnd.apple.mpegurl'", "type='application/x-mpegURL'",
+        "type='video/MPEGURL'", "type='APPLICATION/JAVASCRIPT' apiFramework='VPAID'",
+        "type='application/x-javascript' apiFramework='vpaid'"})
+    EXPECT_TRUE(mediaFile(attributes)) << attributes;
+  for (const char* attributes :
+       {"type='video/webm'", "type='video/mp4 '", "", "type='application/javascript'",
+        "type='application/javascript' apiFramework='SIMID'",
+        "type='text/javascript' apiFramework='VPAID'"})
+    EXPECT_FALSE(mediaFile(attributes)) << attributes;
+  for (const char* xml : {"<MediaFile type='video/mp4'/>",  // no URL, or none that parses
+                          "<MediaFile type='video/mp4'>http://bad host/f.mp4</MediaFile>"})
+    EXPECT_FALSE(RKVVASTMediaFile::withDictionary(*element(xml))) << xml;
+
+  auto file = RKVVASTMediaFile::withDictionary(
+      *element("<MediaFile id='m1' delivery='progressive' type='video/mp4' scalable='true'"
+               " maintainAspectRatio='0' codec='H.264' bitrate='1500.5' minBitrate='800'"
+               " maxBitrate='abc' width='1280' height=' 720px' fileSize='1e6'>"
+               "<![CDATA[ http://m.test/f.mp4?a=1&b=2 ]]></MediaFile>"));
+  ASSERT_TRUE(file);
+  EXPECT_EQ((Texts{file->id(), file->delivery(), file->codec(), file->apiFramework()}),
+            (Texts{"m1", "progressive", "H.264", std::nullopt}));
+  EXPECT_TRUE(file->scalable());
+  EXPECT_FALSE(file->maintainAspectRatio());
+  EXPECT_EQ((Floats{file->bitrate(), file->minBitrate(), file->maxBitrate(), file->width(),
+                    file->height(), file->fileSize()}),
+            (Floats{1500.5f, 800, 0, 1280, 720, 1e6f}));
+  EXPECT_EQ(file->url()->absoluteString(), "http://m.test/f.mp4?a=1&b=2");
+}
+
+TEST(RKVVASTMediaFileSelectorTest, Choices) {
+  // Name (the URL's path), bitrate, width, height.
+  using Files = std::vector<std::tuple<const char*, const char*, int, int>>;
+  const Files ladder = {
+      {"a1500", "1500", 1280, 720}, {"a3000", "3000", 1920, 1080}, {"a800", "800", 640, 360}};
+  const Files aboveCap = {
+      {"small", "4000", 640, 360}, {"large", "3000", 1920, 1080}, {"mid", "5000", 1280, 720}};
+  const Files undeclared = {
+      {"mid", "-1", 1280, 720}, {"small", "-1", 640, 360}, {"small2", "-1", 640, 360}};
+  const Files ties = {{"first", "1000", 640, 360}, {"second", "1000", 640, 360}};
+  const Files someUndeclared = {
+      {"none", "-1", 1920, 1080}, {"low", "400", 320, 180}, {"rich", "900", 640, 360}};
+  // A frame of area -1 is the running best's starting marker, so the next file replaces it.
+  const Files markerArea = {{"marker", "-1", -1, 1}, {"real", "-1", 2, 2}};
+  // Files, minimum and maximum bitrate, access type (6 wi-fi, 0 none), the choice.
+  const std::tuple<Files, float, float, int64_t, const char*> cases[] = {
+      {ladder, 0, 2000, 6, "a1500"},  // the richest under the cap on a good connection
+      {ladder, 0, 2000, 0, "a800"},   // the leanest on a low one
+      {ladder, 0, 2000, 5, "a1500"},
+      {ladder, 0, 2000, 3, "a800"},
+      {ladder, 0, 3000, 6, "a3000"},      // the cap is inclusive
+      {ladder, 2000, 2000, 6, "a1500"},   // the minimum is not a filter
+      {aboveCap, 0, 2000, 6, "large"},    // all above the cap: the largest frame
+      {aboveCap, 0, 2000, 0, "large"},    // a low connection does not consult the cap
+      {undeclared, 0, 5000, 0, "small"},  // no bitrates: the smallest frame, first of equals
+      {undeclared, 0, 5000, 6, "mid"},
+      {ties, 0, 5000, 6, "first"},           // equal bitrates keep list order
+      {ties, 0, 5000, 0, "second"},          // and are walked from the end on a low connection
+      {someUndeclared, 0, 5000, 6, "rich"},  // undeclared bitrates are skipped
+      {someUndeclared, 0, 5000, 0, "low"},
+      {markerArea, 0, 5000, 0, "real"},
+      {{}, 0, 5000, 0, "none"},
+  };
+  for (const auto& [files, minBitrate, maxBitrate, accessType, expected] : cases) {
+    std::vector<std::shared_ptr<RKVVASTMediaFile>> made;
+    for (const auto& [name, bitrate, width, height] : files) {
+      made.push_back(mediaFile("type='video/mp4' bitrate='" + std::string(bitrate) + "' width='" +
+                                   std::to_string(width) + "' height='" + std::to_string(height) +
+                                   "'",
+                               std::string("http://m.test/") + name));
+    }
+    auto chosen = RKVVASTMediaFileSelector(minBitrate, maxBitrate, made, accessType).mediaFile();
+    EXPECT_EQ(chosen ? chosen->url()->lastPathComponent() : "none", expected)
+        << expected << " at " << accessType;
+  }
+  for (int64_t type : {-1, 0, 1, 2, 3, 7})
+    EXPECT_TRUE(RKVVASTMediaFileSelector::isConsideredLowNetworkConnection(type)) << type;
+  // The default access type is a good one; the same file object comes back; nulls are skipped.
+  auto only = mediaFile("type='video/mp4' bitrate='700'");
+  EXPECT_EQ(RKVVASTMediaFileSelector(0, 5000, {nullptr, only, nullptr}).mediaFile(), only);
+}
+
+// Records the names of the errors a creative reports, checking that each list is fresh.
+struct Reports {
+  Strings names;
+  RKVVASTInnerErrorHandler handler() {
+    return [this](const RKVVASTError& error, std::vector<RKVVASTURL>& errorURLs) {
+      EXPECT_TRUE(errorURLs.empty());
+      names.push_back(error.errorName().value_or("(null)"));
+    };
+  }
+};
+
+TEST(RKVVASTCreativeLinearTest, ReadsALinearElement) {
+  Reports reports;
+  std::optional<RKVError> error;
+  auto linear = RKVVASTCreativeLinear::withDictionary(
+      *element("<Linear skipoffset='00:00:05'>"
+               "<Duration>00:00:30.000</Duration><AdParameters>{\"k\":1}</AdParameters>"
+               "<MediaFiles>"
+               "<MediaFile type='video/webm' bitrate='900'>http://m/webm</MediaFile>"
+               "<MediaFile type='video/mp4' bitrate='3000'>http://m/3000</MediaFile>"
+               "<InteractiveCreativeFile type='application/javascript' apiFramework='VPAID'>"
+               "http://m/vpaid</InteractiveCreativeFile>"
+               "<InteractiveCreativeFile type='application/javascript' apiFramework='SIMID'>"
+               "http://m/simid</InteractiveCreativeFile>"
+               "<InteractiveCreativeFile type='video/mp4'>http://m/icf</InteractiveCreativeFile>"
+               "<MediaFile type='application/javascript' apiFramework='VPAID'>http://m/vpaid2"
+               "</MediaFile><MediaFile type='video/mp4' bitrate='6000'>http://m/6000</MediaFile>"
+               "</MediaFiles>"
+               "<TrackingEvents><Tracking event='start'>http://t/start</Tracking></TrackingEvents>"
+               "<VideoClicks><ClickThrough>http://c/landing</ClickThrough>"
+               "<ClickTracking>http://c/1</ClickTracking><ClickTracking id='empty'/>"
+               "<ClickTracking>http://c/2</ClickTracking></VideoClicks>"
+               "<Icons><Icon program='AdChoices'><StaticResource>http://i/i.png</StaticResource>"
+               "</Icon><Icon program='bare'/><Icon program='frame'>"
+               "<IFrameResource>http://i/f</IFrameResource></Icon></Icons>"
+               "</Linear>"),
+      &error, reports.handler(), false);
+  ASSERT_TRUE(linear);
+  EXPECT_TRUE(reports.names.empty());
+  EXPECT_FALSE(error);
+  EXPECT_EQ((Texts{linear->skipOffset(), linear->duration(), linear->adParameters()}),
+            (Texts{"00:00:05", "00:00:30.000", "{\"k\":1}"}));
+  // MediaFile entries first, then the interactive files that are VPAID.
+  Strings files;
+  for (const auto& file : linear->mediaFiles())
+    files.push_back(file->url()->absoluteString());
+  EXPECT_EQ(files,
+            (Strings{"http://m/3000", "http://m/vpaid2", "http://m/6000", "http://m/vpaid"}));
+  EXPECT_EQ(linear->trackingEvents().size(), 1u);
+  EXPECT_EQ(text(linear->clickThrough()), "http://c/landing");
+  EXPECT_EQ(texts(linear->clickTracking()), (Strings{"http://c/1", "http://c/2"}));
+  ASSERT_EQ(linear->icons().size(), 2u);  // the icon without a resource is dropped
+  EXPECT_EQ(linear->icons()[1]->program(), "frame");
+  // Under the 5000 cap the 3000 file is the richest (the VPAID files declare no bitrate: 0).
+  EXPECT_EQ(linear->mostAppropriateMediaFile()->url()->absoluteString(), "http://m/3000");
+}
+
+// What a Linear element reports, whether it is made and whether the ad keeps it.
+TEST(RKVVASTCreativeLinearTest, Reporting) {
+  const std::string duration = "<Duration>00:00:10</Duration>";
+  const std::string files =
+      "<MediaFiles><MediaFile type='video/mp4'>http://m/f</MediaFile></MediaFiles>";
+  const std::string webm =
+      "<MediaFiles><MediaFile type='video/webm'>http://m/w</MediaFile></MediaFiles>";
+  const std::string media = "VAST_VALIDATION_ERROR_LINEAR_MISSING_MEDIAFILES";
+  const std::string time = "VAST_VALIDATION_ERROR_LINEAR_MISSING_DURATION";
+  // Content, in a wrapper, with an error place, made, reported, kept outside a wrapper.
+  const std::tuple<std::string, bool, bool, bool, Strings, bool> cases[] = {
+      {duration + files, false, true, true, {}, true},
+      {files, false, true, true, {time}, true},
+      {"<Duration/>" + files, false, false, true, {time}, true},
+      {duration, false, true, false, {media}, false},
+      {duration + "<MediaFiles/>", false, true, false, {media}, false},
+      {duration, false, false, false, {}, false},  // reported only with an error place
+      {duration + "<MediaFiles><MediaFile type='video/mp4'/></MediaFiles>",
+       false,
+       true,
+       true,
+       {media},
+       false},
+      {duration + webm, false, true, true, {media}, false},
+      {duration + webm, false, false, true, {}, false},
+      {duration, true, true, true, {}, false},  // a wrapper needs no media files
+      {files, true, false, true, {time}, true},
+  };
+  for (const auto& [content, wrapper, errorPlace, made, reported, kept] : cases) {
+    SCOPED_TRACE(content + (wrapper ? " (wrapper)" : "") + (errorPlace ? " (place)" : ""));
+    Reports reports;
+    std::optional<RKVError> error;
+    auto linear = RKVVASTCreativeLinear::withDictionary(
+        *element("<Linear>" + content + "</Linear>"), errorPlace ? &error : nullptr,
+        reports.handler(), wrapper);
+    ASSERT_EQ(linear != nullptr, made);
+    EXPECT_EQ(reports.names, reported);
+    EXPECT_EQ(error ? error->code : 0, reported == Strings{media} ? 401 : 0);
+    EXPECT_EQ(linear && linear->isValidForWrapper(false), kept);
+    EXPECT_EQ(linear && linear->isValidForWrapper(true), made);
+  }
+}
+
+TEST(RKVVASTCreativeLinearTest, EmptyCreativeAndAppending) {
+  auto empty = RKVVASTCreativeLinear::initEmptyCreative();
+  EXPECT_FALSE(empty->isValidForWrapper(false));
+  EXPECT_TRUE(empty->isValidForWrapper(true));
+  EXPECT_EQ(empty->mostAppropriateMediaFile(), nullptr);
+  EXPECT_FALSE(RKVVASTCreative::initEmptyCreative()->isValidForWrapper(true));
+  auto events = RKVVASTTrackingEvent::findTrackingEvents(
+      *element("<L><TrackingEvents><Tracking event='start'>http://t/1</Tracking>"
+               "<Tracking event='start'>http://t/1</Tracking></TrackingEvents></L>"));
+  empty->addTrackingEvents(*events);
+  empty->addTrackingEvents(*events);
+  EXPECT_EQ(empty->trackingEvents().size(), 4u);  // appended as they are, duplicates included
+  // Universal ad ids are kept once each, by value.
+  auto a = *RKVVASTUniversalAdId::withRegistry("R", "A");
+  auto b = *RKVVASTUniversalAdId::withRegistry("R", "B");
+  empty->addUniversalAdIds({a, b, a});
+  empty->addUniversalAdIds({*RKVVASTUniversalAdId::withRegistry("R", "B")});
+  EXPECT_EQ(empty->universalAdIds(), (std::vector<RKVVASTUniversalAdId>{a, b}));
+}
+
+// The three creatives share the resource rule: only the first kind found, in the order static,
+// iframe, HTML, is read; a static resource whose text is no URL still wins and leaves nothing.
+template <typename Creative>
+void checkResources(const std::string& tag) {
+  const std::string s = "<StaticResource creativeType='image/png'>http://r/s</StaticResource>";
+  const std::string i = "<IFrameResource>http://r/i</IFrameResource>";
+  const std::string h = "<HTMLResource>http://r/h</HTMLResource>";
+  const std::pair<std::string, Strings> cases[] = {
+      {h + i + s, {"http://r/s", "-", "-"}},
+      {h + i, {"-", "http://r/i", "-"}},
+      {h, {"-", "-", "http://r/h"}},
+      {"<StaticResource>http://bad host/</StaticResource>" + i, {"-", "-", "-"}},
+  };
+  for (const auto& [children, expected] : cases) {
+    auto creative =
+        Creative::withDictionary(*element("<" + tag + ">" + children + "</" + tag + ">"));
+    ASSERT_TRUE(creative) << tag << children;
+    EXPECT_EQ((Strings{text(creative->staticResource()), text(creative->iFrameResource()),
+                       text(creative->htmlResource())}),
+              expected)
+        << tag << children;
+    EXPECT_EQ(creative->isValidForWrapper(false), expected != Strings(3, "-")) << tag << children;
+    EXPECT_TRUE(creative->isValidForWrapper(true));
+  }
+}
+
+TEST(RKVVASTCreativeResourcesTest, ResourcePrecedenceAndTheNonLinearError) {
+  checkResources<RKVVASTCreativeNonLinear>("NonLinear");
+  checkResources<RKVVASTCreativeCompanion>("Companion");
+  checkResources<RKVVASTCreativeIcon>("Icon");
+  // Companions and icons without any resource are made, and kept only in a wrapper.
+  EXPECT_FALSE(
+      RKVVASTCreativeCompanion::withDictionary(*element("<Companion/>"))->isValidForWrapper(false));
+  EXPECT_TRUE(RKVVASTCreativeIcon::withDictionary(*element("<Icon/>"))->isValidForWrapper(true));
+
+  // A non-linear creative without a resource is refused even in a wrapper, with an error the
+  // handler is not told about.
+  const char* xml =
+      "<NonLinear><NonLinearClickThrough>http://c/</NonLinearClickThrough></NonLinear>";
+  for (bool wrapper : {false, true}) {
+    std::optional<RKVError> error;
+    Reports reports;
+    EXPECT_EQ(
+        RKVVASTCreativeNonLinear::withDictionary(*element(xml), &error, reports.handler(), wrapper),
+        nullptr);
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->domain + " " + std::to_string(error->code), "RKVVASTErrorDomain 101");
+    EXPECT_EQ(error->localizedDescription,
+              "The <StaticResource> tag of a NonLinear creative is missing or empty in the VAST "
+              "response.");
+    EXPECT_TRUE(reports.names.empty());
+  }
+}
+
+TEST(RKVVASTCreativeResourcesTest, ClicksAndTracking) {
+  auto nonLinear = RKVVASTCreativeNonLinear::withDictionary(*element(
+      "<NonLinear width='300' expandedWidth='600px' expandedHeight='x' scalable='YES'>"
+      "<StaticResource>http://r/s.png</StaticResource>"
+      "<NonLinearClickThrough>http://c/through</NonLinearClickThrough>"
+      "<NonLinearClickTracking>http://c/1</NonLinearClickTracking>"
+      "<NonLinearClickTracking>http://c/2</NonLinearClickTracking>"
+      "<TrackingEvents><Tracking event='start'>http://t/</Tracking></TrackingEvents></NonLinear>"));
+  EXPECT_EQ((Floats{nonLinear->width(), nonLinear->expandedWidth(), nonLinear->expandedHeight()}),
+            (Floats{300, 600, 0}));
+  EXPECT_TRUE(nonLinear->scalable());
+  EXPECT_EQ(text(nonLinear->clickThrough()), "http://c/through");
+  EXPECT_EQ(texts(nonLinear->clickTracking()), (Strings{"http://c/1", "http://c/2"}));
+  // Its tracking comes from the enclosing NonLinearAds, never from the element.
+  EXPECT_TRUE(nonLinear->trackingEvents().empty());
+
+  // The white-space-only click-through is stripped from the tree, so the second one is the
+  // first child; blank and unparsable click tracking entries are skipped, in order.
+  auto companion = RKVVASTCreativeCompanion::withDictionary(*element(
+      "<Companion adSlotID='slot'><IFrameResource>http://r/frame</IFrameResource>"
+      "<CompanionClickThrough>  </CompanionClickThrough>"
+      "<CompanionClickThrough>http://c/second</CompanionClickThrough>"
+      "<CompanionClickTracking>http://c/1</CompanionClickTracking>"
+      "<CompanionClickTracking id='blank'/>"
+      "<CompanionClickTracking>http://bad host/</CompanionClickTracking>"
+      "<CompanionClickTracking>http://c/2</CompanionClickTracking>"
+      "<TrackingEvents><Tracking event='creativeView'>http://t/cv</Tracking></TrackingEvents>"
+      "</Companion>"));
+  EXPECT_EQ(companion->adSlotID(), "slot");
+  EXPECT_EQ(text(companion->clickThrough()), "http://c/second");
+  EXPECT_EQ(texts(companion->clickTracking()), (Strings{"http://c/1", "http://c/2"}));
+  EXPECT_EQ(companion->trackingEvents().size(), 1u);
+
+  // Only the first IconClicks counts; click elements outside it are not the icon's.
+  auto icon = RKVVASTCreativeIcon::withDictionary(*element(
+      "<Icon program='AdChoices' xPosition='right' yPosition='12' offset='00:00:01'>"
+      "<HTMLResource>http://r/h</HTMLResource><IconClickThrough>http://c/outside</IconClickThrough>"
+      "<IconClicks><IconClickTracking>http://c/1</IconClickTracking>"
+      "<IconClickTracking>http://c/2</IconClickTracking></IconClicks>"
+      "<IconClicks><IconClickThrough>http://c/second</IconClickThrough></IconClicks>"
+      "<TrackingEvents><Tracking event='creativeView'>http://t/cv</Tracking></TrackingEvents>"
+      "</Icon>"));
+  EXPECT_EQ((Texts{icon->program(), icon->offset()}), (Texts{"AdChoices", "00:00:01"}));
+  EXPECT_EQ((Floats{icon->xPosition(), icon->yPosition()}), (Floats{0, 12}));
+  EXPECT_EQ(icon->clickThrough(), std::nullopt);
+  EXPECT_EQ(texts(icon->clickTracking()), (Strings{"http://c/1", "http://c/2"}));
+  EXPECT_EQ(icon->trackingEvents().size(), 1u);
+}
+
+}  // namespace
+}  // namespace rkv
