@@ -3,7 +3,8 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
-#include <cstring>
+#include <cstdlib>
+#include <tuple>
 
 #include <arpa/inet.h>
 #include <fcntl.h>
@@ -17,49 +18,40 @@ namespace rkv::test {
 namespace {
 
 bool sameName(std::string_view a, std::string_view b) {
-  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
-           return std::tolower(static_cast<unsigned char>(x)) ==
-                  std::tolower(static_cast<unsigned char>(y));
-         });
+  return std::ranges::equal(
+      a, b, [](unsigned char x, unsigned char y) { return std::tolower(x) == std::tolower(y); });
 }
 
-std::string_view trimmed(std::string_view text) {
-  size_t begin = text.find_first_not_of(" \t");
+std::string trimmed(std::string_view text) {
+  const size_t begin = text.find_first_not_of(" \t");
   if (begin == std::string_view::npos) return {};
-  return text.substr(begin, text.find_last_not_of(" \t") - begin + 1);
+  return std::string(text.substr(begin, text.find_last_not_of(" \t") - begin + 1));
 }
 
 std::string pathOf(std::string_view target) {
   return std::string(target.substr(0, target.find('?')));
 }
 
-const char* reasonPhrase(int status) {
-  switch (status) {
-    case 200:
-      return "OK";
-    case 204:
-      return "No Content";
-    case 301:
-      return "Moved Permanently";
-    case 302:
-      return "Found";
-    case 303:
-      return "See Other";
-    case 307:
-      return "Temporary Redirect";
-    case 404:
-      return "Not Found";
-    case 500:
-      return "Internal Server Error";
-    default:
-      return "Status";
+// A TCP socket bound to 127.0.0.1 at a port of the system's choosing, and that port.
+std::pair<int, uint16_t> boundLoopbackSocket() {
+  const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  const int on = 1;
+  ::setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t length = sizeof address;
+  if (::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
+      ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
+    std::abort();  // a test machine without loopback cannot run these tests at all
   }
+  return {fd, ntohs(address.sin_port)};
 }
 
 // Sends everything; false when the peer is gone. Never raises SIGPIPE.
 bool sendAll(int fd, std::string_view bytes) {
   while (!bytes.empty()) {
-    ssize_t sent = ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    const ssize_t sent = ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
     if (sent < 0 && errno == EINTR) continue;
     if (sent <= 0) return false;
     bytes.remove_prefix(static_cast<size_t>(sent));
@@ -70,13 +62,13 @@ bool sendAll(int fd, std::string_view bytes) {
 // Reads more bytes into `buffer`; false at end of stream or on error.
 bool receiveMore(int fd, std::string& buffer) {
   char chunk[16384];
-  while (true) {
-    ssize_t got = ::recv(fd, chunk, sizeof chunk, 0);
-    if (got < 0 && errno == EINTR) continue;
-    if (got <= 0) return false;
-    buffer.append(chunk, static_cast<size_t>(got));
-    return true;
-  }
+  ssize_t got;
+  do {
+    got = ::recv(fd, chunk, sizeof chunk, 0);
+  } while (got < 0 && errno == EINTR);
+  if (got <= 0) return false;
+  buffer.append(chunk, static_cast<size_t>(got));
+  return true;
 }
 
 }  // namespace
@@ -111,21 +103,8 @@ std::optional<std::string> RKVTestRequest::header(std::string_view name) const {
 }
 
 RKVTestHTTPServer::RKVTestHTTPServer() {
-  listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  int on = 1;
-  ::setsockopt(listener_, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  address.sin_port = 0;
-  if (::bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
-      ::listen(listener_, 64) != 0) {
-    std::abort();  // a test machine without loopback cannot run these tests at all
-  }
-  socklen_t length = sizeof address;
-  ::getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length);
-  port_ = ntohs(address.sin_port);
-  if (::pipe2(wakePipe_, O_CLOEXEC) != 0) std::abort();
+  std::tie(listener_, port_) = boundLoopbackSocket();
+  if (::listen(listener_, 64) != 0 || ::pipe2(wakePipe_, O_CLOEXEC) != 0) std::abort();
   acceptThread_ = std::thread([this] { acceptLoop(); });
 }
 
@@ -159,8 +138,8 @@ std::vector<RKVTestRequest> RKVTestHTTPServer::requests() const {
 
 size_t RKVTestHTTPServer::requestCount(std::string_view path) const {
   std::lock_guard lock(mutex_);
-  return static_cast<size_t>(std::count_if(
-      requests_.begin(), requests_.end(), [&](const auto& r) { return pathOf(r.target) == path; }));
+  return static_cast<size_t>(std::ranges::count_if(
+      requests_, [&](const RKVTestRequest& r) { return pathOf(r.target) == path; }));
 }
 
 void RKVTestHTTPServer::stop() {
@@ -172,45 +151,33 @@ void RKVTestHTTPServer::stop() {
       ::shutdown(fd, SHUT_RDWR);
   }
   stopped_.notify_all();
-  char byte = 0;
-  [[maybe_unused]] ssize_t written = ::write(wakePipe_[1], &byte, 1);
+  const char byte = 0;
+  [[maybe_unused]] const ssize_t written = ::write(wakePipe_[1], &byte, 1);
   acceptThread_.join();
   // No new connection threads start once the accept loop has ended.
   for (auto& thread : connectionThreads_)
     thread.join();
-  ::close(listener_);
-  ::close(wakePipe_[0]);
-  ::close(wakePipe_[1]);
+  for (int fd : {listener_, wakePipe_[0], wakePipe_[1]})
+    ::close(fd);
 }
 
 uint16_t RKVTestHTTPServer::closedPort() {
-  int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
-  socklen_t length = sizeof address;
-  ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
+  const auto [fd, port] = boundLoopbackSocket();
   ::close(fd);
-  return ntohs(address.sin_port);
+  return port;
 }
 
 void RKVTestHTTPServer::acceptLoop() {
   while (true) {
     pollfd fds[2] = {{listener_, POLLIN, 0}, {wakePipe_[0], POLLIN, 0}};
-    if (::poll(fds, 2, -1) < 0) {
-      if (errno == EINTR) continue;
-      return;
-    }
+    if (::poll(fds, 2, -1) < 0 && errno != EINTR) return;
     if (fds[1].revents != 0) return;
-    int fd = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
+    if ((fds[0].revents & POLLIN) == 0) continue;
+    const int fd = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
     if (fd < 0) continue;
     std::lock_guard lock(mutex_);
-    if (stopping_) {
-      ::close(fd);
-      return;
-    }
-    int connection = ++connections_;
+    if (stopping_) return (void)::close(fd);
+    const int connection = ++connections_;
     openConnections_.insert(fd);
     connectionThreads_.emplace_back([this, fd, connection] { serve(fd, connection); });
   }
@@ -227,7 +194,7 @@ void RKVTestHTTPServer::closeConnection(int fd, bool reset) {
     openConnections_.erase(fd);
   }
   if (reset) {
-    linger abort{1, 0};
+    const linger abort{1, 0};
     ::setsockopt(fd, SOL_SOCKET, SO_LINGER, &abort, sizeof abort);
   }
   ::close(fd);
@@ -236,8 +203,7 @@ void RKVTestHTTPServer::closeConnection(int fd, bool reset) {
 RKVTestRoute RKVTestHTTPServer::routeFor(const std::string& path) const {
   std::lock_guard lock(mutex_);
   auto it = routes_.find(path);
-  if (it != routes_.end()) return it->second;
-  return RKVTestRoute::answer(404, "not found");
+  return it != routes_.end() ? it->second : RKVTestRoute::answer(404, "not found");
 }
 
 void RKVTestHTTPServer::serve(int fd, int connection) {
@@ -246,8 +212,7 @@ void RKVTestHTTPServer::serve(int fd, int connection) {
     if (stall_) {
       stopped_.wait(lock, [&] { return stopping_; });
       lock.unlock();
-      closeConnection(fd, false);
-      return;
+      return closeConnection(fd, false);
     }
   }
   std::string buffer;
@@ -256,48 +221,40 @@ void RKVTestHTTPServer::serve(int fd, int connection) {
     while ((headEnd = buffer.find("\r\n\r\n")) == std::string::npos) {
       if (!receiveMore(fd, buffer)) return closeConnection(fd, false);
     }
+    // The request line, then one field per line.
     RKVTestRequest request;
     request.connection = connection;
-    std::string_view head(buffer.data(), headEnd);
-    size_t lineEnd = head.find("\r\n");
-    std::string_view requestLine = head.substr(0, lineEnd);
-    size_t space1 = requestLine.find(' ');
-    size_t space2 = requestLine.find(' ', space1 + 1);
-    request.method = std::string(requestLine.substr(0, space1));
-    request.target = std::string(requestLine.substr(space1 + 1, space2 - space1 - 1));
     size_t contentLength = 0;
     bool close = false;
-    while (lineEnd != std::string_view::npos && lineEnd < head.size()) {
-      size_t next = head.find("\r\n", lineEnd + 2);
-      std::string_view line =
-          head.substr(lineEnd + 2,
-                      next == std::string_view::npos ? std::string_view::npos : next - lineEnd - 2);
-      size_t colon = line.find(':');
-      if (colon != std::string_view::npos) {
-        std::string name(trimmed(line.substr(0, colon)));
-        std::string value(trimmed(line.substr(colon + 1)));
-        if (sameName(name, "Content-Length")) contentLength = std::stoul(value);
-        if (sameName(name, "Connection") && sameName(value, "close")) close = true;
-        request.headers.emplace_back(std::move(name), std::move(value));
+    std::string_view head(buffer.data(), headEnd + 2);
+    for (size_t lineEnd; (lineEnd = head.find("\r\n")) != std::string_view::npos;
+         head.remove_prefix(lineEnd + 2)) {
+      const std::string_view line = head.substr(0, lineEnd);
+      if (request.method.empty()) {
+        const size_t space = line.find(' ');
+        request.method = std::string(line.substr(0, space));
+        request.target = std::string(line.substr(space + 1, line.find(' ', space + 1) - space - 1));
+        continue;
       }
-      lineEnd = next;
+      const size_t colon = line.find(':');
+      if (colon == std::string_view::npos) continue;
+      std::string name = trimmed(line.substr(0, colon));
+      std::string value = trimmed(line.substr(colon + 1));
+      if (sameName(name, "Content-Length")) contentLength = std::stoul(value);
+      if (sameName(name, "Connection") && sameName(value, "close")) close = true;
+      request.headers.emplace_back(std::move(name), std::move(value));
     }
     buffer.erase(0, headEnd + 4);
     const RKVTestRoute route = routeFor(pathOf(request.target));
-
-    if (route.behavior == RKVTestServerBehavior::Reset ||
-        route.behavior == RKVTestServerBehavior::Close) {
-      {
-        std::lock_guard lock(mutex_);
-        requests_.push_back(std::move(request));
-      }
-      return closeConnection(fd, route.behavior == RKVTestServerBehavior::Reset);
-    }
-    while (buffer.size() < contentLength) {
+    const bool hangUp = route.behavior == RKVTestServerBehavior::Reset ||
+                        route.behavior == RKVTestServerBehavior::Close;
+    while (!hangUp && buffer.size() < contentLength) {
       if (!receiveMore(fd, buffer)) return closeConnection(fd, false);
     }
-    request.body = buffer.substr(0, contentLength);
-    buffer.erase(0, contentLength);
+    if (!hangUp) {
+      request.body = buffer.substr(0, contentLength);
+      buffer.erase(0, contentLength);
+    }
     const bool headOnly = request.method == "HEAD";
     {
       std::lock_guard lock(mutex_);
@@ -305,46 +262,43 @@ void RKVTestHTTPServer::serve(int fd, int connection) {
     }
 
     switch (route.behavior) {
+      case RKVTestServerBehavior::Reset:
+      case RKVTestServerBehavior::Close:  // a body is left unread
+        return closeConnection(fd, route.behavior == RKVTestServerBehavior::Reset);
       case RKVTestServerBehavior::NeverAnswer:
         sleepFor(std::chrono::hours(24));
         return closeConnection(fd, false);
-      case RKVTestServerBehavior::Drip: {
-        std::string headBytes =
-            "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(route.body.size()) + "\r\n\r\n";
-        if (!sendAll(fd, headBytes)) return closeConnection(fd, false);
-        for (char byte : route.body) {
-          if (!sleepFor(route.dripInterval) || !sendAll(fd, std::string_view(&byte, 1))) break;
+      case RKVTestServerBehavior::Drip:
+        if (sendAll(fd, "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(route.body.size()) +
+                            "\r\n\r\n")) {
+          for (char byte : route.body) {
+            if (!sleepFor(route.dripInterval) || !sendAll(fd, std::string_view(&byte, 1))) break;
+          }
         }
         return closeConnection(fd, false);
-      }
-      case RKVTestServerBehavior::EndlessBody: {
-        const std::string chunk(64 * 1024, 'v');
+      case RKVTestServerBehavior::EndlessBody:
         if (sendAll(fd, "HTTP/1.1 200 OK\r\nConnection: close\r\n\r\n")) {
+          const std::string chunk(64 * 1024, 'v');
           while (sendAll(fd, chunk)) {
             std::lock_guard lock(mutex_);
             if (stopping_) break;
           }
         }
         return closeConnection(fd, false);
-      }
       case RKVTestServerBehavior::Answer: {
         if (route.delay.count() > 0 && !sleepFor(route.delay)) return closeConnection(fd, false);
-        std::string answer =
-            "HTTP/1.1 " + std::to_string(route.status) + " " + reasonPhrase(route.status) + "\r\n";
+        // The reason phrase is not read by clients; one serves every status.
+        std::string answer = "HTTP/1.1 " + std::to_string(route.status) + " Status\r\n";
         bool hasLength = false;
         for (const auto& [name, value] : route.headers) {
-          if (sameName(name, "Content-Length")) hasLength = true;
+          hasLength = hasLength || sameName(name, "Content-Length");
           answer += name + ": " + value + "\r\n";
         }
         if (!hasLength) answer += "Content-Length: " + std::to_string(route.body.size()) + "\r\n";
-        answer += "\r\n";
-        if (!headOnly) answer += route.body;
+        answer += "\r\n" + (headOnly ? std::string() : route.body);
         if (!sendAll(fd, answer) || close) return closeConnection(fd, false);
         break;
       }
-      case RKVTestServerBehavior::Reset:
-      case RKVTestServerBehavior::Close:
-        break;
     }
   }
 }
