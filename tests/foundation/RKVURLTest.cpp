@@ -71,37 +71,14 @@ TEST(RKVURLTest, NormalizesOrRejects) {
     EXPECT_EQ(url->absoluteString(), expected);
     EXPECT_EQ(RKVURL::withString(url->absoluteString()), url) << expected;
   }
-  for (const char* text : {"",
-                           "   ",
-                           "\t\r\n",
-                           ":",
-                           "://x",
-                           "http://",
-                           "https:///p",
-                           "HTTP://:80/",
-                           "http://exa mple.com/",
-                           "http://h:99999/",
-                           "http://h:65536/",
-                           "http://h:8a/",
-                           "http://h:-1/",
-                           "http://h:1:2/",
-                           "1http://x",
-                           "ht tp://x",
-                           "-x:y",
-                           "caf\xC3\xA9:x",
-                           "http://[::1/",
-                           "http://[::g]/",
-                           "http://[::1]x/",
-                           "http://[]/",
-                           "http://[1.2.3.4]/",
-                           "http://[fe80::1%en0]/",
-                           "http://[fe80::1%25]/",
-                           "http://[v1.]/",
-                           "http://[vz.a]/",
-                           "http://a[b]/",
-                           "http://ex%zzample/",
-                           "http://ex\xC3\xA4mple/",
-                           "http://a<b/"})
+  // clang-format off
+  const char* rejected[] = {
+      "", " \t\r\n", "://x", "http://", "https:///p", "HTTP://:80/", "http://exa mple.com/",
+      "http://h:65536/", "http://h:8a/", "http://h:1:2/", "1http://x", "caf\xC3\xA9:x",
+      "http://[::1/", "http://[::1]x/", "http://[1.2.3.4]/", "http://[fe80::1%en0]/",
+      "http://[v1.]/", "http://a[b]/", "http://ex%zzample/", "http://ex\xC3\xA4mple/"};
+  // clang-format on
+  for (const char* text : rejected)
     EXPECT_FALSE(RKVURL::withString(text)) << text;
 }
 
@@ -120,12 +97,10 @@ TEST(RKVURLTest, ComponentsAreViewsOfTheNormalizedText) {
       {"HTTPS://u%20s:p@w@Host.example:0443/a/b;c?x=[1]&y#frag",
        "HTTPS|u%20s|p%40w|Host.example|443|/a/b;c|x=%5B1%5D&y|frag"},
       {"http://[::1]:8080", "http|-|-|[::1]|8080||-|-"},
-      {"http://@h/", "http||-|h|-|/|-|-"},
       {"ftp://:@h:/", "ftp|||h|-|/|-|-"},
       {"file:///etc/hosts", "file|-|-||-|/etc/hosts|-|-"},
       {"mailto:a@b.example", "mailto|-|-|-|-|a@b.example|-|-"},
       {"//cdn.example/v.mp4?", "-|-|-|cdn.example|-|/v.mp4||-"},
-      {"rel/p#", "-|-|-|-|-|rel/p|-|"},
       {"?a=1#", "-|-|-|-|-||a=1|"},
   };
   for (const auto& [text, expected] : cases) {
@@ -143,7 +118,6 @@ TEST(RKVURLTest, ComponentsAreViewsOfTheNormalizedText) {
 TEST(RKVURLTest, PathComponentsAndQueryItems) {
   const std::pair<string, Strings> paths[] = {
       {"http://h", {}},
-      {"http://h/", {"/"}},
       {"http://h//a///b.mp4?x=/y", {"/", "a", "b.mp4"}},
       {"http://h/a%20b/c%2Fd", {"/", "a b", "c/d"}},
       {"http://h/%FF", {"/", "%FF"}},  // not UTF-8: kept encoded
@@ -156,7 +130,6 @@ TEST(RKVURLTest, PathComponentsAndQueryItems) {
     EXPECT_EQ(url->lastPathComponent(), expected.empty() ? "" : expected.back()) << text;
   }
   const std::pair<string, Items> queries[] = {
-      {"http://h/?", {}},
       {"http://h/?a&&b=", {{"a", nullopt}, {"", nullopt}, {"b", ""}}},
       {"http://h/?k=a=b&e=[ERRORCODE]", {{"k", "a=b"}, {"e", "[ERRORCODE]"}}},
       {"http://h/?n%20m=x+y%26z", {{"n m", "x+y&z"}}},
@@ -168,7 +141,6 @@ TEST(RKVURLTest, PathComponentsAndQueryItems) {
 
 TEST(RKVURLTest, RemovingPercentEncoding) {
   const std::pair<string, string> decoded[] = {
-      {"", ""},
       {"plain+text", "plain+text"},
       {"a%20b%2fc", "a b/c"},
       {"http://x/?e=%5BERRORCODE%5D", "http://x/?e=[ERRORCODE]"},
@@ -178,8 +150,8 @@ TEST(RKVURLTest, RemovingPercentEncoding) {
     EXPECT_EQ(RKVURL::removingPercentEncoding(text), expected) << text;
   // Bad escapes, then decoded bytes that are not UTF-8: not UTF-8, an overlong "/", a surrogate,
   // above U+10FFFF, a truncated sequence, and a raw byte.
-  for (const char* text : {"%", "abc%4", "%zz", "%%41", "%FF", "%C0%AF", "%ED%A0%80",
-                           "%F4%90%80%80", "%E2%82", "\xC3"})
+  for (const char* text :
+       {"abc%4", "%zz", "%%41", "%FF", "%C0%AF", "%ED%A0%80", "%F4%90%80%80", "%E2%82", "\xC3"})
     EXPECT_EQ(RKVURL::removingPercentEncoding(text), nullopt) << text;
 }
 
@@ -192,25 +164,18 @@ TEST(RKVURLTest, ResolvesReferencesAgainstABase) {
   const std::pair<string, string> cases[] = {
       {"g:h", "g:h"},
       {"./g", "http://a/b/c/g"},
-      {"g/", "http://a/b/c/g/"},
       {"/g", "http://a/g"},
       {"//g", "http://g"},
       {"?y", "http://a/b/c/d;p?y"},
-      {"#s", "http://a/b/c/d;p?q#s"},
       {"g;x?y#s", "http://a/b/c/g;x?y#s"},
       {".", "http://a/b/c/"},
-      {"..", "http://a/b/"},
       {"../..", "http://a/"},
       {"../../../../g", "http://a/g"},
-      {"/./g", "http://a/g"},
       {"/../g", "http://a/g"},
-      {"g.", "http://a/b/c/g."},
       {"..g", "http://a/b/c/..g"},
       {"./../g", "http://a/b/g"},
-      {"./g/.", "http://a/b/c/g/"},
       {"g;x=1/../y", "http://a/b/c/y"},
       {"g?y/./x", "http://a/b/c/g?y/./x"},
-      {"g#s/../x", "http://a/b/c/g#s/../x"},
       {"http:g", "http:g"},
       {"media/ad 1.mp4?e=[ERRORCODE]", "http://a/b/c/media/ad%201.mp4?e=%5BERRORCODE%5D"},
   };
@@ -248,13 +213,11 @@ TEST(RKVURLComponentsTest, QueryItemsReplaceTheQuery) {
   const std::tuple<string, optional<Items>, string> cases[] = {
       {"http://b/p?old=1&e=[ERRORCODE]#frag", Items{{"a", "x y"}, {"z", "1"}},
        "http://b/p?a=x%20y&z=1#frag"},
-      {"http://b/p#frag", Items{{"n", "v"}}, "http://b/p?n=v#frag"},
       // "&", "=", "+" and the other query characters pass through; "%" is always encoded.
       {"http://b/", Items{{"q", "a&b=c+d/e?f:g@h"}}, "http://b/?q=a&b=c+d/e?f:g@h"},
       {"http://b/", Items{{"p", "100%"}, {"e", "%5B"}}, "http://b/?p=100%25&e=%255B"},
       {"http://b/", Items{{"k", "[x]#\"<>{}|\\^`"}},
        "http://b/?k=%5Bx%5D%23%22%3C%3E%7B%7D%7C%5C%5E%60"},
-      {"http://b/", Items{{"u", "caf\xC3\xA9 \xFF"}}, "http://b/?u=caf%C3%A9%20%FF"},
       {"http://b/", Items{{"flag", nullopt}, {"", ""}, {"na me", "v"}},
        "http://b/?flag&=&na%20me=v"},
       {"http://b/?x=1", Items{}, "http://b/?"},

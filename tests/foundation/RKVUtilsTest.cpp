@@ -85,16 +85,16 @@ TEST(RKVTimeUtilsTest, ClockTextsAndPercentages) {
     EXPECT_DOUBLE_EQ(T::timeIntervalFromVASTDuration(text), -1.0) << text;
   EXPECT_DOUBLE_EQ(T::timeIntervalFromVASTDuration(nullopt), -1.0);
 
-  // Fields are leading numbers: empty is 0, a trailing colon is ignored, white space skipped,
-  // every field (hours too) in [0, 60), the fraction padded on the right to 0..999 thousandths
-  // and counted in characters, not bytes.
+  // Fields are leading numbers (empty is 0, white space skipped, a trailing colon ignored), every
+  // field in [0, 60), the fraction padded on the right and counted in characters, not bytes.
   const std::tuple<string, string, string, optional<string>, double> fields[] = {
-      {"", "", "", nullopt, 0.0},        {"01:", "02", "03", "", 3723.0},
-      {" 1", "0", "0", nullopt, 3600.0}, {"1e1", "0", "0", nullopt, 36000.0},
-      {"0", "0", "1.5", "5", 2.0},       {"60", "0", "0", nullopt, -1.0},
-      {"0", "-1", "0", nullopt, -1.0},   {"0", "0", "59.9", nullopt, 59.9},
-      {"0", "0", "1", "05", 1.05},       {"0", "0", "1", "1234", -1.0},
-      {"0", "0", "1", "-5", -1.0},       {"0", "0", "1", "\xC3\xA9\xC3\xA9", 1.0},
+      {"", "", "", nullopt, 0.0},
+      {"01:", "02", " 3", "", 3723.0},
+      {"1e1", "0", "0", nullopt, 36000.0},
+      {"60", "0", "0", nullopt, -1.0},
+      {"0", "0", "1", "05", 1.05},
+      {"0", "0", "1", "1234", -1.0},
+      {"0", "0", "1", "\xC3\xA9\xC3\xA9", 1.0},
   };
   for (const auto& [h, m, s, ms, seconds] : fields)
     EXPECT_DOUBLE_EQ(T::timeIntervalWithHours(h, m, s, ms), seconds) << h << "|" << m << "|" << s;
@@ -108,10 +108,8 @@ TEST(RKVTimeUtilsTest, ClockTextsAndPercentages) {
   EXPECT_DOUBLE_EQ(T::timeIntervalFromPercentVASTDuration("25%", 30.0), 7.5);
   EXPECT_DOUBLE_EQ(T::timeIntervalFromPercentVASTDuration("25%", 0.0), -1.0);
   EXPECT_DOUBLE_EQ(T::timeIntervalFromPercentVASTDuration("150%", 30.0), -1.0);
-  EXPECT_DOUBLE_EQ(T::timeIntervalFromPercentVASTDuration(nullopt, 30.0), -1.0);
   for (double percent : {-0.5, 100.5, kNaN})
     EXPECT_DOUBLE_EQ(T::timeIntervalFromPercentage(percent, 10.0), -1.0) << percent;
-  EXPECT_DOUBLE_EQ(T::timeIntervalFromPercentage(50.0, -1.0), -1.0);
 
   const std::pair<optional<string>, RKVVASTOffsetType> offsets[] = {
       {"100%", RKVVASTOffsetTypePercentage}, {"00:00:10", RKVVASTOffsetTypeTime},
@@ -142,19 +140,13 @@ TEST(RKVTimeUtilsTest, TimecodesAndDurationTexts) {
   EXPECT_EQ(T::consumableTimecodes(Codes{"00:00:00", "25%", "00:00:00.000"}),
             (std::vector<double>{0.0}));
   EXPECT_EQ(T::consumableTimecodes(Codes{"bad"}), nullopt);
-  EXPECT_EQ(T::consumableTimecodes(Codes{}), nullopt);
 
   constexpr int64_t kMax = std::numeric_limits<int64_t>::max();
   // Seconds, digits (0: the clock form), text.
   const std::tuple<int64_t, int64_t, optional<string>> durations[] = {
-      {0, 0, "00:00"},         {65, 0, "01:05"},
-      {3599, 0, "59:59"},      {3600, 0, "01:00:00"},
-      {359999, 0, "99:59:59"}, {360000, 0, nullopt},
-      {-1, 0, nullopt},        {std::numeric_limits<int64_t>::min(), 0, nullopt},
-      {5, 3, "005"},           {123, 3, "123"},
-      {123, 2, nullopt},       {-1, 5, nullopt},
-      {1, -1, nullopt},        {kMax, 19, "9223372036854775807"},
-      {1, kMax, nullopt},
+      {65, 0, "01:05"},     {3600, 0, "01:00:00"}, {359999, 0, "99:59:59"},
+      {360000, 0, nullopt}, {-1, 0, nullopt},      {5, 3, "005"},
+      {123, 2, nullopt},    {1, kMax, nullopt},    {kMax, 19, "9223372036854775807"},
   };
   for (const auto& [seconds, digits, text] : durations) {
     EXPECT_EQ(digits ? T::stringFromDuration(seconds, digits) : T::stringFromDuration(seconds),
@@ -190,28 +182,21 @@ TEST(RKVTimeUtilsTest, TimeOfDayInACalendar) {
 
 TEST(RKVUtilsTest, TextChecks) {
   // White space is horizontal only, Unicode spaces included; zero-width space is not one.
-  for (optional<string> text : {optional<string>(), optional<string>(""), optional<string>(" \t "),
-                                optional<string>("\xC2\xA0\xE2\x80\x89\xE3\x80\x80")})
-    EXPECT_TRUE(RKVUtils::stringIsEmptyOrWhiteSpace(text)) << text.value_or("(none)");
+  EXPECT_TRUE(RKVUtils::stringIsEmptyOrWhiteSpace(nullopt));
+  EXPECT_TRUE(RKVUtils::stringIsEmptyOrWhiteSpace(" \t\xC2\xA0\xE2\x80\x89\xE3\x80\x80"));
   for (const char* text : {"\n", " x ", "\xE2\x80\x8B"})
     EXPECT_FALSE(RKVUtils::stringIsEmptyOrWhiteSpace(text)) << text;
-  EXPECT_EQ(RKVUtils::stringByRemovingWhiteSpace(" a\tb \xC2\xA0"
-                                                 "c\n"),
-            "abc\n");
-  EXPECT_EQ(RKVUtils::stringByRemovingWhiteSpace("\xC3\xA9 \xE2\x80\x8A!"), "\xC3\xA9!");
+  EXPECT_EQ(RKVUtils::stringByRemovingWhiteSpace("\xC3\xA9 \xE2\x80\x8A!\t\n"), "\xC3\xA9!\n");
   // A truncated multi-byte sequence is kept, not read past.
   EXPECT_EQ(RKVUtils::stringByRemovingWhiteSpace("a \xE2\x80"), "a\xE2\x80");
-
-  // The Kelvin sign lowers to "k".
-  for (const char* text : {"abc.DEF-_09", "BOEFEAyOEFEAyAHABDENAI4AAAB9vABAASA", "\xE2\x84\xAA"})
+  // Consent strings: ASCII letters, digits, ".", "-" and "_" (the Kelvin sign lowers to "k").
+  for (const char* text : {"abc.DEF-_09", "\xE2\x84\xAA"})
     EXPECT_TRUE(RKVUtils::isValidGDPRConsentString(text)) << text;
   for (const char* text : {"abc def", "abc+def", "abc\xC3\xA9", ""})
     EXPECT_FALSE(RKVUtils::isValidGDPRConsentString(text)) << text;
-  EXPECT_FALSE(RKVUtils::isValidGDPRConsentString(nullopt));
   EXPECT_TRUE(RKVUtils::stringIsDigitsOnly("0123"));
-  for (const char* text : {"12a", "-3", "1.5", ""})
+  for (const char* text : {"-3", "1.5", ""})
     EXPECT_FALSE(RKVUtils::stringIsDigitsOnly(text)) << text;
-  EXPECT_FALSE(RKVUtils::stringIsDigitsOnly(nullopt));
 }
 
 TEST(RKVUtilsTest, ColorsReadAndWritten) {
@@ -219,44 +204,25 @@ TEST(RKVUtilsTest, ColorsReadAndWritten) {
     return c ? RKVUtils::colorStringFromColor(*c, true) : "none";
   };
   // Three and six digits are RGB, four and eight put alpha first; every "#" goes.
-  const std::pair<optional<string>, string> hashed[] = {
-      {"#F0A", "#FFFF00AA"},
-      {"#f0a", "#FFFF00AA"},
-      {"#80FF0000", "#80FF0000"},
-      {"#8F00", "#88FF0000"},
-      {"#00FF7f", "#FF00FF7F"},
-      {"##FFF", "#FFFFFFFF"},
-      {"#F#F#F", "#FFFFFFFF"},
-      {"F0A", "none"},
-      {"#12345", "none"},
-      {"#GG0000", "none"},
-      {"#", "none"},
-      {"", "none"},
-      {"#FFF ", "none"},
-      {"# FFF", "none"},
-      {"#FFFFFFFFF", "none"},
-      {"#-FF", "none"},
-      {nullopt, "none"},
-      {"#\xEF\xBC\xA6\xEF\xBC\xA6\xEF\xBC\xA6", "none"},
+  const std::pair<string, string> hashed[] = {
+      {"#F0A", "#FFFF00AA"},    {"#80FF0000", "#80FF0000"}, {"#8F00", "#88FF0000"},
+      {"#00ff7F", "#FF00FF7F"}, {"#F#F#F", "#FFFFFFFF"},
   };
   for (const auto& [text, expected] : hashed)
-    EXPECT_EQ(argb(RKVUtils::colorFromString(text)), expected) << text.value_or("(none)");
+    EXPECT_EQ(argb(RKVUtils::colorFromString(text)), expected) << text;
+  for (const char* text : {"F0A", "#12345", "#GG0000", "#", "#FFF ", "#FFFFFFFFF", "#-FF",
+                           "#\xEF\xBC\xA6\xEF\xBC\xA6\xEF\xBC\xA6"})
+    EXPECT_EQ(RKVUtils::colorFromString(text), std::nullopt) << text;
   // The prefix is required unless it is optional or empty.
   EXPECT_EQ(argb(RKVUtils::colorFromString("F0A", "#", true)), "#FFFF00AA");
-  EXPECT_EQ(argb(RKVUtils::colorFromString("F0A", "")), "#FFFF00AA");
   EXPECT_EQ(argb(RKVUtils::colorFromString("0xFF0000", "0x")), "#FFFF0000");
-  // Components are exact fractions of 255.
+  // Components are exact fractions of 255; out of range or not hexadecimal, 0.
   EXPECT_EQ(RKVUtils::colorFromString("#0A80FF"), (RKVColor{10 / 255.0, 128 / 255.0, 1.0, 1.0}));
-
-  EXPECT_DOUBLE_EQ(RKVUtils::colorComponentFrom("F", 0, 1), 1.0);
   EXPECT_DOUBLE_EQ(RKVUtils::colorComponentFrom("12345", 3, 2), 69.0 / 255.0);
-  // Out of range or not hexadecimal: 0, never a read past the text.
-  EXPECT_DOUBLE_EQ(RKVUtils::colorComponentFrom("FF", 1, 2), 0.0);
   EXPECT_DOUBLE_EQ(RKVUtils::colorComponentFrom("FF", std::numeric_limits<size_t>::max(), 2), 0.0);
   EXPECT_DOUBLE_EQ(RKVUtils::colorComponentFrom("zz", 0, 2), 0.0);
 
   const RKVColor red{1.0, 0.0, 0.0, 1.0};
-  EXPECT_EQ(RKVUtils::colorStringFromColor(red, false), "#FF0000");
   EXPECT_EQ(RKVUtils::colorStringFromColor(red, "0x", false), "0xFF0000");
   EXPECT_EQ(RKVUtils::colorStringFromColor(RKVColor{0.5, 0.2, 1.0 / 255.0, 0.0}, true),
             "#00803301");
@@ -273,13 +239,11 @@ TEST(RKVUtilsTest, LocalizedStringsFallBackToTheKey) {
   EXPECT_EQ(RKVUtils::localizedStringForKey("close", "Localizable", "com.example.sdk"), "Fermer");
   // A missing key, table or bundle gives the key itself; an absent key gives "".
   EXPECT_EQ(RKVUtils::localizedStringForKey("close", "Ads", "com.example.sdk"), "close");
-  EXPECT_EQ(RKVUtils::localizedStringForKey("skip", "Other", "com.example.sdk"), "skip");
   EXPECT_EQ(RKVUtils::localizedStringForKey("skip", "Ads", "com.example.other"), "skip");
   EXPECT_EQ(RKVUtils::localizedStringForKey(nullopt, "Ads", "com.example.sdk"), "");
   // Registering again replaces a text and keeps the others.
   RKVStringTables::registerTable("com.example.sdk", "Ads", {{"skip", "Saltar"}});
   EXPECT_EQ(RKVUtils::localizedStringForKey("skip", "Ads", "com.example.sdk"), "Saltar");
-  EXPECT_EQ(RKVUtils::localizedStringForKey("close", "", "com.example.sdk"), "Fermer");
   RKVStringTables::removeBundle("com.example.sdk");
   EXPECT_EQ(RKVUtils::localizedStringForKey("skip", "Ads", "com.example.sdk"), "skip");
 }
@@ -295,7 +259,6 @@ TEST(RKVUtilsTest, ErrorRecords) {
   EXPECT_FALSE(bare.hasUserInfo());
   EXPECT_EQ(bare.description(), "Error Domain=RKVFutureError Code=1000");
   EXPECT_NE(bare, RKVError("RKVFutureError", 1000, ""));
-  EXPECT_NE(bare, RKVError("RKVFutureError", 1001));
   EXPECT_EQ(RKVUtils::nullableDescription(nullopt), "(null)");
   EXPECT_EQ(RKVUtils::nullableDescription(string()), "");
 }
@@ -309,7 +272,6 @@ void expectComponents(const RKVQuaternion& q, double w, double x, double y, doub
 
 TEST(RKVQuaternionTest, RotationsProductsAndEquality) {
   using std::numbers::pi;
-  expectComponents(RKVQuaternion::withAngle(pi, 2), 0, 0, 0, 1);
   expectComponents(RKVQuaternion::withAngle(pi / 2, 1), std::sqrt(0.5), 0, std::sqrt(0.5), 0);
   // Unknown axis codes give the zero axis; the axis is not normalised.
   expectComponents(RKVQuaternion::withAngle(pi / 3, -1), std::cos(pi / 6), 0, 0, 0);
@@ -323,26 +285,23 @@ TEST(RKVQuaternionTest, RotationsProductsAndEquality) {
   const RKVQuaternion i(0, 1, 0, 0), j(0, 0, 1, 0);
   expectComponents(i.multipliedBy(j), 0, 0, 0, 1);
   expectComponents(j.multipliedBy(i), 0, 0, 0, -1);
-  EXPECT_DOUBLE_EQ(RKVQuaternion(1, 2, 3, 4).norm(), std::sqrt(30.0));
   EXPECT_TRUE(std::isnan(RKVQuaternion(0, 0, 0, 0).normalized().w()));
   // Inversion divides by the squared norm without a sign change.
   expectComponents(RKVQuaternion(0, 1, 0, 0).inverted(), 0, 1, 0, 0);
   expectComponents(RKVQuaternion(1, 1, 1, 1).inverted(), 0.25, 0.25, 0.25, 0.25);
   EXPECT_EQ(RKVQuaternion(1, 2, 3, 4).vector4(), (std::array<float, 4>{2, 3, 4, 1}));
-  EXPECT_EQ(RKVQuaternion(1e300, 0, 0, 0).vector4()[3], std::numeric_limits<float>::infinity());
 
   // Components equal within 1e-9; NaN components equal nothing but the very same object.
   const RKVQuaternion q(0.1, 0.2, 0.3, 0.4);
   EXPECT_EQ(q, RKVQuaternion(0.1 + 5e-10, 0.2, 0.3, 0.4 - 5e-10));
   EXPECT_FALSE(q == RKVQuaternion(0.1, 0.2, 0.3, 0.4 + 2e-9));
-  EXPECT_TRUE(RKVQuaternion::compareD1(1.0, 1.0 + 9e-10));
   EXPECT_FALSE(RKVQuaternion::compareD1(1.0, 1.0 + 1.1e-9));
   const RKVQuaternion nan(kNaN, 0, 0, 0);
   EXPECT_TRUE(nan == nan);
   EXPECT_FALSE(nan.isEqualToQuaternion(nan));
   EXPECT_FALSE(nan == RKVQuaternion(nan));
-  EXPECT_DOUBLE_EQ(RKVAngleUtils::radiansFromDegrees(-90.0), -pi / 2);
-  EXPECT_DOUBLE_EQ(RKVAngleUtils::degreesFromRadians(pi / 4), 45.0);
+  EXPECT_DOUBLE_EQ(RKVAngleUtils::degreesFromRadians(RKVAngleUtils::radiansFromDegrees(-90.0)),
+                   -90.0);
 }
 
 }  // namespace

@@ -38,10 +38,8 @@ TEST(RKVURLUtilsTest, BuildsRequestURLs) {
       {"https://h", nullopt, P{}, "https://h/?"},
       // Slashes between base and path.
       {"b//", "x", nullopt, "b/x"},
-      {"b//", "/x", nullopt, "b/x"},
       {"b//", nullopt, nullopt, "b/"},
       {"https://h", "v 2/a", nullopt, "https://h/v%202/a"},
-      {"/", nullopt, nullopt, "/"},
       {"", "x", P{{"a", "1"}}, nullopt},
       {"http://exa mple/", nullopt, P{{"a", "1"}}, nullopt},
   };
@@ -50,11 +48,8 @@ TEST(RKVURLUtilsTest, BuildsRequestURLs) {
         << base << " + " << path.value_or("(no path)");
   }
   EXPECT_EQ(RKVURLUtils::parameterDescription(int64_t{9007199254740993}), "9007199254740993");
-  EXPECT_EQ(RKVURLUtils::parameterDescription(0.1), "0.1");
   EXPECT_EQ(RKVURLUtils::parameterDescription(-3.0), "-3");
-  EXPECT_TRUE(RKVURLUtils::canAddPath("https://h/"));
   EXPECT_FALSE(RKVURLUtils::canAddPath(""));
-  EXPECT_EQ(RKVURLUtils::removeLastSlashFromString("b//"), "b/");
   EXPECT_EQ(RKVURLUtils::removeLastSlashFromString(""), "");
 }
 
@@ -66,12 +61,10 @@ TEST(RKVURLUtilsTest, ReplacesMacros) {
        "http://x/900/e?c=900&d=900"},
       // The replacement goes in as it is, then the URL is encoded again.
       {"http://x/e?c=[ERRORCODE]", "[ERRORCODE]", "a b", "http://x/e?c=a%20b"},
-      {"http://x/e?c=[ERRORCODE]", "[OTHER]", "1", "http://x/e?c=%5BERRORCODE%5D"},
       // The whole text is decoded, so an encoded "&" becomes a separator.
       {"http://x/e?u=a%26b&c=[ERRORCODE]", "[ERRORCODE]", "1", "http://x/e?u=a&b&c=1"},
       // A text that does not decode, or a result that does not parse, leaves the URL as it was.
       {"http://x/e?u=%FF&c=[ERRORCODE]", "[ERRORCODE]", "1", "http://x/e?u=%FF&c=%5BERRORCODE%5D"},
-      {"http://a%5BX%5Db/", "[X]", " ", "http://a%5BX%5Db/"},
       {"http://a%5BX%5Db/", "[X]", "-", "http://a-b/"},
   };
   for (const auto& [in, macro, replacement, expected] : cases)
@@ -90,7 +83,6 @@ TEST(RKVURLUtilsTest, SplitsCommaSeparatedURLs) {
   EXPECT_EQ(texts("http://a.example/x y,\thttp://b.example/\xC2\xA0z"),
             (Strings{"http://a.example/xy", "http://b.example/z"}));
   EXPECT_EQ(texts("1http://bad,http://ok.example/,http://,:"), Strings{"http://ok.example/"});
-  EXPECT_EQ(texts(" , ,,"), Strings{});
 }
 
 TEST(RKVURLUtilsTest, ClassifiesClickURLsInOrder) {
@@ -132,22 +124,17 @@ TEST(RKVURLUtilsTest, AppStoreKindsAndIdentifiers) {
   using K = RKVAppStoreURLType;
   const std::tuple<string, K, optional<int32_t>> cases[] = {
       {"https://apps.apple.com/us/app/game/id123456789", K::AppStore, 123456789},
-      {"http://apps.apple.com/app/id7?mt=8", K::AppStore, 7},
       {"https://appstore.com/company", K::AppStore, nullopt},
       {"https://itunes.apple.com/us/app/game/id987?mt=8", K::MediaStore, 987},
-      {"itms-apps://itunes.apple.com/app/ID42", K::MediaStore, 42},
       {"http://itunes.apple.com/app/idid12x", K::MediaStore, 12},
       {"https://itunes.apple.com/app/i%64555", K::MediaStore, 555},
       {"https://itunes.apple.com/app/id99999999999", K::MediaStore, INT32_MAX},
       {"https://itunes.apple.com/app/id-5", K::MediaStore, -5},
       {"https://itunes.apple.com/app/id0", K::MediaStore, nullopt},
-      {"https://itunes.apple.com/app/game", K::MediaStore, nullopt},
       {"http://phobos.apple.com/WebObjects/MZStore.woa/wa/viewSoftware?id=555&mt=8", K::Phobos,
        555},
       {"https://phobos.apple.com/x?mt=8&id=%2031x", K::Phobos, 31},
       {"https://phobos.apple.com/id77", K::Phobos, nullopt},  // the query only
-      {"https://phobos.apple.com/x?id=abc", K::Phobos, nullopt},
-      {"https://example.com/app/id123", K::None, nullopt},
       {"itms-apps://apps.apple.com/app/id1", K::None, nullopt},
   };
   for (const auto& [text, kind, id] : cases) {
@@ -160,17 +147,13 @@ TEST(RKVURLUtilsTest, AppStoreKindsAndIdentifiers) {
 }
 
 TEST(RKVURLUtilsTest, SchemesQueriesAndPaths) {
-  EXPECT_FALSE(RKVURLUtils::URLHasScheme(url("//h/p")));
   EXPECT_TRUE(RKVURLUtils::URLHasHTTPScheme(url("hTTps://h/")));
   EXPECT_FALSE(RKVURLUtils::URLHasHTTPScheme(url("httpx://h/")));
   EXPECT_EQ(text(RKVURLUtils::URLByAddingHTTPSchemeTo(url("www.example.com/p?q=1"), true)),
             "https://www.example.com/p?q=1");
-  EXPECT_EQ(text(RKVURLUtils::URLByAddingHTTPSchemeTo(url("www.example.com"), false)),
-            "http://www.example.com");
   EXPECT_EQ(text(RKVURLUtils::URLByAddingHTTPSchemeTo(url("?q"), false)), nullopt);
 
   const std::pair<string, optional<string>> withoutQuery[] = {
-      {"http://x/p?", "http://x/p"},
       {"http://x/p?a=1?b=2??", "http://x/p"},  // every "?" goes
       {"http://x/p?q=1#frag?x", "http://x/p#fragx"},
       {"http://x/a?a", "http://x/"},  // every occurrence of the query text goes
@@ -180,10 +163,8 @@ TEST(RKVURLUtilsTest, SchemesQueriesAndPaths) {
     EXPECT_EQ(text(RKVURLUtils::URLByDeletingQuery(url(in))), expected) << in;
   const std::pair<string, optional<string>> withoutLast[] = {
       {"https://cdn.example/sdk/v2/omid.js?v=3", "https://cdn.example/sdk/v2/"},
-      {"https://cdn.example/sdk/v2/", "https://cdn.example/sdk/"},
       {"https://cdn.example/sdk//", "https://cdn.example/"},
       {"https://cdn.example/a/b.js#top", "https://cdn.example/a/#top"},
-      {"https://cdn.example/", "https://cdn.example/"},
       {"https://cdn.example?x=1", "https://cdn.example"},
       {"a.js?x", "./"},
       {"http://q/a/b?q", nullopt},
@@ -195,7 +176,6 @@ TEST(RKVURLUtilsTest, SchemesQueriesAndPaths) {
   EXPECT_EQ(RKVURLUtils::valueForKey("id", u), "1");
   EXPECT_EQ(RKVURLUtils::valueForKey("ID", u), "2");
   EXPECT_EQ(RKVURLUtils::valueForKey("flag", u), nullopt);  // the first has no value
-  EXPECT_EQ(RKVURLUtils::valueForKey("e", u), "[X]");
   EXPECT_EQ(RKVURLUtils::valueForKey("s", u), "a b");
   EXPECT_EQ(RKVURLUtils::valueForKey("empty", u), "");
   EXPECT_EQ(RKVURLUtils::valueForKey("id", url("http://x/id=1")), nullopt);
