@@ -107,9 +107,6 @@ TEST(RKVVASTAdExtensionTest, FieldsAreReadUnderTheirElementNamesAndArchivedUnder
     for (const char* text : {"abc", "12.5", "-3"})
       EXPECT_EQ(extensionWith(block("VireoMacros", element, text))->archive(), kEmpty) << element;
   }
-  EXPECT_EQ(extensionWith(block("VireoMacros", "ip", "i"))->clientIP(), "i");
-  EXPECT_EQ(extensionWith(block("RtbMacros", "DealId", "d"))->rtbDealID(), "d");
-  EXPECT_EQ(extensionWith(block("VireoMacros", "siteID", "7"))->siteID(), 7.0);
   // The field spellings are not the element names, and macros belong in their block.
   EXPECT_EQ(extensionWith("<VireoMacros><referer>r</referer><clientIP>i</clientIP>"
                           "<baseURL>http://b</baseURL></VireoMacros><RtbMacros><DealID>d</DealID>"
