@@ -118,6 +118,12 @@ TEST(RKVVASTMediaFileSelectorTest, Choices) {
     EXPECT_EQ(chosen ? chosen->url()->lastPathComponent() : "none", expected)
         << expected << " at " << accessType;
   }
+  // Enough equal bitrates that a sort that is not stable would reorder them.
+  std::vector<std::shared_ptr<RKVVASTMediaFile>> equal;
+  for (int i = 0; i < 40; ++i)
+    equal.push_back(mediaFile("type='video/mp4' bitrate='1000'", "http://m/" + std::to_string(i)));
+  EXPECT_EQ(RKVVASTMediaFileSelector(0, 5000, equal, 6).mediaFile(), equal.front());
+  EXPECT_EQ(RKVVASTMediaFileSelector(0, 5000, equal, 0).mediaFile(), equal.back());
   for (int64_t type : {-1, 0, 1, 2, 3, 7})
     EXPECT_TRUE(RKVVASTMediaFileSelector::isConsideredLowNetworkConnection(type)) << type;
   // The default access type is a good one; the same file object comes back; nulls are skipped.
