@@ -100,8 +100,8 @@ TEST(RKVDeviceInfoTest, ProductionProviderGivesUsableFacts) {
   EXPECT_TRUE(agent.starts_with("Mozilla/5.0 (")) << agent;
   EXPECT_TRUE(agent.ends_with(" like Mac OS X; en-us)")) << agent;
   EXPECT_EQ(agent.find(" Simulator"), std::string::npos);
-  if (const auto loopback = internal::IPv4AddressOfInterface("lo"))
-    EXPECT_EQ(*loopback, "127.0.0.1");
+  const auto loopback = internal::IPv4AddressOfInterface("lo");
+  EXPECT_EQ(loopback.value_or("127.0.0.1"), "127.0.0.1");
   EXPECT_EQ(internal::IPv4AddressOfInterface("no-such-interface0"), nullopt);
 }
 
