@@ -1,20 +1,17 @@
 // Shared by the HTTP session tests: records completions and waits for them with a hang guard.
 #pragma once
 
-#include <chrono>
 #include <condition_variable>
 #include <memory>
 #include <mutex>
-#include <thread>
 #include <vector>
 
 #include "rkv/net/RKVURLSessionProvider.h"
 #include "rkv/net/RKVURLSessionProviderProtocol.h"
 
-namespace rkv::test {
+#include "tests/support/RKVTestThreads.h"
 
-// Far above any time-out the tests use: reaching it means a hang, not slowness.
-inline constexpr std::chrono::seconds kHangGuard{60};
+namespace rkv::test {
 
 struct RKVRecordedCompletion {
   RKVURLSessionResponse response;
@@ -66,16 +63,5 @@ class RKVCompletionRecorder {
   };
   std::shared_ptr<State> state_;
 };
-
-// Polls `condition` until it holds or the hang guard passes; true when it held.
-template <typename Condition>
-bool eventually(Condition condition) {
-  const auto deadline = std::chrono::steady_clock::now() + kHangGuard;
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > deadline) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
-  return true;
-}
 
 }  // namespace rkv::test
