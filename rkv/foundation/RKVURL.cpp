@@ -19,6 +19,35 @@ bool isASCIIWhiteSpace(char c) {
   return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f' || c == '\v';
 }
 
+bool isOneOf(char c, char a, char b) {
+  return c == a || c == b;
+}
+
+bool isOneOf(char c, char a, char b, char d) {
+  return c == a || c == b || c == d;
+}
+
+// appendEncoded (keeping valid escapes) of text[i...] up to the first `stop` or `otherStop`,
+// found in the same pass (neither is in `cls`); answers where it stopped.
+size_t appendEncodedUntil(std::string& out, std::string_view text, size_t i, uint8_t cls, char stop,
+                          char otherStop) {
+  size_t runStart = i;
+  for (; i < text.size(); ++i) {
+    const auto c = static_cast<unsigned char>(text[i]);
+    if (hasClass(c, cls)) continue;
+    if (isOneOf(text[i], stop, otherStop)) break;
+    if (isEscapeAt(text, i)) {  // an escape never spans a stop: stops are no hex digits
+      i += 2;
+      continue;
+    }
+    out.append(text, runStart, i - runStart);
+    appendEscaped(out, c);
+    runStart = i + 1;
+  }
+  out.append(text, runStart, i - runStart);
+  return i;
+}
+
 std::string_view trimmed(std::string_view text) {
   while (!text.empty() && isASCIIWhiteSpace(text.front()))
     text.remove_prefix(1);
@@ -199,17 +228,19 @@ class RKVURLParser {
     if (text.size() - i >= 2 && text[i] == '/' && text[i + 1] == '/') {
       out.append("//");
       i += 2;
-      size_t end = text.find_first_of("/?#", i);
-      if (end == std::string_view::npos) end = text.size();
+      size_t end = i;
+      while (end < text.size() && !isOneOf(text[end], '/', '?', '#'))
+        ++end;
       if (!parseAuthority(text.substr(i, end - i), url)) return std::nullopt;
       i = end;
     }
 
-    size_t pathEnd = text.find_first_of("?#", i);
-    if (pathEnd == std::string_view::npos) pathEnd = text.size();
-    std::string_view path = text.substr(i, pathEnd - i);
     url.pathBegin_ = static_cast<uint32_t>(out.size());
     if (!url.hasScheme() && !url.hasAuthority()) {
+      size_t pathEnd = i;
+      while (pathEnd < text.size() && !isOneOf(text[pathEnd], '?', '#'))
+        ++pathEnd;
+      std::string_view path = text.substr(i, pathEnd - i);
       // A ":" in the first segment of such a reference would read as a scheme delimiter.
       size_t slash = path.find('/');
       std::string_view first = path.substr(0, slash);
@@ -219,20 +250,18 @@ class RKVURLParser {
         first.remove_prefix(c + 1);
       }
       appendEncoded(out, first, kPathChar, true);
-      path = slash == std::string_view::npos ? std::string_view() : path.substr(slash);
+      if (slash != std::string_view::npos) appendEncoded(out, path.substr(slash), kPathChar, true);
+      i = pathEnd;
+    } else {
+      i = appendEncodedUntil(out, text, i, kPathChar, '?', '#');
     }
-    appendEncoded(out, path, kPathChar, true);
     url.pathEnd_ = static_cast<uint32_t>(out.size());
-    i = pathEnd;
 
     if (i < text.size() && text[i] == '?') {
-      size_t end = text.find('#', i + 1);
-      if (end == std::string_view::npos) end = text.size();
       out.push_back('?');
       url.queryBegin_ = static_cast<uint32_t>(out.size());
-      appendEncoded(out, text.substr(i + 1, end - i - 1), kQueryChar, true);
+      i = appendEncodedUntil(out, text, i + 1, kQueryChar, '#', '#');
       url.queryEnd_ = static_cast<uint32_t>(out.size());
-      i = end;
     }
     if (i < text.size()) {  // at "#"
       out.push_back('#');
