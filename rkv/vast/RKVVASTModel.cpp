@@ -4,28 +4,9 @@
 #include <utility>
 
 #include "rkv/foundation/RKVTextValues.h"
-#include "rkv/log/RKVLog.h"
-#include "rkv/vast/errors/RKVVASTError.h"
-#include "rkv/vast/model/RKVVASTAdInline.h"
-#include "rkv/vast/model/RKVVASTAdWrapper.h"
-#include "rkv/xml/RKVXMLDictionaryUtils.h"
+#include "rkv/vast/internal/RKVVASTModelBuilder.h"
 
 namespace rkv {
-
-namespace {
-
-using Utils = RKVXMLDictionaryUtils;
-
-std::vector<RKVVASTURL> errorURLsOf(const RKVXMLArray* entries) {
-  std::vector<RKVVASTURL> urls;
-  if (entries == nullptr) return urls;
-  for (const RKVXMLValue& entry : *entries) {
-    if (std::optional<RKVVASTURL> url = RKVVASTURL::fromXML(entry)) urls.push_back(std::move(*url));
-  }
-  return urls;
-}
-
-}  // namespace
 
 RKVVASTModel::RKVVASTModel(std::string version, Ads ads, std::vector<RKVVASTURL> errorPixels)
     : version_(std::move(version)), ads_(std::move(ads)), errorPixels_(std::move(errorPixels)) {}
@@ -33,57 +14,7 @@ RKVVASTModel::RKVVASTModel(std::string version, Ads ads, std::vector<RKVVASTURL>
 std::shared_ptr<RKVVASTModel> RKVVASTModel::withDictionary(
     const RKVXMLDictionary& root, std::optional<RKVError>* error,
     const RKVVASTInnerErrorHandler& errorHandler) {
-  const RKVXMLValue* adValue = root.find("Ad");
-  // Root Error elements are the "no ad" answer: they are read only from a document without ads.
-  std::vector<RKVVASTURL> rootErrorURLs;
-  if (adValue == nullptr && root.contains("Error"))
-    rootErrorURLs = errorURLsOf(Utils::findArrayForKey("Error", &root));
-
-  const std::string* version = Utils::findAttribute("_version", &root);
-  if (version == nullptr) {
-    RKVLog::sharedInstance()->logError(
-        "VAST XML Tag does not contain the version attribute and is invalid.");
-    const RKVVASTError missing = RKVVASTError::VAST_VALIDATION_ERROR_MISSING_VERSION();
-    if (error != nullptr) *error = missing.error();
-    if (errorHandler) {
-      std::vector<RKVVASTURL> errorURLs = rootErrorURLs;
-      errorHandler(missing, errorURLs);
-    }
-    return nullptr;
-  }
-
-  // The ads' handlers would add the model's own error pixels too, but those are only set once
-  // every ad is built, so there is nothing to add while the ads report.
-  Ads ads;
-  const RKVXMLArray* entries = adValue != nullptr ? adValue->array() : nullptr;
-  if (entries != nullptr) {
-    ads.reserve(entries->size());
-    for (const RKVXMLValue& entry : *entries) {
-      const RKVXMLDictionary* adElement = entry.dictionary();
-      if (adElement == nullptr) continue;
-      if (!adElement->contains("InLine")) {
-        if (!adElement->contains("Wrapper")) continue;  // neither kind: skipped silently
-        if (auto ad = RKVVASTAdWrapper::withDictionary(*adElement, error, errorHandler))
-          ads.push_back(std::move(ad));
-        continue;
-      }
-      // An inline ad's reports without URLs get the InLine's Error URLs. They are read only when
-      // such a report comes (the same URLs the ad reads into its error pixels).
-      const RKVXMLDictionary* content =
-          Utils::findFirstObjectOfArrayAsDictionary("InLine", adElement);
-      RKVVASTInnerErrorHandler inlineHandler;
-      if (errorHandler) {
-        inlineHandler = [content, &errorHandler](const RKVVASTError& adError,
-                                                 std::vector<RKVVASTURL>& errorURLs) {
-          if (errorURLs.empty()) errorURLs = errorURLsOf(Utils::findArrayForKey("Error", content));
-          errorHandler(adError, errorURLs);
-        };
-      }
-      if (auto ad = RKVVASTAdInline::withDictionary(*adElement, error, inlineHandler))
-        ads.push_back(std::move(ad));
-    }
-  }
-  return std::make_shared<RKVVASTModel>(*version, std::move(ads), std::move(rootErrorURLs));
+  return internal::RKVVASTModelBuilder(error, errorHandler).finish(root);
 }
 
 std::shared_ptr<RKVVASTModel> RKVVASTModel::withDictionary(const RKVXMLDictionary& root) {

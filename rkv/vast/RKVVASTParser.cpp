@@ -1,13 +1,16 @@
 #include "rkv/vast/RKVVASTParser.h"
 
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "rkv/foundation/RKVUtils.h"
 #include "rkv/vast/errors/RKVVASTError.h"
+#include "rkv/vast/internal/RKVVASTModelBuilder.h"
 #include "rkv/xml/RKVXMLDictionary.h"
+#include "rkv/xml/RKVXMLDictionaryParser.h"
 
 namespace rkv {
 
@@ -21,6 +24,11 @@ bool isValidUTF8(std::string_view bytes) {
   const auto* p = reinterpret_cast<const unsigned char*>(bytes.data());
   const auto* end = p + bytes.size();
   while (p < end) {
+    // Documents are mostly ASCII: skip it eight bytes at a time.
+    uint64_t word;
+    while (end - p >= 8 && (std::memcpy(&word, p, 8), (word & 0x8080808080808080ULL) == 0))
+      p += 8;
+    if (p == end) break;
     const unsigned char c = *p;
     if (c < 0x80) {
       ++p;
@@ -92,22 +100,38 @@ RKVVASTParserResponse RKVVASTParser::parseXMLAndGenerateVASTObjectModel(
   std::optional<RKVError> error;
   bool reported = false;
   {
-    // The tree lives only while the model is built.
-    RKVXMLDictionaryPtr root = RKVXMLDictionary::rkv_dictionaryWithXMLData(*bytes);
-    if (!root) {
-      const RKVVASTError failure =
-          isWrapper ? RKVVASTError::XML_PARSING_ERROR_WRAPPER() : RKVVASTError::XML_PARSING_ERROR();
-      report(errorHandler, failure, {}, document.text());
-      return RKVVASTParserResponse(nullptr, failure.error());
-    }
     const RKVVASTInnerErrorHandler innerHandler = [&reported, &errorHandler, &document](
                                                       const RKVVASTError& modelError,
                                                       std::vector<RKVVASTURL>& errorURLs) {
       reported = true;
       if (errorHandler) errorHandler(modelError, errorURLs, document.text());
     };
-    model = RKVVASTModel::withDictionary(*root, &error, innerHandler);
-  }
+    internal::RKVVASTModelBuilder builder(&error, innerHandler);
+    RKVXMLDictionaryParser reader(RKVXMLDictionaryParser::sharedInstance());
+    RKVXMLDictionaryPtr root;
+    if (reader.options() == RKVXMLDictionaryParser::Options()) {
+      // The tree's usual shape: each Ad element is read as soon as it ends and leaves the tree,
+      // so that only one ad's elements are held at a time. (Other options would change what the
+      // model reads; the whole tree is built for those.)
+      root = reader.rkv_dictionaryWithData(
+          *bytes, [&builder](const RKVXMLDictionary& rootElement, std::string_view key,
+                             const RKVXMLDictionary& element) {
+            if (key != "Ad" || !internal::RKVVASTModelBuilder::acceptsAdsAhead(rootElement))
+              return false;
+            builder.addAd(element);
+            return true;
+          });
+    } else {
+      root = reader.rkv_dictionaryWithData(*bytes);
+    }
+    if (!root) {
+      const RKVVASTError failure =
+          isWrapper ? RKVVASTError::XML_PARSING_ERROR_WRAPPER() : RKVVASTError::XML_PARSING_ERROR();
+      report(errorHandler, failure, {}, document.text());
+      return RKVVASTParserResponse(nullptr, failure.error());
+    }
+    model = builder.finish(*root);
+  }  // the tree goes here
   if (!model) return RKVVASTParserResponse(nullptr, std::move(error));
 
   if (!model->versionIsSupported()) {

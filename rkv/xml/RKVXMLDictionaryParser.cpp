@@ -54,9 +54,14 @@ RKV_XML_OPTION_SETTER(setNodeNameMode, nodeNameMode, int64_t)
 #undef RKV_XML_OPTION_SETTER
 
 RKVXMLDictionaryPtr RKVXMLDictionaryParser::rkv_dictionaryWithParser(RKVXMLPushParser& parser) {
+  return parse(parser, nullptr);
+}
+
+RKVXMLDictionaryPtr RKVXMLDictionaryParser::parse(RKVXMLPushParser& parser,
+                                                  const RootChildHandler* rootChildHandler) {
   parsingError_.reset();
   Options options = this->options();
-  internal::RKVXMLTreeBuilder builder(options);
+  internal::RKVXMLTreeBuilder builder(options, rootChildHandler);
   parser.setMaximumDepth(options.maximumDepth);
   parser.setReportsComments(options.preserveComments);
   if (!parser.parse(builder)) {
@@ -69,6 +74,12 @@ RKVXMLDictionaryPtr RKVXMLDictionaryParser::rkv_dictionaryWithParser(RKVXMLPushP
 RKVXMLDictionaryPtr RKVXMLDictionaryParser::rkv_dictionaryWithData(std::string_view bytes) {
   RKVXMLPushParser parser(bytes);
   return rkv_dictionaryWithParser(parser);
+}
+
+RKVXMLDictionaryPtr RKVXMLDictionaryParser::rkv_dictionaryWithData(
+    std::string_view bytes, const RootChildHandler& rootChildHandler) {
+  RKVXMLPushParser parser(bytes);
+  return parse(parser, rootChildHandler ? &rootChildHandler : nullptr);
 }
 
 RKVXMLDictionaryPtr RKVXMLDictionaryParser::rkv_dictionaryWithString(std::string_view string) {

@@ -9,6 +9,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -47,7 +48,17 @@ class RKVXMLDictionaryParser {
     int64_t nodeNameMode = RKVXMLDictionaryNodeNameModeRootOnly;
     // Not one of the classic eight: documents nested deeper are refused.
     size_t maximumDepth = RKVXMLPushParser::kDefaultMaximumDepth;
+
+    friend bool operator==(const Options&, const Options&) = default;
   };
+
+  // Receives each element directly under the document's root element as soon as it has ended
+  // (the collapse and strip rules applied), with that root (its attributes complete, its later
+  // children still to come) and the element's key. Answering true takes the element out of the
+  // tree at once: it is removed from its list, the key staying (with an empty list when it was
+  // the only one). Only elements held in a list are offered (all of them under alwaysUseArrays).
+  using RootChildHandler = std::function<bool(const RKVXMLDictionary& root, std::string_view key,
+                                              const RKVXMLDictionary& element)>;
 
   // A reader with the default options.
   RKVXMLDictionaryParser() = default;
@@ -83,6 +94,11 @@ class RKVXMLDictionaryParser {
   // reported an error (a partly built tree is thrown away; the error is kept in parsingError).
   RKVXMLDictionaryPtr rkv_dictionaryWithParser(RKVXMLPushParser& parser);
   RKVXMLDictionaryPtr rkv_dictionaryWithData(std::string_view bytes);
+  // The same, offering the root's children to `rootChildHandler` as they end, so that a reader
+  // of a long document can take them one at a time instead of holding the whole tree. The
+  // handler may see elements of a document that later fails to parse.
+  RKVXMLDictionaryPtr rkv_dictionaryWithData(std::string_view bytes,
+                                             const RootChildHandler& rootChildHandler);
   // A string is parsed as its UTF-8 bytes.
   RKVXMLDictionaryPtr rkv_dictionaryWithString(std::string_view string);
   // An unreadable file yields no bytes, so a parse error and null.
@@ -98,6 +114,8 @@ class RKVXMLDictionaryParser {
   static std::string XMLStringForNode(const RKVXMLDictionary& node, std::string_view name);
 
  private:
+  RKVXMLDictionaryPtr parse(RKVXMLPushParser& parser, const RootChildHandler* rootChildHandler);
+
   mutable std::mutex mutex_;
   Options options_;
   std::optional<RKVXMLParseError> parsingError_;

@@ -343,3 +343,64 @@ TEST(RKVXMLCorpusTest, EveryCorpusDocumentIsWellFormedAndNoTruncationIs) {
 
 }  // namespace
 }  // namespace rkv
+
+namespace rkv {
+namespace {
+
+// The root's children are offered as they end, exactly as the whole tree would hold them; those
+// taken leave the tree, the rest stays.
+TEST(RKVXMLDictionaryParserTest, RootChildrenAreOfferedAsTheyEnd) {
+  const std::string xml =
+      "<VAST version='4.2'><Error>e</Error><Ad id='1'><Ad>nested</Ad><InLine>x</InLine></Ad>"
+      "<Ad/><Other>o</Other><Ad id='2'>t</Ad></VAST>";
+  struct Case {
+    RKVXMLDictionaryParser::Options options;
+    std::vector<std::string> offered;  // "key:element" in order
+    std::string rest;                  // the tree once the Ad elements were taken
+  };
+  RKVXMLDictionaryParser::Options wrapped;
+  wrapped.wrapRootNode = true;
+  RKVXMLDictionaryParser::Options single;
+  single.alwaysUseArrays = false;
+  const Case cases[] = {
+      {{},
+       {R"(Error:{"__text":"e"})",
+        R"(Ad:{"_id":"1","Ad":[{"__text":"nested"}],"InLine":[{"__text":"x"}]})",
+        R"(Other:{"__text":"o"})", R"(Ad:{"_id":"2","__text":"t"})"},
+       R"({"__name":"VAST","_version":"4.2","Error":[{"__text":"e"}],"Ad":[],"Other":[{"__text":"o"}]})"},
+      // The children of the document's root, under the wrapper.
+      {wrapped,
+       {R"(Error:{"__text":"e"})",
+        R"(Ad:{"_id":"1","Ad":[{"__text":"nested"}],"InLine":[{"__text":"x"}]})",
+        R"(Other:{"__text":"o"})", R"(Ad:{"_id":"2","__text":"t"})"},
+       R"({"VAST":{"__name":"VAST","_version":"4.2","Error":[{"__text":"e"}],"Ad":[],"Other":[{"__text":"o"}]}})"},
+      // Only elements held in a list are offered: here the second Ad makes the first list.
+      {single,
+       {R"(Ad:{"_id":"2","__text":"t"})"},
+       R"({"__name":"VAST","_version":"4.2","Error":{"__text":"e"},"Ad":[{"_id":"1","Ad":{"__text":"nested"},"InLine":{"__text":"x"}}],"Other":{"__text":"o"}})"},
+  };
+  for (const Case& c : cases) {
+    RKVXMLDictionaryParser parser(c.options);
+    const RKVXMLDictionaryPtr whole = parser.rkv_dictionaryWithString(xml);
+    std::vector<std::string> offered;
+    const RKVXMLDictionaryPtr rest = parser.rkv_dictionaryWithData(
+        xml, [&](const RKVXMLDictionary& root, std::string_view key, const RKVXMLDictionary& e) {
+          EXPECT_TRUE(root.contains("_version"));  // the root's attributes are there already
+          offered.push_back(std::string(key) + ":" + dump(std::make_shared<RKVXMLDictionary>(e)));
+          return key == "Ad";
+        });
+    EXPECT_EQ(offered, c.offered) << dump(whole);
+    EXPECT_EQ(rest ? dump(rest) : "nil", c.rest);
+  }
+  // A document that fails after an element was offered still fails.
+  size_t count = 0;
+  RKVXMLDictionaryParser parser;
+  EXPECT_FALSE(parser.rkv_dictionaryWithData("<R><A>1</A><B>", [&](auto&, auto, auto&) {
+    ++count;
+    return true;
+  }));
+  EXPECT_EQ(count, 1u);
+}
+
+}  // namespace
+}  // namespace rkv

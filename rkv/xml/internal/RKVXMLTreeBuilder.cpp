@@ -84,11 +84,19 @@ void trimWhiteSpaceAndNewlines(std::string& text) {
 
 void RKVXMLTreeBuilder::addText(std::string_view piece) {
   if (!hasText_) {
-    text_.assign(piece);
+    text_.clear();
     hasText_ = true;
-  } else {
-    text_.append(piece);
   }
+  // Trimming drops every leading white-space character anyway, so leading ASCII white space
+  // (the indentation between elements, mostly) is not even copied.
+  if (text_.empty() && options_.trimWhiteSpace) {
+    size_t skip = 0;
+    while (skip < piece.size() &&
+           (piece[skip] == ' ' || (piece[skip] >= 0x09 && piece[skip] <= 0x0D)))
+      ++skip;
+    piece.remove_prefix(skip);
+  }
+  text_.append(piece);
 }
 
 void RKVXMLTreeBuilder::endText() {
@@ -175,9 +183,9 @@ void RKVXMLTreeBuilder::didStartElement(std::string_view name, const RKVXMLAttri
     } else {
       RKVXMLValue value;
       if (options_.alwaysUseArrays) {
-        std::vector<RKVXMLValue> items;
-        items.emplace_back(std::move(node));
-        value = RKVXMLArray::make(std::move(items));
+        RKVXMLArrayPtr list = RKVXMLArray::make();
+        list->push_back(RKVXMLValue(std::move(node)));
+        value = std::move(list);
       } else {
         value = std::move(node);
       }
@@ -204,8 +212,12 @@ void RKVXMLTreeBuilder::didEndElement(std::string_view name) {
   if (stack_.empty()) return;
   RKVXMLDictionary* node = stack_.back();
   stack_.pop_back();
-  if (hasAttributes(*node) || hasChildNodes(*node) || node->contains("__comments")) return;
-  if (stack_.empty()) return;  // the root element is never collapsed or stripped
+  if (settle(*node, name) && rootChildHandler_ != nullptr) offerRootChild(*node, name);
+}
+
+bool RKVXMLTreeBuilder::settle(RKVXMLDictionary& node, std::string_view name) {
+  if (hasAttributes(node) || hasChildNodes(node) || node.contains("__comments")) return true;
+  if (stack_.empty()) return true;  // the root element is never collapsed or stripped
   RKVXMLDictionary& parent = *stack_.back();
 
   // The node's key in its parent: its "__name" when it carries one; otherwise the key under
@@ -214,17 +226,17 @@ void RKVXMLTreeBuilder::didEndElement(std::string_view name) {
   // their own turn).
   std::string_view key = name;
   std::string ownName;  // a copy: the node goes away when it is stripped
-  if (const RKVXMLValue* nameValue = node->find("__name")) {
+  if (const RKVXMLValue* nameValue = node.find("__name")) {
     const std::string* text = nameValue->string();
-    if (!text) return;  // a "__name" that is not a string names no key
+    if (!text) return true;  // a "__name" that is not a string names no key
     ownName = *text;
     key = ownName;
   }
 
-  const RKVXMLValue* textValue = node->find("__text");
+  const RKVXMLValue* textValue = node.find("__text");
   bool hasInnerText = textValue && (textValue->isString() || textValue->isArray());
   if (hasInnerText && options_.collapseTextNodes) {
-    std::string innerText = node->rkv_innerText().value_or(std::string());
+    std::string innerText = node.rkv_innerText().value_or(std::string());
     RKVXMLValue* value = parent.find(key);
     if (value && value->isArray()) {
       RKVXMLArray& list = *value->array();
@@ -232,7 +244,9 @@ void RKVXMLTreeBuilder::didEndElement(std::string_view name) {
     } else {
       parent.set(key, std::move(innerText));
     }
-  } else if (!hasInnerText && options_.stripEmptyNodes) {
+    return false;
+  }
+  if (!hasInnerText && options_.stripEmptyNodes) {
     RKVXMLValue* value = parent.find(key);
     if (value && value->isArray()) {
       RKVXMLArray& list = *value->array();
@@ -240,9 +254,24 @@ void RKVXMLTreeBuilder::didEndElement(std::string_view name) {
     } else {
       parent.erase(key);
     }
-  } else if (!hasInnerText && !options_.collapseTextNodes && !options_.stripEmptyNodes) {
-    node->set("__text", std::string());
+    return false;
   }
+  if (!hasInnerText && !options_.collapseTextNodes && !options_.stripEmptyNodes) {
+    node.set("__text", std::string());
+  }
+  return true;
+}
+
+void RKVXMLTreeBuilder::offerRootChild(RKVXMLDictionary& node, std::string_view name) {
+  // The document's root sits under the wrapper when the root is wrapped.
+  const size_t rootDepth = options_.wrapRootNode ? 2 : 1;
+  if (stack_.size() != rootDepth) return;
+  RKVXMLDictionary& root = *stack_.back();
+  RKVXMLValue* value = root.find(name);
+  RKVXMLArray* list = value != nullptr ? value->array() : nullptr;
+  // Only an element that is the last entry of its list (where it was put) is offered.
+  if (list == nullptr || list->empty() || (*list)[list->size() - 1].dictionary() != &node) return;
+  if ((*rootChildHandler_)(root, name, node)) list->pop_back();
 }
 
 void RKVXMLTreeBuilder::foundComment(std::string_view text) {

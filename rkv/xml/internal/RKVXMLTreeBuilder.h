@@ -13,7 +13,11 @@ namespace rkv::internal {
 
 class RKVXMLTreeBuilder final : public RKVXMLPushParserDelegate {
  public:
-  explicit RKVXMLTreeBuilder(const RKVXMLDictionaryParser::Options& options) : options_(options) {}
+  // `rootChildHandler` (may be null) must outlive the builder.
+  explicit RKVXMLTreeBuilder(
+      const RKVXMLDictionaryParser::Options& options,
+      const RKVXMLDictionaryParser::RootChildHandler* rootChildHandler = nullptr)
+      : options_(options), rootChildHandler_(rootChildHandler) {}
 
   void didStartElement(std::string_view name, const RKVXMLAttributes& attributes) override;
   void didEndElement(std::string_view name) override;
@@ -28,8 +32,14 @@ class RKVXMLTreeBuilder final : public RKVXMLPushParserDelegate {
  private:
   void addText(std::string_view piece);
   void endText();
+  // Applies the collapse and strip rules to an element that has just ended; true when it stays
+  // in the tree as an element.
+  bool settle(RKVXMLDictionary& node, std::string_view name);
+  // Offers an element that stays in the tree, if it is a child of the document's root.
+  void offerRootChild(RKVXMLDictionary& node, std::string_view name);
 
   RKVXMLDictionaryParser::Options options_;
+  const RKVXMLDictionaryParser::RootChildHandler* rootChildHandler_;
   RKVXMLDictionaryPtr root_;
   std::vector<RKVXMLDictionary*> stack_;  // open elements, innermost last; owned by root_
   std::string text_;
