@@ -9,3 +9,5 @@ case "$build_dir" in /*) ;; *) build_dir="$root/$build_dir" ;; esac
 RKV_TARGETS=rkv "$root/scripts/setup.sh" "$@"
 rkv="$build_dir/tools/rkv/rkv"
 "$rkv" --version
+# A small ad pod written for the demo: two sequenced inline ads and a wrapper as fallback.
+"$rkv" inspect "$root/examples/demo-pod.xml"

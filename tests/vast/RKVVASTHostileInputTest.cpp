@@ -71,7 +71,8 @@ TEST(RKVVASTHostileInputTest, ExternalEntitiesAreNeverFetched) {
       "<Creative><Linear><Duration>1</Duration><MediaFiles><MediaFile type='video/mp4'>"
       "http://m.example/1.mp4</MediaFile></MediaFiles></Linear></Creative></Creatives></InLine>"
       "</Ad></VAST>";
-  const RKVVASTParserResponse response = RKVVASTParser::parseXMLAndGenerateVASTObjectModel(document);
+  const RKVVASTParserResponse response =
+      RKVVASTParser::parseXMLAndGenerateVASTObjectModel(document);
   if (response.model()) {
     ASSERT_EQ(response.model()->ads().size(), 1u);
     EXPECT_EQ(response.model()->ads()[0]->adTitle().value_or("").find("root:"), std::string::npos);

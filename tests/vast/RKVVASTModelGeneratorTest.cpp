@@ -204,21 +204,5 @@ TEST_F(RKVVASTModelGeneratorTest, Download) {
   EXPECT_FALSE(requests[0].header("Cache-Control"));
 }
 
-TEST_F(RKVVASTModelGeneratorTest, DefaultsAndTheSharedSession) {
-  const RKVVASTModelGenerator plain;
-  EXPECT_EQ(plain.sessionManager(), RKVURLSession::sharedInstance());
-  EXPECT_FALSE(plain.isWrapper());
-  const RKVVASTModelGenerator explicitSession(session_);
-  EXPECT_EQ(explicitSession.sessionManager(), session_);
-  const RKVVASTModelGenerator forWrapper(nullptr, true);
-  EXPECT_EQ(forWrapper.sessionManager(), RKVURLSession::sharedInstance());
-  EXPECT_TRUE(forWrapper.isWrapper());
-  // The short form parses with a handler that does nothing.
-  const RKVVASTParserResponse response =
-      forWrapper.generateVASTModelFromXML("<VAST version='2.0'/>", std::nullopt, 1);
-  ASSERT_TRUE(response.model());
-  EXPECT_EQ(response.error()->vastError->vireoCode(), 101005);
-}
-
 }  // namespace
 }  // namespace rkv

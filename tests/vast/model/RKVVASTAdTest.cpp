@@ -428,14 +428,6 @@ TEST(RKVVASTAdTest, VerificationsFromEitherPlace) {
   }
 }
 
-TEST(RKVVASTAdTest, ConsumptionAndDepth) {
-  auto ad = readInline(kBasics + creatives(kLinear));
-  EXPECT_FALSE(ad->hasBeenConsumed());
-  ad->consume();
-  EXPECT_TRUE(ad->hasBeenConsumed());
-  EXPECT_EQ(ad->wrapperDepth(), 0);
-}
-
 TEST(RKVVASTAdTest, MergePoursTheWrapperIntoTheAd) {
   auto extension = [](const char* url, const char* page) {
     return std::string("<Extensions><Extension><VireoMetrics><VireoMetric name='viewcount'>") +
@@ -523,13 +515,6 @@ TEST(RKVVASTAdTest, MergePoursTheWrapperIntoTheAd) {
   EXPECT_EQ(third->linearCreatives().size(), 1u);
   EXPECT_EQ(third->companionCreatives().size(), 1u);
   EXPECT_EQ(third->nonLinearCreatives().size(), 1u);
-}
-
-TEST(RKVVASTAdTest, MergingAnAdIntoItselfDoublesItsLists) {
-  auto ad = readInline(kBasics + "<Impression>http://a.test/imp</Impression>" + creatives(kLinear));
-  ad->merge(*ad);
-  EXPECT_EQ(ad->wrapperDepth(), 1);
-  EXPECT_EQ(urlTexts(ad->impressions()), (Strings{"http://a.test/imp", "http://a.test/imp"}));
 }
 
 }  // namespace
