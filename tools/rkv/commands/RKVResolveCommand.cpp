@@ -1,0 +1,265 @@
+// rkv resolve FILE|URL: runs a VAST manager over one VAST answer as a player would: asks for ads
+// until an error comes back, and shows every delegate call and every answer in the order they
+// happened. The adapter hands the resolved VAST ad itself back.
+#include <cstdint>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <ostream>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "rkv/foundation/RKVURL.h"
+#include "rkv/vast/RKVVASTManager.h"
+
+#include "tools/rkv/RKVAdJSON.h"
+#include "tools/rkv/RKVCommandLine.h"
+
+namespace rkv::cli {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+struct ResolveOptions {
+  std::string input;
+  double timeout = RKVVASTManagerConfig::DEFAULT_REQUEST_TIMEOUT;
+  int64_t maximumWrappers = RKVVASTManagerConfig::DEFAULT_MAXIMUM_WRAPPERS;
+  bool pods = false;
+  bool strictImpressions = false;
+  bool failAds = false;
+  bool json = false;
+};
+
+// The player ad of this tool: the VAST ad itself.
+class HandedOutVASTAd final : public RKVConsumableVideoAd {
+ public:
+  explicit HandedOutVASTAd(std::shared_ptr<RKVVASTAd> ad) : ad_(std::move(ad)) {}
+  const std::shared_ptr<RKVVASTAd>& ad() const { return ad_; }
+
+ private:
+  std::shared_ptr<RKVVASTAd> ad_;
+};
+
+class HandBackAdapter final : public RKVVASTManagerAdapter {
+ public:
+  std::shared_ptr<RKVConsumableVideoAd> convertVASTAdToConsumableVideoAd(
+      const std::shared_ptr<RKVVASTAd>& ad) override {
+    return std::make_shared<HandedOutVASTAd>(ad);
+  }
+};
+
+Json errorJSON(const RKVError& error) {
+  return Json{{"domain", error.domain},
+              {"code", error.code},
+              {"description", textJSON(error.localizedDescription)}};
+}
+
+// One line of the log: the JSON entry, and the ad an answer handed out.
+struct LogEntry {
+  Json json;
+  std::shared_ptr<RKVVASTAd> ad;
+};
+
+// Records the delegate calls (some come from background threads) and the answers, in order.
+class ResolveLog final : public RKVVASTManagerDelegate {
+ public:
+  void vastManagerIsReadyToProvideAds() override { add({{"event", "ready"}}); }
+  void vastManagerDidFailWithError(const std::optional<RKVError>& error) override {
+    add({{"event", "failed"}, {"error", error ? errorJSON(*error) : Json(nullptr)}});
+  }
+  void didEncounterError(RKVVASTManager& /*vastManager*/, const RKVVASTError& error,
+                         const std::vector<RKVVASTURL>& errorURLs,
+                         const std::optional<std::string>& VASTResponse) override {
+    Json urls = Json::array();
+    for (const RKVVASTURL& url : errorURLs)
+      urls.push_back(url.url().absoluteString());
+    add({{"event", "vastError"},
+         {"name", textJSON(error.errorName())},
+         {"vastCode", error.VASTCode()},
+         {"vendorCode", error.vireoCode()},
+         {"errorURLs", std::move(urls)},
+         {"hasVASTResponse", VASTResponse.has_value()}});
+  }
+  void didStartToResolveWrapperAd(RKVVASTManager& /*vastManager*/,
+                                  const std::shared_ptr<RKVVASTAd>& ad) override {
+    add({{"event", "startResolveWrapper"}, {"adID", textJSON(ad->adID())}});
+  }
+  void didFailToResolveWrapperAd(RKVVASTManager& /*vastManager*/,
+                                 const std::shared_ptr<RKVVASTAd>& ad) override {
+    add({{"event", "failResolveWrapper"}, {"adID", textJSON(ad->adID())}});
+  }
+
+  void add(Json json, std::shared_ptr<RKVVASTAd> ad = nullptr) {
+    std::lock_guard lock(mutex_);
+    entries_.push_back({std::move(json), std::move(ad)});
+  }
+  std::vector<LogEntry> entries() const {
+    std::lock_guard lock(mutex_);
+    return entries_;
+  }
+
+ private:
+  mutable std::mutex mutex_;
+  std::vector<LogEntry> entries_;
+};
+
+std::string quotedOrNull(const Json& text) {
+  return text.is_string() ? "\"" + text.get<std::string>() + "\"" : "(null)";
+}
+
+std::string adSummary(const RKVVASTAd& ad) {
+  std::ostringstream line;
+  line << "ad " << quotedOrNull(textJSON(ad.adID())) << " ("
+       << (ad.isInline()    ? "inline"
+           : ad.isWrapper() ? "wrapper"
+                            : "neither inline nor wrapper")
+       << ", wrapper depth " << ad.wrapperDepth() << "): AdSystem "
+       << quotedOrNull(textJSON(ad.adSystem())) << ", AdTitle "
+       << quotedOrNull(textJSON(ad.adTitle())) << ", " << ad.impressions().size()
+       << " impression(s), " << ad.errorPixels().size() << " error URL(s), "
+       << ad.linearCreatives().size() << " linear, " << ad.nonLinearCreatives().size()
+       << " non-linear and " << ad.companionCreatives().size() << " companion creative(s)";
+  return line.str();
+}
+
+void writeReadable(std::ostream& out, const std::vector<LogEntry>& entries) {
+  for (const LogEntry& entry : entries) {
+    const Json& json = entry.json;
+    if (json.contains("next")) {
+      out << (json["next"]["dueToAdFailure"].get<bool>() ? "next ad (the last one failed): "
+                                                         : "next ad: ");
+      if (entry.ad) {
+        out << adSummary(*entry.ad) << '\n';
+      } else {
+        const Json& error = json["error"];
+        out << "error " << error["code"].get<int64_t>() << ' ' << quotedOrNull(error["description"])
+            << '\n';
+      }
+      continue;
+    }
+    const std::string event = json["event"].get<std::string>();
+    if (event == "ready") {
+      out << "ready to provide ads\n";
+    } else if (event == "failed") {
+      const Json& error = json["error"];
+      if (error.is_null()) {
+        out << "failed: the answer gave neither a model nor an error\n";
+      } else {
+        out << "failed: " << error["domain"].get<std::string>() << ' '
+            << error["code"].get<int64_t>() << ' ' << quotedOrNull(error["description"]) << '\n';
+      }
+    } else if (event == "vastError") {
+      out << "VAST error " << quotedOrNull(json["name"]) << " (VAST code "
+          << json["vastCode"].get<int64_t>() << ", vendor code "
+          << json["vendorCode"].get<int64_t>() << "), "
+          << (json["hasVASTResponse"].get<bool>() ? "in a VAST response" : "no response") << ", "
+          << json["errorURLs"].size() << " error URL(s) to fire\n";
+      for (const Json& url : json["errorURLs"])
+        out << "  " << url.get<std::string>() << '\n';
+    } else if (event == "startResolveWrapper") {
+      out << "resolving wrapper ad " << quotedOrNull(json["adID"]) << '\n';
+    } else if (event == "failResolveWrapper") {
+      out << "wrapper ad " << quotedOrNull(json["adID"]) << " led to a VAST answer without ads\n";
+    }
+  }
+}
+
+int resolve(const ResolveOptions& options, RKVCommandStreams& streams) {
+  std::optional<std::string> xml;
+  std::optional<RKVURL> url;
+  if (options.input.find("://") != std::string::npos) {
+    url = RKVURL::withString(options.input);
+    if (!url) {
+      streams.err << "rkv resolve: not a URL: " << options.input << '\n';
+      return kExitUsage;
+    }
+  } else {
+    std::ifstream file(options.input, std::ios::binary);
+    if (!file) {
+      streams.err << "rkv resolve: cannot read " << options.input << '\n';
+      return kExitUsage;
+    }
+    xml.emplace(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+    if (file.bad()) {
+      streams.err << "rkv resolve: cannot read " << options.input << '\n';
+      return kExitUsage;
+    }
+  }
+
+  auto log = std::make_shared<ResolveLog>();
+  auto adapter = std::make_shared<HandBackAdapter>();
+  int handedOut = 0;
+  {
+    RKVVASTManager manager(log, adapter, nullptr,
+                           RKVVASTManagerConfig(options.timeout, options.maximumWrappers,
+                                                options.pods, options.strictImpressions));
+    manager.createAdsStoreWithXML(xml ? std::optional<std::string_view>(*xml) : std::nullopt, url,
+                                  options.timeout);
+    while (true) {
+      // A player whose ads fail to play asks for a fallback after each one.
+      const bool dueToAdFailure = options.failAds && handedOut > 0;
+      const RKVVASTManagerResponse response =
+          manager.nextAdWithTimeout(options.timeout, dueToAdFailure);
+      Json entry{{"next", {{"dueToAdFailure", dueToAdFailure}}}};
+      auto handed = std::dynamic_pointer_cast<HandedOutVASTAd>(response.ad());
+      if (!handed) {
+        entry["error"] = response.error() ? errorJSON(*response.error()) : Json(nullptr);
+        log->add(std::move(entry));
+        break;
+      }
+      entry["ad"] = adJSON(*handed->ad());  // with its wrapperDepth
+      log->add(std::move(entry), handed->ad());
+      ++handedOut;
+    }
+    // Destroying the manager ends its delegate calls: passback wrappers still resolving in the
+    // background go on silently, and the log is complete.
+  }
+
+  const std::vector<LogEntry> entries = log->entries();
+  if (options.json) {
+    Json list = Json::array();
+    for (const LogEntry& entry : entries)
+      list.push_back(entry.json);
+    streams.out << dumpJSON(Json{{"log", std::move(list)}}) << '\n';
+  } else {
+    writeReadable(streams.out, entries);
+    streams.out << handedOut << " ad(s) handed out\n";
+  }
+  return handedOut > 0 ? kExitSuccess : kExitFailure;
+}
+
+}  // namespace
+
+void registerRKVResolveCommand(RKVCommandLine& commandLine) {
+  auto options = std::make_shared<ResolveOptions>();
+  CLI::App& sub = commandLine.addSubcommand(
+      "resolve",
+      "Resolve a VAST document or URL with the VAST manager: ask for ads until an error comes "
+      "back, showing every delegate call and answer",
+      [options](RKVCommandStreams& streams) { return resolve(*options, streams); });
+  sub.add_option("input", options->input, "A VAST file, or an http(s) URL to download")->required();
+  sub.add_option("--timeout", options->timeout,
+                 "Seconds: the download and every wrapper fetch, and each request for an ad")
+      ->check(CLI::PositiveNumber)
+      ->capture_default_str();
+  sub.add_option("--max-wrappers", options->maximumWrappers,
+                 "Wrapper levels followed on the main path (passbacks follow one more)")
+      ->check(CLI::NonNegativeNumber)
+      ->capture_default_str();
+  sub.add_flag("--pods", options->pods,
+               "A wrapper that leads to several ads contributes all of them, as a pod");
+  sub.add_flag("--strict-impressions", options->strictImpressions,
+               "Refuse first-level wrappers without Impression");
+  sub.add_flag("--fail", options->failAds,
+               "After the first ad, ask for fallbacks, as a player whose ads fail to play");
+  sub.add_flag("--json", options->json, "Print one JSON object {\"log\": [...]}");
+}
+
+}  // namespace rkv::cli
