@@ -1,5 +1,6 @@
 #include "rkv/xml/RKVXMLDictionary.h"
 
+#include <cstring>
 #include <unordered_map>
 
 #include <fmt/format.h>
@@ -191,8 +192,14 @@ ptrdiff_t RKVXMLDictionary::indexOf(std::string_view key) const {
     auto it = index_->positions.find(key);
     return it == index_->positions.end() ? -1 : static_cast<ptrdiff_t>(it->second);
   }
+  // Keys of one element mostly differ in length or first character: test those before the
+  // bytes.
   for (size_t i = 0; i < entries_.size(); ++i) {
-    if (entries_[i].first == key) return static_cast<ptrdiff_t>(i);
+    const std::string& candidate = entries_[i].first;
+    if (candidate.size() != key.size()) continue;
+    if (key.empty() || (candidate[0] == key[0] &&
+                        std::memcmp(candidate.data() + 1, key.data() + 1, key.size() - 1) == 0))
+      return static_cast<ptrdiff_t>(i);
   }
   return -1;
 }

@@ -1,5 +1,9 @@
+#include <condition_variable>
 #include <filesystem>
+#include <mutex>
 #include <random>
+#include <thread>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -400,6 +404,51 @@ TEST(RKVXMLDictionaryParserTest, RootChildrenAreOfferedAsTheyEnd) {
     return true;
   }));
   EXPECT_EQ(count, 1u);
+}
+
+}  // namespace
+}  // namespace rkv
+
+namespace rkv {
+namespace {
+
+// Trees made on one thread and freed on another (the builder recycles freed nodes per thread):
+// every tree still reads as it should.
+TEST(RKVXMLDictionaryParserTest, TreesFreedOnAnotherThread) {
+  const std::string xml = "<R a='1'><B>x</B><B><C>y</C></B><D/></R>";
+  const std::string expected =
+      R"({"__name":"R","_a":"1","B":[{"__text":"x"},{"C":[{"__text":"y"}]}],"D":[]})";
+  std::mutex mutex;
+  std::condition_variable changed;
+  std::vector<RKVXMLDictionaryPtr> handed;
+  bool done = false;
+  std::thread freer([&] {
+    std::unique_lock lock(mutex);
+    while (!done || !handed.empty()) {
+      changed.wait(lock, [&] { return done || !handed.empty(); });
+      std::vector<RKVXMLDictionaryPtr> trees = std::move(handed);
+      handed.clear();
+      lock.unlock();
+      for (const auto& tree : trees)
+        EXPECT_EQ(dump(tree), expected);
+      trees.clear();  // freed here, on this thread
+      // This thread builds trees too, from the nodes it has just freed.
+      EXPECT_EQ(dump(RKVXMLDictionary::rkv_dictionaryWithXMLString(xml)), expected);
+      lock.lock();
+    }
+  });
+  for (int i = 0; i < 2000; ++i) {
+    RKVXMLDictionaryPtr tree = RKVXMLDictionary::rkv_dictionaryWithXMLString(xml);
+    std::lock_guard lock(mutex);
+    handed.push_back(std::move(tree));
+    changed.notify_one();
+  }
+  {
+    std::lock_guard lock(mutex);
+    done = true;
+    changed.notify_one();
+  }
+  freer.join();
 }
 
 }  // namespace

@@ -2,6 +2,8 @@
 
 #include <cstdint>
 
+#include "rkv/xml/internal/RKVNodeCache.h"
+
 namespace rkv::internal {
 
 namespace {
@@ -42,25 +44,24 @@ size_t leadingSpaceLength(const std::string& s, size_t begin) {
   return 0;
 }
 
-// Whether rkv_attributes() would answer a dictionary, without building one.
-bool hasAttributes(const RKVXMLDictionary& node) {
-  if (const RKVXMLValue* map = node.find("__attributes")) {
-    const RKVXMLDictionary* attributes = map->dictionary();
-    return attributes && !attributes->empty();
-  }
+// Whether the element holds anything that keeps it from being collapsed or stripped: a child
+// element, comments, or attributes as rkv_attributes() sees them (the "__attributes" map decides
+// when that key exists, else any other "_" key counts). One pass over the keys.
+bool hasAttributesChildrenOrComments(const RKVXMLDictionary& node) {
+  bool attributesKey = false, attributesMap = false, otherAttribute = false;
   for (const auto& [key, value] : node.entries()) {
-    if (key.empty() || key[0] != '_') continue;
-    if (key == "__comments" || key == "__text" || key == "__name") continue;
-    return true;
+    if (key.empty() || key[0] != '_') return true;  // a child element
+    if (key == "__text" || key == "__name") continue;
+    if (key == "__comments") return true;
+    if (key == "__attributes") {
+      attributesKey = true;
+      const RKVXMLDictionary* attributes = value.dictionary();
+      attributesMap = attributes && !attributes->empty();
+    } else {
+      otherAttribute = true;
+    }
   }
-  return false;
-}
-
-bool hasChildNodes(const RKVXMLDictionary& node) {
-  for (const auto& entry : node.entries()) {
-    if (entry.first.empty() || entry.first[0] != '_') return true;
-  }
-  return false;
+  return attributesKey ? attributesMap : otherAttribute;
 }
 
 }  // namespace
@@ -125,7 +126,7 @@ void RKVXMLTreeBuilder::endText() {
 
 void RKVXMLTreeBuilder::didStartElement(std::string_view name, const RKVXMLAttributes& attributes) {
   endText();
-  auto node = std::make_shared<RKVXMLDictionary>();
+  auto node = makeNode<RKVXMLDictionary>();
   bool named = options_.nodeNameMode == RKVXMLDictionaryNodeNameModeRootOnly
                    ? root_ == nullptr
                    : options_.nodeNameMode == RKVXMLDictionaryNodeNameModeAlways;
@@ -183,7 +184,7 @@ void RKVXMLTreeBuilder::didStartElement(std::string_view name, const RKVXMLAttri
     } else {
       RKVXMLValue value;
       if (options_.alwaysUseArrays) {
-        RKVXMLArrayPtr list = RKVXMLArray::make();
+        RKVXMLArrayPtr list = makeNode<RKVXMLArray>();
         list->push_back(RKVXMLValue(std::move(node)));
         value = std::move(list);
       } else {
@@ -216,7 +217,7 @@ void RKVXMLTreeBuilder::didEndElement(std::string_view name) {
 }
 
 bool RKVXMLTreeBuilder::settle(RKVXMLDictionary& node, std::string_view name) {
-  if (hasAttributes(node) || hasChildNodes(node) || node.contains("__comments")) return true;
+  if (hasAttributesChildrenOrComments(node)) return true;
   if (stack_.empty()) return true;  // the root element is never collapsed or stripped
   RKVXMLDictionary& parent = *stack_.back();
 
