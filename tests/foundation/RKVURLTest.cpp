@@ -1,4 +1,3 @@
-#include <sstream>
 #include <unordered_set>
 
 #include <gtest/gtest.h>
@@ -26,44 +25,28 @@ TEST(RKVURLTest, NormalizesOrRejects) {
       {"http://x/?share=100%&e=%zz%4", "http://x/?share=100%25&e=%25zz%254"},
       // Query characters stay as they are; "?" may repeat inside a query.
       {"http://x/p?a=1&b=c=d&u=http://y/?z=1;w", "http://x/p?a=1&b=c=d&u=http://y/?z=1;w"},
-      // White space: trimmed at the ends, encoded inside.
+      // White space: trimmed at the ends (as text around CDATA leaves it), encoded inside.
       {"  \thttp://x/a b?q=x y#f g\r\n ", "http://x/a%20b?q=x%20y#f%20g"},
-      {"http://x/a\tb\nc", "http://x/a%09b%0Ac"},
-      // Non-ASCII UTF-8, bytes that are not UTF-8 at all, NUL.
-      {"https://x/caf\xC3\xA9?v=\xC3\xBC", "https://x/caf%C3%A9?v=%C3%BC"},
-      {"http://x/\xFF\x80", "http://x/%FF%80"},
+      // Non-ASCII UTF-8, bytes that are not UTF-8 at all, NUL, characters never allowed.
+      {"https://x/caf\xC3\xA9?v=\xFF\x80", "https://x/caf%C3%A9?v=%FF%80"},
       {string("http://x/a\0b", 12), "http://x/a%00b"},
-      // Characters never allowed in a path, query or fragment.
       {"http://x/a|b^c`d{e}f\"g<h>i\\j", "http://x/a%7Cb%5Ec%60d%7Be%7Df%22g%3Ch%3Ei%5Cj"},
       {"http://x/?a#b#c[d]", "http://x/?a#b%23c%5Bd%5D"},
-      // Case is kept; scheme characters beyond letters.
+      // Case is kept; the last "@" ends the user information.
       {"HtTpS://Example.COM/Path", "HtTpS://Example.COM/Path"},
-      {"com.example-app+x://open", "com.example-app+x://open"},
-      // User information: the last "@" ends it; escapes and encoding apply.
-      {"http://user:pa:ss@h:8080/p", "http://user:pa:ss@h:8080/p"},
       {"http://a@b c:d@e@h/", "http://a%40b%20c:d%40e@h/"},
       // IP literals and ports.
-      {"http://[::1]:8080/vast.xml", "http://[::1]:8080/vast.xml"},
-      {"http://[fe80::1%25en0]/", "http://[fe80::1%25en0]/"},
-      {"http://[::ffff:192.0.2.1]/", "http://[::ffff:192.0.2.1]/"},
+      {"http://[fe80::1%25en0]:8080/", "http://[fe80::1%25en0]:8080/"},
       {"http://[v1.fe:x]/", "http://[v1.fe:x]/"},
-      {"http://192.0.2.1:0/", "http://192.0.2.1:0/"},
-      {"http://h:65535", "http://h:65535"},
       {"http://h:/p", "http://h:/p"},
-      {"http://ex%41mple.com/", "http://ex%41mple.com/"},
       // Other schemes, with and without authority; relative references.
       {"file:///tmp/a.xml", "file:///tmp/a.xml"},
-      {"mailto:someone@example.com?subject=Hi there",
-       "mailto:someone@example.com?subject=Hi%20there"},
       {"tel:+1 555 0100", "tel:+1%20555%200100"},
-      {"http:", "http:"},
       {"localhost:8080", "localhost:8080"},
       {"//host/p", "//host/p"},
-      {"?", "?"},
       {"../a b", "../a%20b"},
       // A ":" after "[" or "@" cannot end a scheme, and is encoded in a first segment.
       {"[a:b]/c:d", "%5Ba%3Ab%5D/c:d"},
-      {"@a:b", "@a%3Ab"},
   };
   for (const auto& [text, expected] : accepted) {
     optional<RKVURL> url = RKVURL::withString(text);
@@ -92,46 +75,36 @@ string components(const RKVURL& url) {
          part(url.query()) + string(url.fragment().value_or("-"));
 }
 
-TEST(RKVURLTest, ComponentsAreViewsOfTheNormalizedText) {
+TEST(RKVURLTest, ComponentsPathsAndQueryItemsAreReadFromTheNormalizedText) {
   const std::pair<string, string> cases[] = {
       {"HTTPS://u%20s:p@w@Host.example:0443/a/b;c?x=[1]&y#frag",
        "HTTPS|u%20s|p%40w|Host.example|443|/a/b;c|x=%5B1%5D&y|frag"},
-      {"http://[::1]:8080", "http|-|-|[::1]|8080||-|-"},
       {"ftp://:@h:/", "ftp|||h|-|/|-|-"},
-      {"file:///etc/hosts", "file|-|-||-|/etc/hosts|-|-"},
       {"mailto:a@b.example", "mailto|-|-|-|-|a@b.example|-|-"},
       {"//cdn.example/v.mp4?", "-|-|-|cdn.example|-|/v.mp4||-"},
-      {"?a=1#", "-|-|-|-|-||a=1|"},
   };
-  for (const auto& [text, expected] : cases) {
-    optional<RKVURL> url = RKVURL::withString(text);
-    ASSERT_TRUE(url) << text;
-    EXPECT_EQ(components(*url), expected) << text;
-  }
+  for (const auto& [text, expected] : cases)
+    EXPECT_EQ(components(*RKVURL::withString(text)), expected) << text;
   // A copy's views must not point into the destroyed original.
   optional<RKVURL> original = RKVURL::withString("http://x/?e=[ERRORCODE]");
   const RKVURL copy = *original;
   original.reset();
   EXPECT_EQ(copy.query(), "e=%5BERRORCODE%5D");
-}
 
-TEST(RKVURLTest, PathComponentsAndQueryItems) {
   const std::pair<string, Strings> paths[] = {
       {"http://h", {}},
       {"http://h//a///b.mp4/?x=/y", {"/", "a", "b.mp4"}},
-      {"http://h/a%20b/c%2Fd", {"/", "a b", "c/d"}},
-      {"http://h/%FF", {"/", "%FF"}},  // not UTF-8: kept encoded
+      {"http://h/a%20b/c%2Fd/%FF", {"/", "a b", "c/d", "%FF"}},  // not UTF-8: kept encoded
   };
   for (const auto& [text, expected] : paths) {
-    optional<RKVURL> url = RKVURL::withString(text);
-    ASSERT_TRUE(url) << text;
-    EXPECT_EQ(url->pathComponents(), expected) << text;
-    EXPECT_EQ(url->lastPathComponent(), expected.empty() ? "" : expected.back()) << text;
+    EXPECT_EQ(RKVURL::withString(text)->pathComponents(), expected) << text;
+    EXPECT_EQ(RKVURL::withString(text)->lastPathComponent(),
+              expected.empty() ? "" : expected.back());
   }
   const std::pair<string, Items> queries[] = {
       {"http://h/?a&&b=", {{"a", nullopt}, {"", nullopt}, {"b", ""}}},
-      {"http://h/?k=a=b&n%20m=x+y%26z", {{"k", "a=b"}, {"n m", "x+y&z"}}},
-      {"http://h/?bad=%FF#x=1", {{"bad", "%FF"}}},
+      {"http://h/?k=a=b&n%20m=x+y%26z&bad=%FF#x=1",
+       {{"k", "a=b"}, {"n m", "x+y&z"}, {"bad", "%FF"}}},
   };
   for (const auto& [text, expected] : queries)
     EXPECT_EQ(RKVURL::withString(text)->queryItems(), expected) << text;
@@ -140,8 +113,7 @@ TEST(RKVURLTest, PathComponentsAndQueryItems) {
 TEST(RKVURLTest, RemovingPercentEncoding) {
   const std::pair<string, string> decoded[] = {
       {"plain+text", "plain+text"},
-      {"a%20b%2fc", "a b/c"},
-      {"http://x/?e=%5BERRORCODE%5D", "http://x/?e=[ERRORCODE]"},
+      {"http://x/?e=%5BERRORCODE%5d", "http://x/?e=[ERRORCODE]"},
       {"%F0%9F%8E%AC", "\xF0\x9F\x8E\xAC"},
   };
   for (const auto& [text, expected] : decoded)
@@ -161,15 +133,11 @@ TEST(RKVURLTest, ResolvesReferencesAgainstABase) {
   // Examples of RFC 3986 section 5.4, then VAST-style ones.
   const std::pair<string, string> cases[] = {
       {"g:h", "g:h"},
-      {"./g", "http://a/b/c/g"},
-      {"/g", "http://a/g"},
       {"//g", "http://g"},
       {"?y", "http://a/b/c/d;p?y"},
       {"g;x?y#s", "http://a/b/c/g;x?y#s"},
-      {".", "http://a/b/c/"},
       {"../..", "http://a/"},
       {"/../g", "http://a/g"},
-      {"./../g", "http://a/b/g"},
       {"g;x=1/../y", "http://a/b/c/y"},
       {"g?y/./x", "http://a/b/c/g?y/./x"},
       {"media/ad 1.mp4?e=[ERRORCODE]", "http://a/b/c/media/ad%201.mp4?e=%5BERRORCODE%5D"},
@@ -192,9 +160,6 @@ TEST(RKVURLTest, EqualityIsOnTheNormalizedText) {
   EXPECT_EQ(a, b);
   EXPECT_NE(a, c);  // nothing is case-folded
   EXPECT_EQ((std::unordered_set<RKVURL>{*a, *b, *c}.size()), 2u);
-  std::ostringstream out;
-  out << *a;
-  EXPECT_EQ(out.str(), "http://x/?e=%5BERRORCODE%5D");
 }
 
 TEST(RKVURLComponentsTest, QueryItemsReplaceTheQuery) {
@@ -211,8 +176,6 @@ TEST(RKVURLComponentsTest, QueryItemsReplaceTheQuery) {
       // "&", "=", "+" and the other query characters pass through; "%" is always encoded.
       {"http://b/", Items{{"q", "a&b=c+d/e?f:g@h"}}, "http://b/?q=a&b=c+d/e?f:g@h"},
       {"http://b/", Items{{"p", "100%"}, {"e", "%5B"}}, "http://b/?p=100%25&e=%255B"},
-      {"http://b/", Items{{"k", "[x]#\"<>{}|\\^`"}},
-       "http://b/?k=%5Bx%5D%23%22%3C%3E%7B%7D%7C%5C%5E%60"},
       {"http://b/", Items{{"flag", nullopt}, {"", ""}, {"na me", "v"}},
        "http://b/?flag&=&na%20me=v"},
       {"http://b/?x=1", Items{}, "http://b/?"},

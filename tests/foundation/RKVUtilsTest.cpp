@@ -9,7 +9,6 @@
 
 #include <gtest/gtest.h>
 
-#include "rkv/foundation/RKVAngleUtils.h"
 #include "rkv/foundation/RKVError.h"
 #include "rkv/foundation/RKVQuaternion.h"
 #include "rkv/foundation/RKVStringTables.h"
@@ -29,26 +28,23 @@ constexpr double kInf = std::numeric_limits<double>::infinity();
 
 TEST(RKVTextValuesTest, EveryReadingOfATextTakesItsLeadingNumber) {
   constexpr int64_t kMax64 = std::numeric_limits<int64_t>::max();
-  constexpr int64_t kMin64 = std::numeric_limits<int64_t>::min();
   constexpr int32_t kMax32 = std::numeric_limits<int32_t>::max();
   constexpr int32_t kMin32 = std::numeric_limits<int32_t>::min();
   // Text, double (and float), integer, int, bool. A no-break space is not white space.
-  // clang-format off
   const std::tuple<string, double, int64_t, int32_t, bool> rows[] = {
-      {" \t\n-17xyz", -17, -17, -17, true}, {"+1.5e2x", 150, 1, 1, true}, {"0001", 1, 1, 1, true},
-      {"1280px", 1280, 1280, 1280, true},  {"  3.25s", 3.25, 3, 3, true}, {"-1", -1, -1, -1, true},
-      {"-.5", -0.5, 0, 0, false},  {"-0", -0.0, 0, 0, false},  {"0.5", 0.5, 0, 0, false},
-      {"right", 0, 0, 0, false},   {"yes", 0, 0, 0, true},     {"Y", 0, 0, 0, true},
-      {"No", 0, 0, 0, false},      {"t", 0, 0, 0, true},       {"on", 0, 0, 0, false},
-      {"000", 0, 0, 0, false},     {"+", 0, 0, 0, false},      {"- 5", 0, 0, 0, false},
-      {"inf", 0, 0, 0, false},     {"0x10", 0, 0, 0, false},   {"\u00A05", 0, 0, 0, false},
-      {"", 0, 0, 0, false},
+      {" \t\n-17xyz", -17, -17, -17, true},
+      {"+1.5e2x", 150, 1, 1, true},
+      {"-.5", -0.5, 0, 0, false},
+      {"yes", 0, 0, 0, true},
+      {"t", 0, 0, 0, true},
+      {"on", 0, 0, 0, false},
+      {"000", 0, 0, 0, false},
+      {"0x10", 0, 0, 0, false},
+      {"\u00A05", 0, 0, 0, false},
       {"2147483648", 2147483648, 2147483648, kMax32, true},
       {"-2147483649", -2147483649, -2147483649, kMin32, true},
       {"9223372036854775808", 9223372036854775808.0, kMax64, kMax32, true},
-      {"-9223372036854775809", -9223372036854775809.0, kMin64, kMin32, true},
   };
-  // clang-format on
   for (const auto& [text, number, integer, int32, boolean] : rows) {
     EXPECT_EQ(RKVTextValues::doubleValue(text), number) << text;
     EXPECT_EQ(RKVTextValues::floatValue(text), static_cast<float>(number)) << text;
@@ -56,147 +52,108 @@ TEST(RKVTextValuesTest, EveryReadingOfATextTakesItsLeadingNumber) {
     EXPECT_EQ(RKVTextValues::intValue(text), int32) << text;
     EXPECT_EQ(RKVTextValues::boolValue(text), boolean) << text;
   }
-  EXPECT_TRUE(std::signbit(RKVTextValues::floatValue("-0")));
-  EXPECT_EQ(RKVTextValues::integerValue("123456789012345678901234567890"), kMax64);
-  EXPECT_EQ(RKVTextValues::integerValue("-000000000000000000000000000000000012"), -12);
   EXPECT_EQ(RKVTextValues::doubleValue("1e999"), kInf);
-  // Underflow and subnormals read as the platform reads them.
-  EXPECT_EQ(RKVTextValues::doubleValue("1e-400"), 0.0);
   EXPECT_EQ(RKVTextValues::doubleValue("5e-324"), std::numeric_limits<double>::denorm_min());
   // Narrowing rounds to the nearest float; only beyond half an ulp above the maximum is infinite.
   EXPECT_EQ(RKVTextValues::floatValue("3.4028235e38"), std::numeric_limits<float>::max());
   EXPECT_EQ(RKVTextValues::floatValue("3.4028236e38"), std::numeric_limits<float>::infinity());
-  EXPECT_EQ(RKVTextValues::floatValue("-1e39"), -std::numeric_limits<float>::infinity());
   EXPECT_EQ(RKVTextValues::integerValue(static_cast<const std::string*>(nullptr)), 0);
 }
 
-TEST(RKVTimeUtilsTest, ClockTextsAndPercentages) {
+TEST(RKVTimeUtilsTest, ClockTextsAndPercentagesAtTheirBounds) {
   const std::pair<string, double> clocks[] = {
-      {"00:00:15", 15.0},      {"15", 15.0},        {"1:2", 62.0},
-      {"00:01:30.250", 90.25}, {"00:00:05.5", 5.5}, {"00:00:05.05", 5.05},
-      {"00:00:05.005", 5.005}, {"00:00:00", 0.0},   {"59:59:59.999", 215999.999},
+      {"00:00:15", 15.0},           {"15", 15.0},          {"1:2", 62.0},
+      {"00:00:05.5", 5.5},          {"00:00:05.05", 5.05}, {"00:00:05.005", 5.005},
+      {"59:59:59.999", 215999.999},
   };
   for (const auto& [text, seconds] : clocks)
     EXPECT_DOUBLE_EQ(T::timeIntervalFromVASTDuration(text), seconds) << text;
   // Out of bounds, malformed, surrounded by white space, or with full-width digits.
-  for (const char* text :
-       {"60:00:00", "00:60:00", "00:00:60", "100:00:00", "00:00:15.1234", "00:00:05.", ".5",
-        "1:2:3:4", "-1", " 15", "15\n", "", "10s", "\xEF\xBC\x91\xEF\xBC\x95"})
+  for (const char* text : {"60:00:00", "00:60:00", "00:00:60", "00:00:15.1234", "00:00:05.", ".5",
+                           "1:2:3:4", "-1", " 15", "15\n", "", "\xEF\xBC\x91\xEF\xBC\x95"})
     EXPECT_DOUBLE_EQ(T::timeIntervalFromVASTDuration(text), -1.0) << text;
   EXPECT_DOUBLE_EQ(T::timeIntervalFromVASTDuration(nullopt), -1.0);
-
-  // Fields are leading numbers (empty is 0, white space skipped, a trailing colon ignored), every
-  // field in [0, 60), the fraction padded on the right and counted in characters, not bytes.
+  // Fields are leading numbers (empty is 0), every field in [0, 60), the fraction padded on the
+  // right and counted in characters, not bytes.
   const std::tuple<string, string, string, optional<string>, double> fields[] = {
-      {"", "", "", nullopt, 0.0},
-      {"01:", "02", " 3", "", 3723.0},
-      {"1e1", "0", "0", nullopt, 36000.0},
-      {"60", "0", "0", nullopt, -1.0},
-      {"0", "0", "1", "05", 1.05},
-      {"0", "0", "1", "1234", -1.0},
-      {"0", "0", "1", "\xC3\xA9\xC3\xA9", 1.0},
+      {"", "", "", nullopt, 0.0},      {"01:", "02", " 3", "", 3723.0},
+      {"60", "0", "0", nullopt, -1.0}, {"0", "0", "1", "05", 1.05},
+      {"0", "0", "1", "1234", -1.0},   {"0", "0", "1", "\xC3\xA9\xC3\xA9", 1.0},
   };
   for (const auto& [h, m, s, ms, seconds] : fields)
     EXPECT_DOUBLE_EQ(T::timeIntervalWithHours(h, m, s, ms), seconds) << h << "|" << m << "|" << s;
 
-  const std::pair<string, double> percentages[] = {{"0%", 0.0}, {"100%", 100.0}, {"007%", 7.0}};
-  for (const auto& [text, percent] : percentages)
+  for (const auto& [text, percent] : {std::pair{"0%", 0.0}, {"100%", 100.0}, {"007%", 7.0}})
     EXPECT_DOUBLE_EQ(T::percentageFromPercentVASTDuration(text), percent) << text;
-  for (const char* text : {"101%", "25.5%", "-5%", " 5%", "5 %", "%", "25", "25%%"})
+  for (const char* text : {"101%", "25.5%", "-5%", " 5%", "%", "25", "25%%"})
     EXPECT_DOUBLE_EQ(T::percentageFromPercentVASTDuration(text), -1.0) << text;
   EXPECT_DOUBLE_EQ(T::percentageFromPercentVASTDuration(nullopt), -1.0);
   EXPECT_DOUBLE_EQ(T::timeIntervalFromPercentVASTDuration("25%", 30.0), 7.5);
   EXPECT_DOUBLE_EQ(T::timeIntervalFromPercentVASTDuration("25%", 0.0), -1.0);
-  EXPECT_DOUBLE_EQ(T::timeIntervalFromPercentVASTDuration("150%", 30.0), -1.0);
-  for (double percent : {-0.5, 100.5, kNaN})
-    EXPECT_DOUBLE_EQ(T::timeIntervalFromPercentage(percent, 10.0), -1.0) << percent;
+  EXPECT_DOUBLE_EQ(T::timeIntervalFromPercentage(kNaN, 10.0), -1.0);
+  EXPECT_EQ(T::offsetTypeFromString("100%"), RKVVASTOffsetTypePercentage);
+  EXPECT_EQ(T::offsetTypeFromString("10"), RKVVASTOffsetTypeTime);
+  for (const optional<string>& text : {optional<string>("150%"), optional<string>("10s"), {}})
+    EXPECT_EQ(T::offsetTypeFromString(text), RKVVASTOffsetTypeUnknown);
 
-  const std::pair<optional<string>, RKVVASTOffsetType> offsets[] = {
-      {"100%", RKVVASTOffsetTypePercentage}, {"00:00:10", RKVVASTOffsetTypeTime},
-      {"10", RKVVASTOffsetTypeTime},         {"10s", RKVVASTOffsetTypeUnknown},
-      {"150%", RKVVASTOffsetTypeUnknown},    {nullopt, RKVVASTOffsetTypeUnknown},
-  };
-  for (const auto& [text, type] : offsets)
-    EXPECT_EQ(T::offsetTypeFromString(text), type) << text.value_or("(none)");
-}
-
-TEST(RKVTimeUtilsTest, HugeTextsAreRefusedOrReadWhole) {
+  // Huge texts are refused whole, or read whole.
   const string digits(100 * 1024, '1');
   EXPECT_DOUBLE_EQ(T::timeIntervalFromVASTDuration(digits), -1.0);
-  EXPECT_DOUBLE_EQ(T::percentageFromPercentVASTDuration(digits + "%"), -1.0);
   string colons;
   for (int i = 0; i < 50 * 1024; ++i)
     colons += "1:";
   EXPECT_DOUBLE_EQ(T::timeIntervalFromVASTDuration(colons + "1"), -1.0);
-  EXPECT_EQ(T::offsetTypeFromString(colons), RKVVASTOffsetTypeUnknown);
-  // A long run of leading zeros is still a small percentage.
   EXPECT_DOUBLE_EQ(T::percentageFromPercentVASTDuration(string(100 * 1024, '0') + "5%"), 5.0);
 }
 
-TEST(RKVTimeUtilsTest, TimecodesAndDurationTexts) {
+TEST(RKVTimeUtilsTest, TimecodesDurationTextsAndTimeOfDay) {
   using Codes = std::vector<string>;
-  EXPECT_EQ(T::consumableTimecodes(Codes{"00:00:10", "5", "00:00:05", "bad"}),
+  EXPECT_EQ(T::consumableTimecodes(Codes{"00:00:10", "5", "00:00:05", "bad", "25%", "00:00:05.0"}),
             (std::vector<double>{5.0, 10.0}));
-  EXPECT_EQ(T::consumableTimecodes(Codes{"00:00:00", "25%", "00:00:00.000"}),
-            (std::vector<double>{0.0}));
   EXPECT_EQ(T::consumableTimecodes(Codes{"bad"}), nullopt);
-
-  constexpr int64_t kMax = std::numeric_limits<int64_t>::max();
   // Seconds, digits (0: the clock form), text.
   const std::tuple<int64_t, int64_t, optional<string>> durations[] = {
-      {65, 0, "01:05"},     {3600, 0, "01:00:00"}, {359999, 0, "99:59:59"},
-      {360000, 0, nullopt}, {-1, 0, nullopt},      {5, 3, "005"},
-      {123, 2, nullopt},    {1, kMax, nullopt},    {kMax, 19, "9223372036854775807"},
+      {65, 0, "01:05"}, {359999, 0, "99:59:59"}, {360000, 0, nullopt},
+      {-1, 0, nullopt}, {5, 3, "005"},           {123, 2, nullopt},
   };
   for (const auto& [seconds, digits, text] : durations) {
     EXPECT_EQ(digits ? T::stringFromDuration(seconds, digits) : T::stringFromDuration(seconds),
               text)
         << seconds << " in " << digits;
   }
-  EXPECT_EQ(T::stringFromDuration(0, 0), nullopt);
-  EXPECT_EQ(T::secondsToHoursMinutesSeconds(-3661), (RKVHoursMinutesSeconds{-1, -1, -1}));
-}
 
-TEST(RKVTimeUtilsTest, TimeOfDayInACalendar) {
   using std::chrono::seconds;
   const auto date = std::chrono::system_clock::time_point(seconds(13 * 3600 + 4 * 60 + 5));
-  const auto utc = RKVCalendar::withUTCOffset(seconds(0));
-  EXPECT_EQ(T::timeFromDate(date + std::chrono::milliseconds(999), utc), "13:04:05");
   EXPECT_EQ(T::timeFromDate(date, RKVCalendar::withUTCOffset(seconds(11 * 3600))), "00:04:05");
-  EXPECT_EQ(T::timeFromDate(date, RKVCalendar::withUTCOffset(seconds(-14 * 3600))), "23:04:05");
   // Before the epoch the second rounds toward the past.
-  EXPECT_EQ(
-      T::timeFromDate(std::chrono::system_clock::time_point(std::chrono::milliseconds(-1)), utc),
-      "23:59:59");
+  EXPECT_EQ(T::timeFromDate(std::chrono::system_clock::time_point(std::chrono::milliseconds(-1)),
+                            RKVCalendar::withUTCOffset(seconds(0))),
+            "23:59:59");
   // The current calendar follows the time zone of the moment.
   const char* saved = std::getenv("TZ");
   const optional<string> previous = saved ? optional<string>(saved) : nullopt;
   setenv("TZ", "XYZ-2", 1);  // two hours east of UTC
   const optional<string> east = T::timeFromDate(date);
-  setenv("TZ", "UTC0", 1);
-  const optional<string> atUTC = T::timeFromDate(date);
   previous ? setenv("TZ", previous->c_str(), 1) : unsetenv("TZ");
   EXPECT_EQ(east, "15:04:05");
-  EXPECT_EQ(atUTC, "13:04:05");
 }
 
-TEST(RKVUtilsTest, TextChecks) {
+TEST(RKVUtilsTest, TextChecksAndConsentStrings) {
   // White space is horizontal only, Unicode spaces included; zero-width space is not one.
   EXPECT_TRUE(RKVUtils::stringIsEmptyOrWhiteSpace(nullopt));
   EXPECT_TRUE(RKVUtils::stringIsEmptyOrWhiteSpace(" \t\xC2\xA0\xE2\x80\x89\xE3\x80\x80"));
   for (const char* text : {"\n", " x ", "\xE2\x80\x8B"})
     EXPECT_FALSE(RKVUtils::stringIsEmptyOrWhiteSpace(text)) << text;
-  EXPECT_EQ(RKVUtils::stringByRemovingWhiteSpace("\xC3\xA9 \xE2\x80\x8A!\t\n"), "\xC3\xA9!\n");
   // A truncated multi-byte sequence is kept, not read past.
-  EXPECT_EQ(RKVUtils::stringByRemovingWhiteSpace("a \xE2\x80"), "a\xE2\x80");
+  EXPECT_EQ(RKVUtils::stringByRemovingWhiteSpace("\xC3\xA9 \xE2\x80\x8A!\t\n\xE2\x80"),
+            "\xC3\xA9!\n\xE2\x80");
   // Consent strings: ASCII letters, digits, ".", "-" and "_" (the Kelvin sign lowers to "k").
   for (const char* text : {"abc.DEF-_09", "\xE2\x84\xAA"})
     EXPECT_TRUE(RKVUtils::isValidGDPRConsentString(text)) << text;
   for (const char* text : {"abc def", "abc+def", "abc\xC3\xA9", ""})
     EXPECT_FALSE(RKVUtils::isValidGDPRConsentString(text)) << text;
   EXPECT_TRUE(RKVUtils::stringIsDigitsOnly("0123"));
-  for (const char* text : {"-3", "1.5", ""})
-    EXPECT_FALSE(RKVUtils::stringIsDigitsOnly(text)) << text;
+  EXPECT_FALSE(RKVUtils::stringIsDigitsOnly("-3") || RKVUtils::stringIsDigitsOnly(""));
 }
 
 TEST(RKVUtilsTest, ColorsReadAndWritten) {
@@ -205,25 +162,21 @@ TEST(RKVUtilsTest, ColorsReadAndWritten) {
   };
   // Three and six digits are RGB, four and eight put alpha first; every "#" goes.
   const std::pair<string, string> hashed[] = {
-      {"#F0A", "#FFFF00AA"},    {"#80FF0000", "#80FF0000"}, {"#8F00", "#88FF0000"},
-      {"#00ff7F", "#FF00FF7F"}, {"#F#F#F", "#FFFFFFFF"},
+      {"#F0A", "#FFFF00AA"},  {"#80FF0000", "#80FF0000"},
+      {"#8F00", "#88FF0000"}, {"#F#F#F", "#FFFFFFFF"},
+      {"F0A", "none"},        {"#12345", "none"},
+      {"#GG0000", "none"},    {"#FFF ", "none"},
+      {"#-FF", "none"},
   };
   for (const auto& [text, expected] : hashed)
     EXPECT_EQ(argb(RKVUtils::colorFromString(text)), expected) << text;
-  for (const char* text : {"F0A", "#12345", "#GG0000", "#", "#FFF ", "#FFFFFFFFF", "#-FF",
-                           "#\xEF\xBC\xA6\xEF\xBC\xA6\xEF\xBC\xA6"})
-    EXPECT_EQ(RKVUtils::colorFromString(text), std::nullopt) << text;
   // The prefix is required unless it is optional or empty.
   EXPECT_EQ(argb(RKVUtils::colorFromString("F0A", "#", true)), "#FFFF00AA");
   EXPECT_EQ(argb(RKVUtils::colorFromString("0xFF0000", "0x")), "#FFFF0000");
   // Components are exact fractions of 255; out of range or not hexadecimal, 0.
   EXPECT_EQ(RKVUtils::colorFromString("#0A80FF"), (RKVColor{10 / 255.0, 128 / 255.0, 1.0, 1.0}));
-  EXPECT_DOUBLE_EQ(RKVUtils::colorComponentFrom("12345", 3, 2), 69.0 / 255.0);
   EXPECT_DOUBLE_EQ(RKVUtils::colorComponentFrom("FF", std::numeric_limits<size_t>::max(), 2), 0.0);
-  EXPECT_DOUBLE_EQ(RKVUtils::colorComponentFrom("zz", 0, 2), 0.0);
-
-  const RKVColor red{1.0, 0.0, 0.0, 1.0};
-  EXPECT_EQ(RKVUtils::colorStringFromColor(red, "0x", false), "0xFF0000");
+  EXPECT_EQ(RKVUtils::colorStringFromColor(RKVColor{1.0, 0.0, 0.0, 1.0}, "0x", false), "0xFF0000");
   EXPECT_EQ(RKVUtils::colorStringFromColor(RKVColor{0.5, 0.2, 1.0 / 255.0, 0.0}, true),
             "#00803301");
   // Out-of-range components keep their digits; non-finite ones print 00.
@@ -231,28 +184,19 @@ TEST(RKVUtilsTest, ColorsReadAndWritten) {
   EXPECT_EQ(RKVUtils::colorStringFromColor(RKVColor{kNaN, kInf, 1e300, 1.0}, false), "#000000");
 }
 
-TEST(RKVUtilsTest, LocalizedStringsFallBackToTheKey) {
+TEST(RKVUtilsTest, LocalizedStringsAndErrorRecords) {
   RKVStringTables::registerTable("com.example.sdk", "Ads", {{"skip", "Passer"}});
   RKVStringTables::registerTable("com.example.sdk", "", {{"close", "Fermer"}});
   EXPECT_EQ(RKVUtils::localizedStringForKey("skip", "Ads", "com.example.sdk"), "Passer");
-  EXPECT_EQ(RKVUtils::localizedStringForKey("close", nullopt, "com.example.sdk"), "Fermer");
   EXPECT_EQ(RKVUtils::localizedStringForKey("close", "Localizable", "com.example.sdk"), "Fermer");
   // A missing key, table or bundle gives the key itself; an absent key gives "".
   EXPECT_EQ(RKVUtils::localizedStringForKey("close", "Ads", "com.example.sdk"), "close");
-  EXPECT_EQ(RKVUtils::localizedStringForKey("skip", "Ads", "com.example.other"), "skip");
   EXPECT_EQ(RKVUtils::localizedStringForKey(nullopt, "Ads", "com.example.sdk"), "");
-  // Registering again replaces a text and keeps the others.
-  RKVStringTables::registerTable("com.example.sdk", "Ads", {{"skip", "Saltar"}});
-  EXPECT_EQ(RKVUtils::localizedStringForKey("skip", "Ads", "com.example.sdk"), "Saltar");
   RKVStringTables::removeBundle("com.example.sdk");
   EXPECT_EQ(RKVUtils::localizedStringForKey("skip", "Ads", "com.example.sdk"), "skip");
-}
 
-TEST(RKVUtilsTest, ErrorRecords) {
   const RKVError described = RKVUtils::errorWithDomain("RKVVASTErrorDomain", 10001, "Timeout.");
-  EXPECT_EQ(described, RKVError("RKVVASTErrorDomain", 10001, "Timeout."));
   EXPECT_EQ(described.description(), "Error Domain=RKVVASTErrorDomain Code=10001 \"Timeout.\"");
-  EXPECT_EQ(described.vastError, nullptr);
   // An empty description is still a description; an absent one leaves no user information.
   EXPECT_TRUE(RKVUtils::errorWithDomain("RKVFutureError", 1000, "").hasUserInfo());
   const RKVError bare = RKVUtils::errorWithDomain("RKVFutureError", 1000);
@@ -260,22 +204,19 @@ TEST(RKVUtilsTest, ErrorRecords) {
   EXPECT_EQ(bare.description(), "Error Domain=RKVFutureError Code=1000");
   EXPECT_NE(bare, RKVError("RKVFutureError", 1000, ""));
   EXPECT_EQ(RKVUtils::nullableDescription(nullopt), "(null)");
-  EXPECT_EQ(RKVUtils::nullableDescription(string()), "");
-}
-
-void expectComponents(const RKVQuaternion& q, double w, double x, double y, double z) {
-  EXPECT_NEAR(q.w(), w, 1e-12);
-  EXPECT_NEAR(q.x(), x, 1e-12);
-  EXPECT_NEAR(q.y(), y, 1e-12);
-  EXPECT_NEAR(q.z(), z, 1e-12);
 }
 
 TEST(RKVQuaternionTest, RotationsProductsAndEquality) {
   using std::numbers::pi;
-  expectComponents(RKVQuaternion::withAngle(pi / 2, 1), std::sqrt(0.5), 0, std::sqrt(0.5), 0);
+  auto components = [](const RKVQuaternion& q) { return std::array{q.w(), q.x(), q.y(), q.z()}; };
+  auto expectNear = [&](const RKVQuaternion& q, std::array<double, 4> expected) {
+    for (size_t i = 0; i < 4; ++i)
+      EXPECT_NEAR(components(q)[i], expected[i], 1e-12) << i;
+  };
+  expectNear(RKVQuaternion::withAngle(pi / 2, 1), {std::sqrt(0.5), 0, std::sqrt(0.5), 0});
   // Unknown axis codes give the zero axis; the axis is not normalised.
-  expectComponents(RKVQuaternion::withAngle(pi / 3, -1), std::cos(pi / 6), 0, 0, 0);
-  expectComponents(RKVQuaternion::withAngle(pi, 2.0, 0.0, 0.0), 0, 2, 0, 0);
+  expectNear(RKVQuaternion::withAngle(pi / 3, -1), {std::cos(pi / 6), 0, 0, 0});
+  expectNear(RKVQuaternion::withAngle(pi, 2.0, 0.0, 0.0), {0, 2, 0, 0});
   // Euler angles compose about x, then y, then z.
   EXPECT_EQ(RKVQuaternion::withXe(0.3, -0.4, 1.1),
             RKVQuaternion::withAngle(0.3, 0)
@@ -283,25 +224,20 @@ TEST(RKVQuaternionTest, RotationsProductsAndEquality) {
                 .multipliedBy(RKVQuaternion::withAngle(1.1, 2)));
   // i * j = k, j * i = -k: the order matters.
   const RKVQuaternion i(0, 1, 0, 0), j(0, 0, 1, 0);
-  expectComponents(i.multipliedBy(j), 0, 0, 0, 1);
-  expectComponents(j.multipliedBy(i), 0, 0, 0, -1);
+  expectNear(i.multipliedBy(j), {0, 0, 0, 1});
+  expectNear(j.multipliedBy(i), {0, 0, 0, -1});
   EXPECT_TRUE(std::isnan(RKVQuaternion(0, 0, 0, 0).normalized().w()));
   // Inversion divides by the squared norm without a sign change.
-  expectComponents(RKVQuaternion(0, 1, 0, 0).inverted(), 0, 1, 0, 0);
-  expectComponents(RKVQuaternion(1, 1, 1, 1).inverted(), 0.25, 0.25, 0.25, 0.25);
+  expectNear(RKVQuaternion(1, 1, 1, 1).inverted(), {0.25, 0.25, 0.25, 0.25});
   EXPECT_EQ(RKVQuaternion(1, 2, 3, 4).vector4(), (std::array<float, 4>{2, 3, 4, 1}));
-
   // Components equal within 1e-9; NaN components equal nothing but the very same object.
   const RKVQuaternion q(0.1, 0.2, 0.3, 0.4);
   EXPECT_EQ(q, RKVQuaternion(0.1 + 5e-10, 0.2, 0.3, 0.4 - 5e-10));
   EXPECT_FALSE(q == RKVQuaternion(0.1, 0.2, 0.3, 0.4 + 2e-9));
-  EXPECT_FALSE(RKVQuaternion::compareD1(1.0, 1.0 + 1.1e-9));
   const RKVQuaternion nan(kNaN, 0, 0, 0);
   EXPECT_TRUE(nan == nan);
   EXPECT_FALSE(nan.isEqualToQuaternion(nan));
   EXPECT_FALSE(nan == RKVQuaternion(nan));
-  EXPECT_DOUBLE_EQ(RKVAngleUtils::degreesFromRadians(RKVAngleUtils::radiansFromDegrees(-90.0)),
-                   -90.0);
 }
 
 }  // namespace

@@ -1,9 +1,8 @@
-// Captures what the shared console log writes while the capture lives, with debug logging on and
-// every other level let through; the log's previous output, data source and debug setting come
-// back when it ends. One capture at a time.
+// Captures what the shared console log writes while the capture lives, with every level let
+// through; the log's previous output, data source and debug setting come back when it ends. One
+// capture at a time.
 #pragma once
 
-#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -16,24 +15,44 @@ namespace rkv::test {
 
 class RKVLogCapture {
  public:
-  RKVLogCapture();
-  ~RKVLogCapture();
+  RKVLogCapture() {
+    log_->setOutput(output_);
+    log_->setDataSource(output_);
+    log_->setDebugLoggingEnabled(true);
+  }
+  ~RKVLogCapture() {
+    log_->setOutput(previousOutput_);
+    log_->setDataSource(previousDataSource_);
+    log_->setDebugLoggingEnabled(previousDebugLogging_);
+  }
   RKVLogCapture(const RKVLogCapture&) = delete;
   RKVLogCapture& operator=(const RKVLogCapture&) = delete;
 
-  // The messages written at debug level, in order.
-  std::vector<std::string> debugMessages() const;
-  // The messages written at `level` (2 error...), in order.
-  std::vector<std::string> messages(int64_t level) const;
-  // Forgets what was captured so far.
-  void clear();
+  // The messages written at `level` (0 debug, 2 error...), in order.
+  std::vector<std::string> messages(int64_t level = 0) const {
+    std::lock_guard lock(output_->mutex);
+    std::vector<std::string> result;
+    for (const auto& [messageLevel, message] : output_->messages)
+      if (messageLevel == level) result.push_back(message);
+    return result;
+  }
+  std::vector<std::string> debugMessages() const { return messages(0); }
 
  private:
-  class Output;
-  std::shared_ptr<Output> output_;
-  std::shared_ptr<RKVLogOutput> previousOutput_;
-  std::shared_ptr<RKVLogDataSource> previousDataSource_;
-  bool previousDebugLogging_;
+  struct Output : RKVLogOutput, RKVLogDataSource {
+    void logMessage(std::string_view message, int64_t level, std::string_view) override {
+      std::lock_guard lock(mutex);
+      messages.emplace_back(level, message);
+    }
+    bool shouldLogMessageWithLevel(const RKVLog&, int64_t) override { return true; }
+    std::mutex mutex;
+    std::vector<std::pair<int64_t, std::string>> messages;
+  };
+  std::shared_ptr<RKVLog> log_ = RKVLog::sharedInstance();
+  std::shared_ptr<Output> output_ = std::make_shared<Output>();
+  std::shared_ptr<RKVLogOutput> previousOutput_ = log_->output();
+  std::shared_ptr<RKVLogDataSource> previousDataSource_ = log_->dataSource();
+  bool previousDebugLogging_ = log_->isDebugLoggingEnabled();
 };
 
 }  // namespace rkv::test

@@ -108,10 +108,6 @@ RKVTestHTTPServer::RKVTestHTTPServer() {
   acceptThread_ = std::thread([this] { acceptLoop(); });
 }
 
-RKVTestHTTPServer::~RKVTestHTTPServer() {
-  stop();
-}
-
 void RKVTestHTTPServer::setRoute(std::string path, RKVTestRoute route) {
   std::lock_guard lock(mutex_);
   routes_[std::move(path)] = std::move(route);

@@ -18,21 +18,11 @@
 
 namespace rkv::test {
 
-enum class RKVTestServerBehavior {
-  // Answer with the route's status, header fields and body after its delay; keep the
-  // connection open for the next request.
-  Answer,
-  // Read the request, then keep the connection open without a byte until the server stops.
-  NeverAnswer,
-  // Announce the body's length, then send it one byte per drip interval.
-  Drip,
-  // Send a 200 head without a length, then body bytes until the client goes away.
-  EndlessBody,
-  // As soon as the request head is read, reset the connection (RST); a body is left unread.
-  Reset,
-  // As soon as the request head is read, close the connection without answering.
-  Close,
-};
+// After reading a request: answer with the route's status, fields and body after its delay and
+// keep the connection open; keep it open without a byte until the server stops; announce the
+// body's length, then send it one byte per drip interval; send a 200 head without a length, then
+// bytes until the client goes away; reset the connection (RST); or close it without answering.
+enum class RKVTestServerBehavior { Answer, NeverAnswer, Drip, EndlessBody, Reset, Close };
 
 using RKVTestHeaderFields = std::vector<std::pair<std::string, std::string>>;
 
@@ -65,8 +55,7 @@ class RKVTestHTTPServer {
  public:
   // Listens on 127.0.0.1 at a port of the system's choosing and starts accepting.
   RKVTestHTTPServer();
-  // stop().
-  ~RKVTestHTTPServer();
+  ~RKVTestHTTPServer() { stop(); }
 
   RKVTestHTTPServer(const RKVTestHTTPServer&) = delete;
   RKVTestHTTPServer& operator=(const RKVTestHTTPServer&) = delete;

@@ -1,18 +1,26 @@
-// Locations of the source tree, the shared VAST corpus and the built tool, for tests.
+// Locations of the shared VAST corpus and the built tool, for tests.
 #pragma once
 
 #include <filesystem>
+#include <fstream>
+#include <sstream>
 #include <string>
 
 namespace rkv::test {
 
-// The project's source directory (the folder holding CMakeLists.txt).
-std::filesystem::path sourceDir();
 // The folder of third-party VAST documents: iab/ (the IAB samples) and synthetic/.
-std::filesystem::path corpusDir();
+inline std::filesystem::path corpusDir() {
+  return RKV_CORPUS_DIR;
+}
 // The rkv executable built beside the tests.
-std::filesystem::path toolPath();
+inline std::filesystem::path toolPath() {
+  return RKV_TOOL_PATH;
+}
 // The whole content of a file; an empty string when it cannot be read.
-std::string readFile(const std::filesystem::path& path);
+inline std::string readFile(const std::filesystem::path& path) {
+  std::ostringstream out;
+  out << std::ifstream(path, std::ios::binary).rdbuf();
+  return out.str();
+}
 
 }  // namespace rkv::test

@@ -13,16 +13,29 @@
 
 namespace rkv::test {
 
-// How long a test waits for something that should happen before calling it a hang.
 inline constexpr std::chrono::seconds kHangGuard{30};
 
 // A flag that is set once and waited for.
 class RKVTestEvent {
  public:
-  void set();
-  bool isSet() const;
+  void set() {
+    RKVMutexLock lock(mu_);
+    set_ = true;
+    changed_.notifyAll();
+  }
+  bool isSet() const {
+    RKVMutexLock lock(mu_);
+    return set_;
+  }
   // True once set; false when the guard ran out first.
-  [[nodiscard]] bool wait(std::chrono::nanoseconds guard = kHangGuard) const;
+  [[nodiscard]] bool wait() const {
+    const auto deadline = std::chrono::steady_clock::now() + kHangGuard;
+    RKVMutexLock lock(mu_);
+    while (!set_) {
+      if (!changed_.waitUntil(mu_, deadline) && !set_) return false;
+    }
+    return true;
+  }
 
  private:
   mutable RKVMutex mu_;
@@ -31,19 +44,37 @@ class RKVTestEvent {
 };
 
 // Re-evaluates `condition` until it holds (true) or the guard runs out (false).
-[[nodiscard]] bool eventually(const std::function<bool()>& condition,
-                              std::chrono::nanoseconds guard = kHangGuard);
+[[nodiscard]] inline bool eventually(const std::function<bool()>& condition) {
+  const auto deadline = std::chrono::steady_clock::now() + kHangGuard;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  return true;
+}
 
 // An RKVMainLoop run on its own thread from construction until destruction.
 class RKVLoopThread {
  public:
-  explicit RKVLoopThread(std::shared_ptr<RKVClock> clock = nullptr);
-  ~RKVLoopThread();
-
+  explicit RKVLoopThread(std::shared_ptr<RKVClock> clock = nullptr)
+      : loop_(std::make_unique<RKVMainLoop>(std::move(clock))), thread_([this] { loop_->run(); }) {
+    // Once a handler has run, the loop is being driven and isMainThread() names its thread.
+    (void)runOnLoop([] {});
+  }
+  ~RKVLoopThread() {
+    loop_->stop();
+    thread_.join();
+  }
   RKVMainLoop& loop() { return *loop_; }
-  std::thread::id threadID() const { return thread_.get_id(); }
   // Posts `fn` and waits until it has run on the loop; false when the guard ran out.
-  [[nodiscard]] bool runOnLoop(std::function<void()> fn);
+  [[nodiscard]] bool runOnLoop(std::function<void()> fn) {
+    auto done = std::make_shared<RKVTestEvent>();
+    loop_->post([fn = std::move(fn), done] {
+      fn();
+      done->set();
+    });
+    return done->wait();
+  }
 
  private:
   std::unique_ptr<RKVMainLoop> loop_;

@@ -11,62 +11,51 @@ namespace rkv::test {
 
 struct RKVTestAd {
   std::string id;
-  // Set: a wrapper following this URI. Unset: an inline ad.
-  std::optional<std::string> adTag;
-  std::vector<std::string> impressions;
-  std::vector<std::string> errors;
+  std::optional<std::string> adTag;  // set: a wrapper following this URI; unset: an inline ad
+  std::vector<std::string> impressions, errors;
   std::vector<std::string> starts;  // "start" tracking URLs of the linear creative
   std::optional<std::string> sequence;
   bool hasTitle = true;
-  bool playable = true;  // inline: has a media file (without one the ad is invalid)
   bool hasAdTag = true;  // wrapper: writes its VASTAdTagURI
 };
 
-inline RKVTestAd inlineAd(std::string id) {
+inline RKVTestAd wrapperAd(std::string id, std::optional<std::string> adTag) {
   RKVTestAd ad;
   ad.id = std::move(id);
-  return ad;
-}
-inline RKVTestAd wrapperAd(std::string id, std::string adTag) {
-  RKVTestAd ad = inlineAd(std::move(id));
   ad.adTag = std::move(adTag);
   return ad;
 }
+inline RKVTestAd inlineAd(std::string id) {
+  return wrapperAd(std::move(id), std::nullopt);
+}
 
 inline std::string vastAdXML(const RKVTestAd& ad) {
-  auto urls = [](const char* element, const std::vector<std::string>& list) {
+  auto elements = [](const std::string& open, const std::string& close,
+                     const std::vector<std::string>& urls) {
     std::string xml;
-    for (const auto& url : list)
-      xml += std::string("<") + element + "><![CDATA[" + url + "]]></" + element + ">";
+    for (const auto& url : urls)
+      xml += open + "<![CDATA[" + url + "]]>" + close;
     return xml;
   };
-  std::string tracking;
-  for (const auto& url : ad.starts)
-    tracking += "<Tracking event=\"start\"><![CDATA[" + url + "]]></Tracking>";
-  const char* kind = ad.adTag ? "Wrapper" : "InLine";
+  const std::string kind = ad.adTag ? "Wrapper" : "InLine";
   std::string xml = "<Ad id=\"" + ad.id + "\"" +
                     (ad.sequence ? " sequence=\"" + *ad.sequence + "\"" : "") + "><" + kind +
                     "><AdSystem>rkv-test</AdSystem>";
   if (ad.hasTitle) xml += "<AdTitle>" + ad.id + "</AdTitle>";
   if (ad.adTag && ad.hasAdTag) xml += "<VASTAdTagURI><![CDATA[" + *ad.adTag + "]]></VASTAdTagURI>";
-  xml += urls("Impression", ad.impressions) + urls("Error", ad.errors);
-  if (ad.adTag) {
-    if (!tracking.empty()) {
-      xml += "<Creatives><Creative><Linear><Duration>00:00:15</Duration><TrackingEvents>" +
-             tracking + "</TrackingEvents></Linear></Creative></Creatives>";
-    }
-  } else {
-    xml += "<Creatives><Creative><Linear><Duration>00:00:15</Duration><TrackingEvents>" + tracking +
-           "</TrackingEvents>";
-    if (ad.playable) {
-      xml +=
-          "<MediaFiles><MediaFile delivery=\"progressive\" type=\"video/mp4\" width=\"1280\" "
-          "height=\"720\" bitrate=\"2000\"><![CDATA[https://cdn.example.com/" +
-          ad.id + ".mp4]]></MediaFile></MediaFiles>";
-    }
-    xml += "</Linear></Creative></Creatives>";
+  xml += elements("<Impression>", "</Impression>", ad.impressions) +
+         elements("<Error>", "</Error>", ad.errors);
+  // A wrapper carries a linear creative only for its tracking.
+  if (ad.adTag && ad.starts.empty()) return xml + "</Wrapper></Ad>";
+  xml += "<Creatives><Creative><Linear><Duration>00:00:15</Duration><TrackingEvents>" +
+         elements("<Tracking event=\"start\">", "</Tracking>", ad.starts) + "</TrackingEvents>";
+  if (!ad.adTag) {
+    xml +=
+        "<MediaFiles><MediaFile delivery=\"progressive\" type=\"video/mp4\" width=\"1280\" "
+        "height=\"720\" bitrate=\"2000\"><![CDATA[https://cdn.example.com/" +
+        ad.id + ".mp4]]></MediaFile></MediaFiles>";
   }
-  return xml + "</" + kind + "></Ad>";
+  return xml + "</Linear></Creative></Creatives></" + kind + "></Ad>";
 }
 
 // A VAST 3.0 document of the ads, in order; `rootErrors` are Error elements of the root.

@@ -5,16 +5,18 @@
 #include <string>
 #include <vector>
 
+#include "rkv/vast/RKVVASTParserResponse.h"
+#include "rkv/vast/errors/RKVVASTError.h"
 #include "rkv/vast/model/RKVVASTErrorHandler.h"
 
 namespace rkv::test {
 
-struct RKVReport {
-  std::string name;                 // the error's name
-  int64_t vireoCode = 0;            // tells apart errors that share a name
-  std::vector<std::string> urls;    // the error URLs handed over, as absolute strings
-  std::optional<std::string> text;  // the document text (outer handler only)
-};
+inline std::vector<std::string> urlTexts(const std::vector<RKVVASTURL>& urls) {
+  std::vector<std::string> texts;
+  for (const RKVVASTURL& url : urls)
+    texts.push_back(url.url().absoluteString());
+  return texts;
+}
 
 class RKVReportRecorder {
  public:
@@ -28,32 +30,40 @@ class RKVReportRecorder {
                   const std::optional<std::string>& text) { record(error, urls, text); };
   }
 
-  const std::vector<RKVReport>& reports() const { return reports_; }
-  std::vector<std::string> names() const {
-    std::vector<std::string> names;
-    for (const RKVReport& report : reports_)
-      names.push_back(report.name);
-    return names;
-  }
+  // One line per report: the error's name, then the error URLs handed over.
+  const std::vector<std::string>& lines() const { return lines_; }
+  // The document text of each report (outer handler only).
+  const std::vector<std::optional<std::string>>& texts() const { return texts_; }
 
  private:
   void record(const RKVVASTError& error, const std::vector<RKVVASTURL>& urls,
               const std::optional<std::string>& text) {
-    RKVReport report{error.errorName().value_or("(null)"), error.vireoCode(), {}, text};
-    for (const RKVVASTURL& url : urls)
-      report.urls.push_back(url.url().absoluteString());
-    reports_.push_back(std::move(report));
+    std::string line = error.errorName().value_or("(null)");
+    for (const std::string& url : urlTexts(urls))
+      line += " " + url;
+    lines_.push_back(std::move(line));
+    texts_.push_back(text);
   }
 
-  std::vector<RKVReport> reports_;
+  std::vector<std::string> lines_;
+  std::vector<std::optional<std::string>> texts_;
 };
 
-// The absolute strings of a list of URLs.
-inline std::vector<std::string> urlTexts(const std::vector<RKVVASTURL>& urls) {
-  std::vector<std::string> texts;
-  for (const RKVVASTURL& url : urls)
-    texts.push_back(url.url().absoluteString());
-  return texts;
+// The reports, each followed by "; ", then "model" or "no model", then the error's code with its
+// vendor code, or its description when it holds no VAST error: "XML_PARSING_ERROR; no model,
+// 100/100001".
+inline std::string outcome(const RKVVASTParserResponse& response,
+                           const RKVReportRecorder& recorder) {
+  std::string text;
+  for (const std::string& line : recorder.lines())
+    text += line + "; ";
+  text += response.model() ? "model" : "no model";
+  if (const std::optional<RKVError>& error = response.error()) {
+    text += ", " + std::to_string(error->code);
+    text += error->vastError ? "/" + std::to_string(error->vastError->vireoCode())
+                             : " " + error->localizedDescription.value_or("-");
+  }
+  return text;
 }
 
 }  // namespace rkv::test

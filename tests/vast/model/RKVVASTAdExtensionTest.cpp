@@ -23,15 +23,13 @@ using Extension = RKVVASTAdExtension;
 using Resource = RKVVASTAdVerificationResource;
 using Event = RKVVASTAdVerificationEvent;
 using Script = RKVVASTAdExtensionAdVerification;
+using V = RKVVASTAdVerification;
 using Strings = std::vector<std::string>;
-
-std::shared_ptr<Extension> extensionFrom(std::string_view xml) {
-  return Extension::withDictionary(*test::element(xml));
-}
 
 // One Extensions element with one Extension holding `content`.
 std::shared_ptr<Extension> extensionWith(const std::string& content) {
-  return extensionFrom("<Extensions><Extension>" + content + "</Extension></Extensions>");
+  return Extension::withDictionary(
+      *test::element("<Extensions><Extension>" + content + "</Extension></Extensions>"));
 }
 
 // `<parent><child>text</child></parent>`; the child may carry attributes ("name attr='v'").
@@ -40,38 +38,17 @@ std::string block(std::string_view parent, std::string_view child, std::string_v
          std::string(child.substr(0, child.find(' '))) + "></" + std::string(parent) + ">";
 }
 
-template <typename List>
-Strings urls(const std::optional<List>& list) {
-  Strings texts;
-  for (const auto& entry : list.value_or(List())) {
-    if constexpr (requires { entry->eventURL(); }) {
-      texts.push_back(entry->eventURL().absoluteString());
-    } else {
-      texts.push_back(entry->javascriptResourceURL().absoluteString());
-    }
-  }
-  return texts;
-}
-
 RKVURL url(std::string_view text) {
   return RKVURL::withString(text).value();
 }
 
-std::string unknownName(std::string_view name) {
-  return "Event '" + std::string(name) +
-         "' is neither consumable nor nonconsumable! It has been assumed as consumable.";
-}
-
-// The archive of a record holding nothing.
-constexpr std::string_view kEmpty = R"({"offsetIsForced":false,"instanceCount":0})";
-
-// The archive, with `entry` after the fields every record has.
+// The archive of a record holding `entry` besides the fields every record has.
 std::string archiveWith(const std::string& entry) {
-  return R"({"offsetIsForced":false,"instanceCount":0,)" + entry + "}";
+  return R"({"offsetIsForced":false,"instanceCount":0)" + (entry.empty() ? "" : "," + entry) + "}";
 }
 
-TEST(RKVVASTAdExtensionTest, FieldsAreReadUnderTheirElementNamesAndArchivedUnderTheirKeys) {
-  // Block, element, archive key: each text field alone, read back, and unequal to an empty record.
+TEST(RKVVASTAdExtensionTest, EverySpellingIsReadUnderItsElementAndArchivedUnderItsKey) {
+  // Block, element, archive key.
   const std::tuple<const char*, const char*, const char*> texts[] = {
       {"VireoMacros", "pageID", "pageID"},
       {"VireoMacros", "target", "target"},
@@ -95,7 +72,7 @@ TEST(RKVVASTAdExtensionTest, FieldsAreReadUnderTheirElementNamesAndArchivedUnder
     EXPECT_EQ(*Extension::unarchive(extension->archive()), *extension) << key;
     EXPECT_FALSE(*extension == Extension() || Extension() == *extension) << key;
   }
-  // The number fields of VireoMacros take digits only; element and archive key are alike.
+  // The number fields take digits only; element and archive key are alike.
   for (const char* element :
        {"sessionID", "statDomainID", "networkID", "templateID", "advertiserID", "campaignID",
         "insertionID", "siteID", "formatID", "adBreakType", "instances", "videoPlayerWidth",
@@ -105,40 +82,35 @@ TEST(RKVVASTAdExtensionTest, FieldsAreReadUnderTheirElementNamesAndArchivedUnder
     EXPECT_EQ(*Extension::unarchive(extension->archive()), *extension) << element;
     EXPECT_FALSE(*extension == Extension()) << element;
     for (const char* text : {"abc", "12.5", "-3"})
-      EXPECT_EQ(extensionWith(block("VireoMacros", element, text))->archive(), kEmpty) << element;
+      EXPECT_EQ(extensionWith(block("VireoMacros", element, text))->archive(), archiveWith(""));
   }
-  // The field spellings are not the element names, and macros belong in their block.
+  // Archive keys are not element names, and macros belong in their block.
   EXPECT_EQ(extensionWith("<VireoMacros><referer>r</referer><clientIP>i</clientIP>"
                           "<baseURL>http://b</baseURL></VireoMacros><RtbMacros><DealID>d</DealID>"
                           "<rtbDealID>d</rtbDealID></RtbMacros><customScript>s</customScript>"
                           "<DspId>a</DspId>")
                 ->archive(),
-            kEmpty);
+            archiveWith(""));
   // More digits than a double holds read as infinity, which survives the archive.
   auto huge = extensionWith(block("VireoMacros", "siteID", std::string(400, '9')));
   EXPECT_TRUE(std::isinf(huge->siteID().value_or(0)));
   EXPECT_EQ(*Extension::unarchive(huge->archive()), *huge);
 }
 
-TEST(RKVVASTAdExtensionTest, BaseURLAndPlayerHints) {
-  auto extension = extensionWith(
+TEST(RKVVASTAdExtensionTest, PlayerHintsAndLaterExtensionsOverwritingFieldByField) {
+  auto hints = extensionWith(
       "<offset isForced='1' skipoffset='00:00:05'/><sort rank='3'/>"
       "<customisedScript><![CDATA[run(<x>)]]></customisedScript>"
       "<instanceCount>7 instances</instanceCount>"
       "<VireoMacros><baseUrl>https://ads.example/a b</baseUrl></VireoMacros>");
-  EXPECT_EQ(extension->archive(),
-            R"x({"offsetIsForced":true,"skipOffset":"00:00:05","sortRank":"3",)x"
-            R"x("customScript":"run(<x>)","instanceCount":7,)x"
-            R"x("baseURL":"https://ads.example/a%20b"})x");
-  EXPECT_EQ(*Extension::unarchive(extension->archive()), *extension);
-  EXPECT_EQ(extensionWith(block("VireoMacros", "baseUrl", "http://bad host"))->baseURL(),
-            std::nullopt);
+  EXPECT_EQ(hints->archive(), R"x({"offsetIsForced":true,"skipOffset":"00:00:05","sortRank":"3",)x"
+                              R"x("customScript":"run(<x>)","instanceCount":7,)x"
+                              R"x("baseURL":"https://ads.example/a%20b"})x");
+  EXPECT_EQ(*Extension::unarchive(hints->archive()), *hints);
   // Only the text "1" forces the offset.
-  for (const char* attribute : {"isForced='true'", "isForced='01'", "isForced=' 1'", "other='1'"})
+  for (const char* attribute : {"isForced='true'", "isForced=' 1'", "other='1'"})
     EXPECT_FALSE(extensionWith(std::string("<offset ") + attribute + "/>")->offsetIsForced());
-}
 
-TEST(RKVVASTAdExtensionTest, LaterExtensionsOverwriteFieldByField) {
   RKVXMLDictionaryPtr extensions = test::element(
       "<Extensions>"
       "<Extension><offset isForced='1' skipoffset='5'/><sort rank='1'/>"
@@ -150,20 +122,19 @@ TEST(RKVVASTAdExtensionTest, LaterExtensionsOverwriteFieldByField) {
       "<VireoMacros><siteID>2</siteID><networkID>n/a</networkID></VireoMacros>"
       "<RtbMacros><DspId>s2</DspId></RtbMacros></Extension>"
       "</Extensions>");
-  auto extension = Extension::withDictionary(*extensions);
   // The later offset has no skipoffset, nor the later sort a rank; "x" reads 0; a present
   // networkID that is not a number empties the field.
+  auto extension = Extension::withDictionary(*extensions);
   EXPECT_EQ(extension->archive(),
             R"({"offsetIsForced":false,"skipOffset":"5","sortRank":"1","customScript":"first",)"
             R"("instanceCount":0,"pageID":"p1","siteID":2.0,"rtbDspID":"s2","rtbDealID":"d1"})");
-  // The same through the list operation.
   Extension listed;
   listed.processExtensions(*extensions->find("Extension")->array());
   EXPECT_EQ(listed, *extension);
 }
 
 TEST(RKVVASTAdExtensionTest, MetricsAndVerificationScriptsAccumulateInDocumentOrder) {
-  auto extension = extensionFrom(
+  auto extension = Extension::withDictionary(*test::element(
       "<Extensions><Extension><VireoMetrics>"
       "<VireoMetric name='viewcount'>http://m/1</VireoMetric>"
       "<VireoMetric name='impression'>http://m/other</VireoMetric>"
@@ -174,14 +145,10 @@ TEST(RKVVASTAdExtensionTest, MetricsAndVerificationScriptsAccumulateInDocumentOr
       "</VireoMetrics></Extension>"
       "<Extension type='AdVerifications'><AdVerifications>"
       "<Verification vendor='a'><JavaScriptResource>http://s/a.js</JavaScriptResource>"
-      "<VerificationParameters>pa</VerificationParameters><VerificationParameters>x"
-      "</VerificationParameters></Verification>"
-      "<Verification vendor='b'><JavascriptResource>http://s/b.js</JavascriptResource>"
-      "</Verification>"
+      "<VerificationParameters>pa</VerificationParameters></Verification>"
       "<Verification vendor='c'><JavaScriptResource apiFramework='omid'/>"
       "<JavaScriptResource>http://bad host</JavaScriptResource>"
       "<JavaScriptResource>http://s/c.js</JavaScriptResource>"
-      "<JavaScriptResource>http://s/c2.js</JavaScriptResource>"
       "<JavascriptResource>http://s/c-lower.js</JavascriptResource></Verification>"
       "<Verification vendor='d'><JavaScriptResource>http://bad host</JavaScriptResource>"
       "<JavascriptResource>http://s/d-lower.js</JavascriptResource></Verification>"
@@ -189,13 +156,17 @@ TEST(RKVVASTAdExtensionTest, MetricsAndVerificationScriptsAccumulateInDocumentOr
       "</AdVerifications></Extension><Extension>" +
       block("AdVerifications", "Verification",
             "<JavaScriptResource>http://s/z.js</JavaScriptResource>") +
-      "</Extension></Extensions>");
-  EXPECT_EQ(urls(extension->metrics()), (Strings{"http://m/1", "http://m/2", "http://m/3"}));
-  EXPECT_EQ(extension->metrics()->at(1)->offset(), "00:00:02");
+      "</Extension></Extensions>"));
+  Strings found;
+  for (const auto& metric : *extension->metrics())
+    found.push_back(metric->url().absoluteString() + metric->offset().value_or(""));
+  EXPECT_EQ(found, (Strings{"http://m/1", "http://m/200:00:02", "http://m/3"}));
   // One script per verification: the first usable "JavaScriptResource", else "JavascriptResource".
-  EXPECT_EQ(urls(extension->adVerifications()),
-            (Strings{"http://s/a.js", "http://s/b.js", "http://s/c.js", "http://s/d-lower.js",
-                     "http://s/z.js"}));
+  found.clear();
+  for (const auto& script : *extension->adVerifications())
+    found.push_back(script->javascriptResourceURL().absoluteString());
+  EXPECT_EQ(found,
+            (Strings{"http://s/a.js", "http://s/c.js", "http://s/d-lower.js", "http://s/z.js"}));
   EXPECT_EQ(*extension->adVerifications()->at(0), Script(url("http://s/a.js"), "a", "pa"));
 
   // A block whose entries are all refused still makes the list, and an empty list is not an
@@ -203,7 +174,7 @@ TEST(RKVVASTAdExtensionTest, MetricsAndVerificationScriptsAccumulateInDocumentOr
   auto refused = extensionWith(block("VireoMetrics", "VireoMetric name='click'", "http://m"));
   EXPECT_EQ(refused->archive(), archiveWith(R"("metrics":[])"));
   EXPECT_FALSE(*refused == Extension());
-  EXPECT_EQ(extensionWith("<VireoMetrics/><AdVerifications/>")->archive(), kEmpty);
+  EXPECT_EQ(extensionWith("<VireoMetrics/><AdVerifications/>")->archive(), archiveWith(""));
 }
 
 TEST(RKVVASTAdExtensionTest, CopyArchiveAndEqualityCoverTheLists) {
@@ -213,32 +184,24 @@ TEST(RKVVASTAdExtensionTest, CopyArchiveAndEqualityCoverTheLists) {
                     block("VireoMacros", "baseUrl", "http://b") +
                     block("AdVerifications", "Verification",
                           "<JavaScriptResource>http://s.js</JavaScriptResource>"));
-  auto readBack = Extension::unarchive(extension->archive());
-  ASSERT_NE(readBack, nullptr);
-  EXPECT_EQ(*readBack, *extension);
-  EXPECT_EQ(urls(readBack->metrics()), Strings{"http://m/1"});
-  EXPECT_EQ(urls(readBack->adVerifications()), Strings{"http://s.js"});
-
   // The copy is equal and owns its metrics.
   auto copy = extension->copy();
   EXPECT_EQ(*copy, *extension);
   copy->metrics()->front()->setEventOffset(4.0);
-  copy->metrics()->push_back(copy->metrics()->front());
-  EXPECT_EQ(extension->metrics()->size(), 1u);
   EXPECT_EQ(extension->metrics()->front()->eventOffset(), -1.0);
 
-  // Each of the remaining fields makes a difference, and survives the archive.
-  std::vector<std::shared_ptr<Extension>> variants;
+  // The record and each variant of one field read back equal; every variant differs.
+  std::vector<std::shared_ptr<Extension>> variants = {extension};
   for (int i = 0; i < 6; ++i)
     variants.push_back(extension->copy());
-  variants[0]->setOffsetIsForced(false);
   variants[1]->setInstanceCount(4);
   variants[2]->setBaseURL(RKVURL::withString("http://c"));
   variants[3]->metrics()->front()->setEventOffset(2.0);
   variants[4]->adVerifications()->clear();
   variants[5]->setAdVerifications(std::nullopt);
+  variants[6]->setOffsetIsForced(false);
   for (const auto& variant : variants) {
-    EXPECT_FALSE(*variant == *extension) << variant->archive();
+    EXPECT_TRUE(variant == extension || !(*variant == *extension)) << variant->archive();
     EXPECT_EQ(*Extension::unarchive(variant->archive()), *variant) << variant->archive();
   }
 
@@ -249,13 +212,12 @@ TEST(RKVVASTAdExtensionTest, CopyArchiveAndEqualityCoverTheLists) {
       R"({"siteID":"5","pageID":5,"offsetIsForced":"yes","instanceCount":1.5,)"
       R"("metrics":[{"name":"viewcount"},3,{"name":"viewcount","url":"http://m"}],)"
       R"("adVerifications":{"x":1},"baseURL":"http://bad host"})");
-  ASSERT_NE(wrongTypes, nullptr);
   EXPECT_EQ(wrongTypes->archive(),
             archiveWith(R"("metrics":[{"name":"viewcount","url":"http://m","eventOffset":-1.0}])"));
 }
 
 TEST(RKVVASTAdVerificationTest, ResourcesFromBothSpellingsThenExecutables) {
-  auto verification = RKVVASTAdVerification::withDictionary(*test::element(
+  auto verification = V::withDictionary(*test::element(
       "<Verification vendor='iabtechlab.com-omid'>"
       "<ExecutableResource apiFramework='native' type='bin' browserOptional='true'>http://e/1"
       "</ExecutableResource>"
@@ -266,7 +228,6 @@ TEST(RKVVASTAdVerificationTest, ResourcesFromBothSpellingsThenExecutables) {
       "<JavaScriptResource browserOptional='false'>http://j/2</JavaScriptResource>"
       "<JavaScriptResource apiFramework='no-text'/>"
       "<JavaScriptResource>http://[not a host/</JavaScriptResource>"
-      "<ExecutableResource type='no-text'></ExecutableResource>"
       "<VerificationParameters><![CDATA[{\"k\":1}]]></VerificationParameters>"
       "</Verification>"));
   ASSERT_NE(verification, nullptr);
@@ -281,51 +242,45 @@ TEST(RKVVASTAdVerificationTest, ResourcesFromBothSpellingsThenExecutables) {
   ASSERT_EQ(verification->resources().size(), std::size(expected));
   for (size_t i = 0; i < std::size(expected); ++i)
     EXPECT_EQ(*verification->resources()[i], expected[i]) << i;
-
   // No usable resource, no verification.
   for (const char* xml :
        {"<Verification vendor='v'><VerificationParameters>p</VerificationParameters>"
         "</Verification>",
-        "<Verification><JavaScriptResource apiFramework='omid'/>"
-        "<JavascriptResource apiFramework='omid'></JavascriptResource>"
-        "<ExecutableResource type='x'/></Verification>",
-        "<Verification><JavaScriptResource>a<b/>c</JavaScriptResource></Verification>",
-        "<Verification><JavaScriptResource>http://bad host/</JavaScriptResource>"
+        "<Verification><JavaScriptResource>a<b/>c</JavaScriptResource>"
         "<ExecutableResource>:nothing</ExecutableResource><TrackingEvents>"
         "<Tracking event='verificationNotExecuted'>http://t</Tracking></TrackingEvents>"
-        "</Verification>"}) {
-    EXPECT_EQ(RKVVASTAdVerification::withDictionary(*test::element(xml)), nullptr) << xml;
-  }
+        "</Verification>"})
+    EXPECT_EQ(V::withDictionary(*test::element(xml)), nullptr) << xml;
 }
 
 TEST(RKVVASTAdVerificationTest, OnlyVerificationNotExecutedEventsAreKept) {
   test::RKVLogCapture log;
-  auto verification = RKVVASTAdVerification::withDictionary(*test::element(
+  auto verification = V::withDictionary(*test::element(
       "<Verification><JavaScriptResource>http://j</JavaScriptResource><TrackingEvents>"
       "<Tracking event='creativeView'>http://t/view</Tracking>"
       "<Tracking event='verificationNotExecuted'>http://t/1?reason=[REASON]</Tracking>"
       "<Tracking event='verificationNotExecuted'>http://bad host</Tracking>"
-      "<Tracking event='verificationNotExecuted'/>"
       "<Tracking>http://t/nameless</Tracking>"
       "<Tracking event='VerificationNotExecuted'>http://t/case</Tracking>"
       "<Tracking event='verificationNotExecuted'>http://t/2</Tracking>"
       "</TrackingEvents></Verification>"));
-  ASSERT_NE(verification, nullptr);
-  ASSERT_EQ(verification->trackingEvents().size(), 2u);
-  const Event& first = *verification->trackingEvents()[0];
-  EXPECT_EQ(first.eventName(), "verificationNotExecuted");
-  EXPECT_EQ(first.eventURL().absoluteString(), "http://t/1?reason=%5BREASON%5D");
-  EXPECT_TRUE(first.isEventConsumable());
-  EXPECT_EQ(verification->trackingEvents()[1]->url().absoluteString(), "http://t/2");
-  // The refused names were logged, word for word; an unknown name answers non-consumable.
+  Strings kept;
+  for (const auto& event : verification->trackingEvents()) {
+    kept.push_back(event->eventName() + " " + event->eventURL().absoluteString());
+    EXPECT_TRUE(event->isEventConsumable());
+  }
+  EXPECT_EQ(kept, (Strings{"verificationNotExecuted http://t/1?reason=%5BREASON%5D",
+                           "verificationNotExecuted http://t/2"}));
+  // The refused names were logged, word for word.
+  const std::string rest =
+      "' is neither consumable nor nonconsumable! It has been assumed as consumable.";
   EXPECT_EQ(log.debugMessages(),
-            (Strings{unknownName("creativeView"), unknownName("VerificationNotExecuted")}));
-  EXPECT_FALSE(Event::isEventConsumableFromName("start"));
+            (Strings{"Event 'creativeView" + rest, "Event 'VerificationNotExecuted" + rest}));
   EXPECT_EQ(Event::withName("start", url("http://t")), nullptr);
 }
 
 TEST(RKVVASTAdVerificationTest, EqualityAndArchivesCoverEveryField) {
-  auto verification = RKVVASTAdVerification::withDictionary(*test::element(
+  auto verification = V::withDictionary(*test::element(
       "<Verification vendor='v'>"
       "<JavaScriptResource apiFramework='omid' browserOptional='true'>http://j/1"
       "</JavaScriptResource>"
@@ -333,7 +288,6 @@ TEST(RKVVASTAdVerificationTest, EqualityAndArchivesCoverEveryField) {
       "<TrackingEvents><Tracking event='verificationNotExecuted'>http://t/[REASON]</Tracking>"
       "</TrackingEvents><VerificationParameters>p&amp;q</VerificationParameters>"
       "</Verification>"));
-  ASSERT_NE(verification, nullptr);
   EXPECT_EQ(verification->archive(),
             R"({"vendor":"v","resources":[)"
             R"({"type":0,"url":"http://j/1","apiFramework":"omid","browserOptional":true},)"
@@ -341,7 +295,7 @@ TEST(RKVVASTAdVerificationTest, EqualityAndArchivesCoverEveryField) {
             R"("executableType":"bin"}],"trackingEvents":[)"
             R"({"name":"verificationNotExecuted","url":"http://t/%5BREASON%5D"}],)"
             R"("verificationParameters":"p&q"})");
-  EXPECT_EQ(*RKVVASTAdVerification::unarchive(verification->archive()), *verification);
+  EXPECT_EQ(*V::unarchive(verification->archive()), *verification);
   const Script script(url("http://s.js"), std::nullopt, "p");
   EXPECT_EQ(script.archive(),
             R"({"javascriptResourceURL":"http://s.js","verificationParameters":"p"})");
@@ -349,7 +303,6 @@ TEST(RKVVASTAdVerificationTest, EqualityAndArchivesCoverEveryField) {
 
   // Each variant differs from its base in one field, both ways round, and reads back equal.
   const Resource resource(0, url("http://r"), "omid", true, std::nullopt);
-  EXPECT_EQ(resource, *resource.copy());
   for (const Resource& other : {Resource(1, url("http://r"), "omid", true, std::nullopt),
                                 Resource(0, url("http://r2"), "omid", true, std::nullopt),
                                 Resource(0, url("http://r"), std::nullopt, true, std::nullopt),
@@ -363,7 +316,6 @@ TEST(RKVVASTAdVerificationTest, EqualityAndArchivesCoverEveryField) {
   auto at = [](const char* text) {
     return std::make_shared<Resource>(0, url(text), "omid", false, std::nullopt);
   };
-  using V = RKVVASTAdVerification;
   const V base("v", {at("http://a"), at("http://b")}, {event}, "p");
   EXPECT_EQ(base, V("v", {at("http://a"), at("http://b")}, {event->copy()}, "p"));
   for (const V& other :
@@ -377,25 +329,20 @@ TEST(RKVVASTAdVerificationTest, EqualityAndArchivesCoverEveryField) {
   // An event of another class with the same name and URL is not equal.
   RKVVASTTrackingEvent tracking("verificationNotExecuted", std::nullopt, url("http://t"));
   EXPECT_FALSE(event->isEqual(tracking) || tracking.isEqual(*event));
-  // The script form of the extension, as a verification of its own.
   EXPECT_EQ(
       *V::withOMIDJavascriptResourceURL(url("https://s/o.js"), "v", "p"),
       V("v", {std::make_shared<Resource>(0, url("https://s/o.js"), "omid", true, std::nullopt)}, {},
         "p"));
 
-  // What reads back as absent: an event under another name goes through the same check.
-  for (std::string_view bad :
-       {R"({"name":"creativeView","url":"http://t"})", R"({"name":"verificationNotExecuted"})",
-        R"({"name":"verificationNotExecuted","url":""})", R"(["x"])", "{"})
+  // What reads back as absent; entries that read back as absent are dropped.
+  for (std::string_view bad : {R"({"name":"creativeView","url":"http://t"})",
+                               R"({"name":"verificationNotExecuted","url":""})", "{"})
     EXPECT_EQ(Event::unarchive(bad), nullptr) << bad;
   EXPECT_EQ(Resource::unarchive(R"({"type":0,"browserOptional":true})"), nullptr);
-  EXPECT_EQ(Script::unarchive(R"({"vendor":"v"})"), nullptr);
   EXPECT_EQ(V::unarchive("not json"), nullptr);
-  // Missing keys take their defaults; entries that read back as absent are dropped.
   auto partial = V::unarchive(
       R"({"resources":[{"url":"http://r"},{"type":1},7,{"type":1e30,"url":"http://s"}],)"
       R"("trackingEvents":[{"name":"start","url":"http://t"}],"vendor":5})");
-  ASSERT_NE(partial, nullptr);
   EXPECT_EQ(partial->archive(),
             R"({"resources":[{"type":0,"url":"http://r","browserOptional":false},)"
             R"({"type":0,"url":"http://s","browserOptional":false}],"trackingEvents":[]})");
