@@ -1,4 +1,4 @@
-// Locations of the shared VAST corpus and the built tool, for tests.
+// The shared VAST corpus, for tests.
 #pragma once
 
 #include <filesystem>
@@ -11,10 +11,6 @@ namespace rkv::test {
 // The folder of third-party VAST documents: iab/ (the IAB samples) and synthetic/.
 inline std::filesystem::path corpusDir() {
   return RKV_CORPUS_DIR;
-}
-// The rkv executable built beside the tests.
-inline std::filesystem::path toolPath() {
-  return RKV_TOOL_PATH;
 }
 // The whole content of a file; an empty string when it cannot be read.
 inline std::string readFile(const std::filesystem::path& path) {

@@ -16,7 +16,6 @@ struct RKVTestAd {
   std::vector<std::string> starts;  // "start" tracking URLs of the linear creative
   std::optional<std::string> sequence;
   bool hasTitle = true;
-  bool hasAdTag = true;  // wrapper: writes its VASTAdTagURI
 };
 
 inline RKVTestAd wrapperAd(std::string id, std::optional<std::string> adTag) {
@@ -42,7 +41,7 @@ inline std::string vastAdXML(const RKVTestAd& ad) {
                     (ad.sequence ? " sequence=\"" + *ad.sequence + "\"" : "") + "><" + kind +
                     "><AdSystem>rkv-test</AdSystem>";
   if (ad.hasTitle) xml += "<AdTitle>" + ad.id + "</AdTitle>";
-  if (ad.adTag && ad.hasAdTag) xml += "<VASTAdTagURI><![CDATA[" + *ad.adTag + "]]></VASTAdTagURI>";
+  if (ad.adTag) xml += "<VASTAdTagURI><![CDATA[" + *ad.adTag + "]]></VASTAdTagURI>";
   xml += elements("<Impression>", "</Impression>", ad.impressions) +
          elements("<Error>", "</Error>", ad.errors);
   // A wrapper carries a linear creative only for its tracking.

@@ -225,18 +225,16 @@ TEST_F(RKVVASTManagerTest, AWrapperChainIsMergedIntoTheInlineAdWithEveryLevelsPi
   RKVVASTManagerResponse response = manager->nextAdWithTimeout(5.0, false);
   ASSERT_EQ(answer(response), "i/2");
   const RKVVASTAd& ad = *std::dynamic_pointer_cast<HandedOutAd>(response.ad())->ad;
-  EXPECT_EQ(urls(ad.impressions()),
-            "http://imp.example/i http://imp.example/w1 "
-            "http://imp.example/w0");
-  EXPECT_EQ(urls(ad.errorPixels()),
-            "http://err.example/i http://err.example/w1 "
-            "http://err.example/w0");
   std::vector<RKVVASTURL> starts;
   for (const auto& event : ad.linearCreatives().at(0)->trackingEvents())
     starts.emplace_back(event->eventURL());
-  EXPECT_EQ(urls(starts),
-            "http://start.example/i http://start.example/w1 "
-            "http://start.example/w0");
+  for (const auto& [kind, list] :
+       {std::pair<std::string, std::string>{"imp", urls(ad.impressions())},
+        {"err", urls(ad.errorPixels())},
+        {"start", urls(starts)}}) {
+    const std::string host = "http://" + kind + ".example/";
+    EXPECT_EQ(list, host + "i " + host + "w1 " + host + "w0");
+  }
   // Only the root document's wrapper is announced; every document is fetched once.
   EXPECT_EQ(delegate_->calls(), "ready | start w0");
   EXPECT_EQ(drain(*manager), kNoMoreAds);
@@ -285,7 +283,7 @@ TEST_F(RKVVASTManagerTest, AWrapperLeadingToAPodContributesItsFirstAdOrTheWholeP
 }
 
 // Every way a wrapper's fetch can fail, each bounded by the time-out (plus 10 %) and reported
-// with the wrapper's error URLs, and the checks of what is fetched.
+// with the wrapper's error URLs.
 TEST_F(RKVVASTManagerTest, FailedAndRefusedWrappersReachTheDelegateWithinTheTimeOut) {
   // A peer's reset must never reach the default action of SIGPIPE, which ends the process.
   struct sigaction previous {};
@@ -308,12 +306,6 @@ TEST_F(RKVVASTManagerTest, FailedAndRefusedWrappersReachTheDelegateWithinTheTime
   RKVTestRoute slowLoop = RKVTestRoute::redirect("/slow-loop");
   slowLoop.delay = 300ms;
   server_.setRoute("/slow-loop", slowLoop);
-  serve("/inline", {inlineAd("i")});
-  serve("/deeper", {wrapperAd("w2", url("/inline"))});  // a wrapper without impressions
-  RKVTestAd untitled = inlineAd("untitled");
-  untitled.hasTitle = false;
-  untitled.errors = {"http://err.example/untitled"};
-  serve("/untitled", {untitled});
   rusage before{};
   getrusage(RUSAGE_SELF, &before);
 
@@ -324,7 +316,6 @@ TEST_F(RKVVASTManagerTest, FailedAndRefusedWrappersReachTheDelegateWithinTheTime
     std::string adTag;
     std::string calls;  // after "ready"
     std::string answer = kNoMoreAds;
-    bool strict = false, impression = false;
   };
   const Case cases[] = {
       {url("/noad"),
@@ -343,22 +334,12 @@ TEST_F(RKVVASTManagerTest, FailedAndRefusedWrappersReachTheDelegateWithinTheTime
       {"file:///etc/passwd", fetch},
       {closed_, fetch},
       {tls.url("/vast"), fetch},  // a self-signed certificate
-      {"", "error VAST_VALIDATION_ERROR_MISSING_VASTADTAGURI" + pixels + "-"},
-      {url("/inline"), "error VAST_VALIDATION_ERROR_MISSING_IMPRESSION" + pixels + "-", kNoMoreAds,
-       true},
-      // Errors without a VAST code fire no pixel.
-      {url("/untitled"), "start w | error VAST_VALIDATION_ERROR_MISSING_ADTITLE [] text",
-       "untitled/1 | " + kNoMoreAds},
-      // Only first-level wrappers need impressions.
-      {url("/deeper"), "start w", "i/2 | " + kNoMoreAds, true, true},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.adTag);
     RKVTestAd wrapper = wrapperAd("w", c.adTag);
     wrapper.errors = {"http://err.example/w"};
-    wrapper.hasAdTag = !c.adTag.empty();
-    if (c.impression) wrapper.impressions = {"http://imp.example/w"};
-    auto manager = managerOver({wrapper}, {1.0, 5, false, c.strict});
+    auto manager = managerOver({wrapper}, {1.0, 5, false, false});
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(drain(*manager), c.answer);
     EXPECT_LE(secondsSince(start), 1.1);

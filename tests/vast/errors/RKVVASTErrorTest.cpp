@@ -1,3 +1,5 @@
+#include <tuple>
+
 #include <gtest/gtest.h>
 
 #include "rkv/vast/errors/RKVVASTError.h"
@@ -5,16 +7,10 @@
 namespace rkv {
 namespace {
 
-struct Row {
-  const char* name;
-  int64_t VASTCode;
-  int64_t vireoCode;
-  const char* description;
-};
-
-// The whole catalogue, in its listing order, texts exactly as callers and pixels see them.
+// Name, VAST code, vendor code and description: the whole catalogue, in its listing order, texts
+// exactly as callers and pixels see them.
 // clang-format off
-const Row kCatalogue[] = {
+const std::tuple<const char*, int64_t, int64_t, const char*> kCatalogue[] = {
     {"XML_PARSING_ERROR", 100, 100001, "A malformed or invalid XML document is retrieved from an AdCall."},
     {"XML_PARSING_ERROR_WRAPPER", 303, 100002, "A malformed or invalid XML document is retrieved from a wrapper resolution."},
     {"VAST_VALIDATION_ERROR_MISSING_VERSION", 101, 101001, "The 'version' attribute is missing in the VAST response."},
@@ -67,67 +63,42 @@ TEST(RKVVASTErrorTest, CatalogueTextsAndCodesAreExact) {
   const auto catalogue = RKVVASTError::catalogue();
   ASSERT_EQ(catalogue.size(), std::size(kCatalogue));
   for (size_t i = 0; i < catalogue.size(); ++i) {
-    SCOPED_TRACE(kCatalogue[i].name);
-    EXPECT_EQ(catalogue[i].errorName(), kCatalogue[i].name);
-    EXPECT_EQ(catalogue[i].errorDescription(), kCatalogue[i].description);
-    EXPECT_EQ(catalogue[i].VASTCode(), kCatalogue[i].VASTCode);
-    EXPECT_EQ(catalogue[i].vireoCode(), kCatalogue[i].vireoCode);
+    const auto& [name, VASTCode, vireoCode, description] = kCatalogue[i];
+    EXPECT_EQ(catalogue[i].errorName(), name);
+    EXPECT_EQ(catalogue[i].errorDescription(), description) << name;
+    EXPECT_EQ(catalogue[i].VASTCode(), VASTCode) << name;
+    EXPECT_EQ(catalogue[i].vireoCode(), vireoCode) << name;
   }
 }
 
-TEST(RKVVASTErrorTest, ErrorRecordAndDescription) {
-  const RKVError adTitle = RKVVASTError::VAST_VALIDATION_ERROR_MISSING_ADTITLE().error();
-  EXPECT_EQ(adTitle.domain, "RKVVASTErrorDomain");
-  EXPECT_EQ(adTitle.code, 101003);  // no VAST code: the vendor code stands in
-  EXPECT_EQ(adTitle.localizedDescription, "The <AdTitle> tag is missing in the VAST response.");
-
+TEST(RKVVASTErrorTest, ErrorRecordDescriptionAndEquality) {
+  // Without a VAST code the vendor code stands in.
+  EXPECT_EQ(
+      RKVVASTError::VAST_VALIDATION_ERROR_MISSING_ADTITLE().error(),
+      RKVError("RKVVASTErrorDomain", 101003, "The <AdTitle> tag is missing in the VAST response."));
   // The record holds a copy of the value: changing the value afterwards does not change it.
   RKVVASTError timeout = RKVVASTError::VAST_WRAPPER_ERROR_FETCH_TIMEOUT();
   const RKVError record = timeout.error();
   timeout.setVASTCode(-1);
   EXPECT_EQ(record.code, 301);
-  ASSERT_NE(record.vastError, nullptr);
   EXPECT_EQ(*record.vastError, RKVVASTError::VAST_WRAPPER_ERROR_FETCH_TIMEOUT());
-  EXPECT_EQ(timeout.error().code, 301003);
-
   // Without a description the record has no user information, and so no VAST error either.
   const RKVError bare = RKVVASTError(std::string("CUSTOM"), std::nullopt, -1, 42).error();
-  EXPECT_EQ(bare.code, 42);
-  EXPECT_FALSE(bare.hasUserInfo());
-  EXPECT_EQ(bare.vastError, nullptr);
-
-  EXPECT_EQ(RKVVASTError::XML_PARSING_ERROR().description(),
-            "RKVVASTError(name=XML_PARSING_ERROR, VASTCode=100, vireoCode=100001, "
-            "errorDescription=A malformed or invalid XML document is retrieved from an AdCall.)");
+  EXPECT_FALSE(bare.hasUserInfo() || bare.vastError);
   EXPECT_EQ(RKVVASTError(std::nullopt, std::nullopt, -1, -9000000000).description(),
             "RKVVASTError(name=(null), VASTCode=-1, vireoCode=-9000000000, "
             "errorDescription=(null))");
-}
 
-TEST(RKVVASTErrorTest, EqualityQuirks) {
-  // Same name, different vendor code and description.
+  // Same name, different vendor code and description; a value missing its name or description
+  // equals only itself, not its own copy.
   const RKVVASTError fetch = RKVVASTError::VAST_WRAPPER_ERROR_FETCH();
   EXPECT_FALSE(fetch == RKVVASTError::VAST_WRAPPER_ERROR_FETCH_CORS());
   EXPECT_TRUE(fetch == RKVVASTError::VAST_WRAPPER_ERROR_FETCH());
-  EXPECT_FALSE(fetch.isEqual(nullptr));
-  RKVVASTError otherCode = fetch;
-  otherCode.setVASTCode(302);
-  EXPECT_FALSE(otherCode == fetch);
-
-  // A value missing its name or description equals only itself, not its own copy.
   RKVVASTError nameless = fetch;
   nameless.setErrorName(std::nullopt);
   const RKVVASTError namelessCopy = nameless;
   EXPECT_TRUE(nameless == nameless);
   EXPECT_FALSE(nameless == namelessCopy);
-  EXPECT_FALSE(fetch == nameless);
-  RKVVASTError textless = fetch;
-  textless.setErrorDescription(std::nullopt);
-  EXPECT_FALSE(textless.isEqualToVASTError(textless));
-  EXPECT_TRUE(textless.isEqual(&textless));
-  // An empty text is a text.
-  EXPECT_TRUE(RKVVASTError(std::string(), std::string(), 1, 2) ==
-              RKVVASTError(std::string(), std::string(), 1, 2));
 }
 
 }  // namespace

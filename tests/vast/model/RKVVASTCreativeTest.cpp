@@ -1,4 +1,6 @@
-// Media files and their selection, and the linear, non-linear, companion and icon creatives.
+// Media files and their selection, the linear, non-linear, companion and icon creatives, their
+// events, URLs and universal ad ids.
+
 #include <memory>
 #include <optional>
 #include <string>
@@ -7,20 +9,29 @@
 #include <gtest/gtest.h>
 
 #include "rkv/vast/errors/RKVVASTError.h"
+#include "rkv/vast/model/RKVVASTClickEvent.h"
 #include "rkv/vast/model/RKVVASTCreativeCompanion.h"
 #include "rkv/vast/model/RKVVASTCreativeIcon.h"
 #include "rkv/vast/model/RKVVASTCreativeLinear.h"
 #include "rkv/vast/model/RKVVASTCreativeNonLinear.h"
 #include "rkv/vast/model/RKVVASTMediaFile.h"
 #include "rkv/vast/model/RKVVASTMediaFileSelector.h"
+#include "rkv/vast/model/RKVVASTTrackingEvent.h"
+#include "rkv/vast/model/RKVVASTURL.h"
+#include "rkv/vast/model/RKVVASTUniversalAdId.h"
+#include "rkv/vast/model/RKVVASTViewabilityEvent.h"
 
+#include "tests/support/RKVLogCapture.h"
+#include "tests/vast/RKVReportRecorder.h"
 #include "tests/vast/model/RKVModelTestSupport.h"
 
 namespace rkv {
 namespace {
 
+using std::nullopt;
 using test::element;
 using Strings = std::vector<std::string>;
+using Tracking = RKVVASTTrackingEvent;
 using Texts = std::vector<std::optional<std::string>>;
 using Floats = std::vector<float>;
 
@@ -28,17 +39,19 @@ std::string text(const std::optional<RKVVASTURL>& url) {
   return url ? url->url().absoluteString() : "-";
 }
 
-Strings texts(const std::vector<RKVVASTURL>& list) {
-  Strings result;
-  for (const RKVVASTURL& url : list)
-    result.push_back(url.url().absoluteString());
-  return result;
-}
-
 std::shared_ptr<RKVVASTMediaFile> mediaFile(const std::string& attributes,
                                             const std::string& url = "http://m.test/f") {
   return RKVVASTMediaFile::withDictionary(
       *element("<MediaFile " + attributes + ">" + url + "</MediaFile>"));
+}
+
+std::shared_ptr<Tracking> tracking(const std::string& attributes,
+                                   const std::string& text = "http://t.test/") {
+  return Tracking::withDictionary(*element("<Tracking " + attributes + ">" + text + "</Tracking>"));
+}
+
+RKVURL url(std::string_view text) {
+  return RKVURL::withString(text).value();
 }
 
 TEST(RKVVASTMediaFileTest, SupportedTypesAndAttributes) {
@@ -127,17 +140,6 @@ TEST(RKVVASTMediaFileSelectorTest, Choices) {
   EXPECT_EQ(RKVVASTMediaFileSelector(0, 5000, {nullptr, only, nullptr}).mediaFile(), only);
 }
 
-// Records the names of the errors a creative reports, checking that each list is fresh.
-struct Reports {
-  Strings names;
-  RKVVASTInnerErrorHandler handler() {
-    return [this](const RKVVASTError& error, std::vector<RKVVASTURL>& errorURLs) {
-      EXPECT_TRUE(errorURLs.empty());
-      names.push_back(error.errorName().value_or("(null)"));
-    };
-  }
-};
-
 TEST(RKVVASTCreativeLinearTest, ReadsALinearElement) {
   auto linear = RKVVASTCreativeLinear::withDictionary(
       *element("<Linear skipoffset='00:00:05'><Duration>00:00:30.000</Duration>"
@@ -167,7 +169,7 @@ TEST(RKVVASTCreativeLinearTest, ReadsALinearElement) {
   EXPECT_EQ(files,
             (Strings{"http://m/3000", "http://m/vpaid2", "http://m/6000", "http://m/vpaid"}));
   EXPECT_EQ(text(linear->clickThrough()), "http://c/landing");
-  EXPECT_EQ(texts(linear->clickTracking()), (Strings{"http://c/1", "http://c/2"}));
+  EXPECT_EQ(test::urlTexts(linear->clickTracking()), (Strings{"http://c/1", "http://c/2"}));
   ASSERT_EQ(linear->icons().size(), 2u);  // the icon without a resource is dropped
   EXPECT_EQ(linear->icons()[1]->program(), "frame");
   // Under the 5000 cap the 3000 file is the richest (the VPAID files declare no bitrate: 0).
@@ -200,13 +202,13 @@ TEST(RKVVASTCreativeLinearTest, Reporting) {
   };
   for (const auto& [content, wrapper, errorPlace, made, reported, kept] : cases) {
     SCOPED_TRACE(content + (wrapper ? " (wrapper)" : "") + (errorPlace ? " (place)" : ""));
-    Reports reports;
+    test::RKVReportRecorder reports;
     std::optional<RKVError> error;
     auto linear = RKVVASTCreativeLinear::withDictionary(
         *element("<Linear>" + content + "</Linear>"), errorPlace ? &error : nullptr,
-        reports.handler(), wrapper);
+        reports.inner(), wrapper);
     ASSERT_EQ(linear != nullptr, made);
-    EXPECT_EQ(reports.names, reported.empty() ? Strings{} : Strings{reported});
+    EXPECT_EQ(reports.lines(), reported.empty() ? Strings{} : Strings{reported});
     EXPECT_EQ(error ? error->code : 0, reported == media ? 401 : 0);
     EXPECT_EQ(linear && linear->isValidForWrapper(false), kept);
     EXPECT_EQ(linear && linear->isValidForWrapper(true), made);
@@ -265,12 +267,12 @@ TEST(RKVVASTCreativeResourcesTest, ResourcePrecedenceAndTheNonLinearError) {
       RKVVASTCreativeCompanion::withDictionary(*element("<Companion/>"))->isValidForWrapper(false));
   for (bool wrapper : {false, true}) {
     std::optional<RKVError> error;
-    Reports reports;
+    test::RKVReportRecorder reports;
     EXPECT_EQ(RKVVASTCreativeNonLinear::withDictionary(*element("<NonLinear width='3'/>"), &error,
-                                                       reports.handler(), wrapper),
+                                                       reports.inner(), wrapper),
               nullptr);
     EXPECT_EQ(error, RKVVASTError::VAST_VALIDATION_ERROR_NONLINEAR_MISSING_RESOURCE().error());
-    EXPECT_TRUE(reports.names.empty());
+    EXPECT_TRUE(reports.lines().empty());
   }
 }
 
@@ -285,7 +287,7 @@ TEST(RKVVASTCreativeResourcesTest, ClicksAndTracking) {
   EXPECT_EQ((Floats{nonLinear->width(), nonLinear->expandedWidth(), nonLinear->expandedHeight()}),
             (Floats{300, 600, 0}));
   EXPECT_EQ(text(nonLinear->clickThrough()), "http://c/through");
-  EXPECT_EQ(texts(nonLinear->clickTracking()), (Strings{"http://c/1", "http://c/2"}));
+  EXPECT_EQ(test::urlTexts(nonLinear->clickTracking()), (Strings{"http://c/1", "http://c/2"}));
   // Its tracking comes from the enclosing NonLinearAds, never from the element.
   EXPECT_TRUE(nonLinear->trackingEvents().empty());
 
@@ -301,7 +303,7 @@ TEST(RKVVASTCreativeResourcesTest, ClicksAndTracking) {
       "<TrackingEvents><Tracking event='creativeView'>http://t/cv</Tracking></TrackingEvents>"
       "</Companion>"));
   EXPECT_EQ(text(companion->clickThrough()), "http://c/second");
-  EXPECT_EQ(texts(companion->clickTracking()), Strings{"http://c/1"});
+  EXPECT_EQ(test::urlTexts(companion->clickTracking()), Strings{"http://c/1"});
   EXPECT_EQ(companion->trackingEvents().size(), 1u);
 
   // Only the first IconClicks counts; click elements outside it are not the icon's.
@@ -312,7 +314,142 @@ TEST(RKVVASTCreativeResourcesTest, ClicksAndTracking) {
       "<IconClicks><IconClickThrough>http://c/second</IconClickThrough></IconClicks></Icon>"));
   EXPECT_EQ((Floats{icon->xPosition(), icon->yPosition()}), (Floats{0, 12}));
   EXPECT_EQ(icon->clickThrough(), std::nullopt);
-  EXPECT_EQ(texts(icon->clickTracking()), Strings{"http://c/1"});
+  EXPECT_EQ(test::urlTexts(icon->clickTracking()), Strings{"http://c/1"});
+}
+
+TEST(RKVVASTURLTest, TextsAndTreeValues) {
+  for (const char* text : {"", "\xC2\xA0\t", "http://bad host/"})
+    EXPECT_FALSE(RKVVASTURL::withString(text)) << text;
+  const std::optional<RKVVASTURL> expected = RKVVASTURL::withString("http://a.test/i?e=[E]");
+  EXPECT_EQ(expected->description(), "RKVVASTURL(url=http://a.test/i?e=%5BE%5D)");
+  // A string is read as it is and an element through its text; anything else is no URL.
+  EXPECT_EQ(RKVVASTURL::fromXML(RKVXMLValue("http://a.test/i?e=[E]")), expected);
+  EXPECT_EQ(RKVVASTURL::fromXML(RKVXMLValue(element("<I> http://a.test/i?e=[E] </I>"))), expected);
+  for (const RKVXMLValue& value :
+       {RKVXMLValue("   "), RKVXMLValue(), RKVXMLValue(element("<I id='1'/>")),
+        RKVXMLValue(element("<I>http://a.test/<B/>x</I>")),  // interrupted text
+        RKVXMLValue(RKVXMLArray::make({"http://a.test/"}))})
+    EXPECT_FALSE(RKVVASTURL::fromXML(value));
+}
+
+TEST(RKVVASTTrackingEventTest, NamesElementsAndLists) {
+  test::RKVLogCapture log;
+  for (const char* name : {"creativeView", "start", "firstSecond", "firstQuartile", "midpoint",
+                           "thirdQuartile", "complete", "progress", "loaded"})
+    EXPECT_TRUE(tracking(std::string("event='") + name + "'")->isEventConsumable()) << name;
+  for (const char* name : {"click", "mute", "pause", "resume", "fullscreen", "skip",
+                           "vpaidAdInteraction", "playerExpand", "playerCollapse"})
+    EXPECT_FALSE(tracking(std::string("event='") + name + "'")->isEventConsumable()) << name;
+  // "viewcount" is consumable but comes only from extension metrics; names are case-sensitive;
+  // refusing a name logs nothing, an unknown name made by hand is logged and never consumed.
+  EXPECT_TRUE(Tracking::isEventConsumableFromName("viewcount"));
+  for (const char* name : {"viewcount", "Start", "acceptInvitation", ""})
+    EXPECT_EQ(tracking(std::string("event='") + name + "'"), nullptr) << name;
+  EXPECT_TRUE(log.debugMessages().empty());
+  EXPECT_FALSE(Tracking("acceptInvitation", nullopt, url("http://t/")).isEventConsumable());
+  EXPECT_FALSE(RKVVASTViewabilityEvent("start", url("http://v/")).isEventConsumable());
+  EXPECT_EQ(log.debugMessages().size(), 2u);
+
+  for (const char* xml :
+       {"<Tracking event='start'>   </Tracking>", "<Tracking>http://t.test/</Tracking>",
+        "<Tracking event='start'>http://t.test/<B/>x</Tracking>"})
+    EXPECT_EQ(Tracking::withDictionary(*element(xml)), nullptr) << xml;
+  auto progress = tracking("event='progress' offset='00:00:05.000'", "http://t.test/p?x=[A]");
+  EXPECT_EQ(progress->offset(), "00:00:05.000");
+  EXPECT_EQ(progress->eventURL().absoluteString(), "http://t.test/p?x=%5BA%5D");
+  auto metric = Tracking::withExtensionDictionary(
+      *element("<Metric name='viewcount' offset='10%'>http://m.test/v</Metric>"));
+  EXPECT_EQ(metric->eventName() + " " + *metric->offset(), "viewcount 10%");
+  for (const char* xml : {"<Metric name='start'>http://m.test/</Metric>",
+                          "<Metric name='ViewCount'>http://m/</Metric>"})
+    EXPECT_EQ(Tracking::withExtensionDictionary(*element(xml)), nullptr) << xml;
+
+  // Only the first TrackingEvents is read; invalid entries are skipped, order is kept; a list
+  // with nothing valid is absent.
+  auto found = Tracking::findTrackingEvents(
+      *element("<Linear><TrackingEvents><Tracking event='start'>http://t.test/1</Tracking>"
+               "<Tracking event='Start'>http://t.test/x</Tracking>"
+               "<Tracking event='pause'>http://t.test/2</Tracking></TrackingEvents>"
+               "<TrackingEvents><Tracking event='mute'>http://t.test/3</Tracking>"
+               "</TrackingEvents></Linear>"));
+  Strings urls;
+  for (const auto& event : found.value())
+    urls.push_back(event->eventURL().absoluteString());
+  EXPECT_EQ(urls, (Strings{"http://t.test/1", "http://t.test/2"}));
+  EXPECT_EQ(
+      Tracking::findTrackingEvents(*element(
+          "<L><TrackingEvents><Tracking event='x'>http://t/</Tracking></TrackingEvents></L>")),
+      nullopt);
+}
+
+TEST(RKVVASTTrackingEventTest, EqualityCopyAndArchive) {
+  auto a = tracking("event='progress' offset='25%'");
+  for (const auto& other : {tracking("event='progress' offset='50%'"), tracking("event='progress'"),
+                            tracking("event='complete' offset='25%'"),
+                            tracking("event='progress' offset='25%'", "http://t.test/q")})
+    EXPECT_FALSE(a->isEqual(*other));
+  auto b = a->copy();
+  EXPECT_TRUE(b != a && *b == *a);
+  b->setEventOffset(3);
+  EXPECT_FALSE(*a == *b);
+  // Events of different classes are never equal, even with the same name and URL.
+  const RKVURL one = url("http://v.test/1");
+  Tracking tracked("viewcount", nullopt, one);
+  RKVVASTViewabilityEvent viewed("viewcount", one);
+  EXPECT_FALSE(viewed.isEqual(tracked) || tracked.isEqual(viewed));
+
+  auto pause = tracking("event='pause'", "http://t.test/p?e=[ERRORCODE]");
+  EXPECT_EQ(pause->archive(),
+            R"({"name":"pause","url":"http://t.test/p?e=%5BERRORCODE%5D","eventOffset":-1.0})");
+  for (const auto& event : {a, b, pause})
+    EXPECT_TRUE(*Tracking::unarchive(event->archive()) == *event) << event->archive();
+  for (const auto& event : {RKVVASTViewabilityEvent::viewableEventWithURL(one),
+                            RKVVASTViewabilityEvent::notViewableEventWithURL(one),
+                            RKVVASTViewabilityEvent::viewUndeterminedEventWithURL(one)})
+    EXPECT_TRUE(*RKVVASTViewabilityEvent::unarchive(event->archive()) == *event)
+        << event->archive();
+  for (const char* json :
+       {"[]", R"({"name":"start"})", R"({"name":"start","url":"http://bad host/"})"})
+    EXPECT_EQ(Tracking::unarchive(json), nullptr) << json;
+
+  auto click = RKVVASTClickEvent::withType("clickThrough", "http://c.test/landing");
+  EXPECT_TRUE(*click == RKVVASTClickEvent("clickThrough", url("http://c.test/landing")));
+  EXPECT_FALSE(*click == RKVVASTClickEvent("clickTracking", url("http://c.test/landing")));
+  EXPECT_EQ(RKVVASTClickEvent::withType(" \t", "http://c/"), nullptr);
+  EXPECT_EQ(RKVVASTClickEvent::withType("click", "http://bad host/"), nullptr);
+}
+
+TEST(RKVVASTUniversalAdIdTest, ReadsElementsAndArchives) {
+  // The text wins over the older idValue attribute; interrupted text is no text; "unknown"
+  // (exactly) as the value means no id.
+  const std::pair<const char*, const char*> cases[] = {
+      {"<UniversalAdId idRegistry='REG-A'>ABCD0001</UniversalAdId>", "REG-A/ABCD0001"},
+      {"<UniversalAdId idRegistry='REG-A'>unknown</UniversalAdId>", "-"},
+      {"<UniversalAdId idRegistry='REG-A'>Unknown</UniversalAdId>", "REG-A/Unknown"},
+      {"<UniversalAdId idRegistry='REG-A' idValue='OLD-1'/>", "REG-A/OLD-1"},
+      {"<UniversalAdId idRegistry='REG-A' idValue='OLD-1'>NEW-1</UniversalAdId>", "REG-A/NEW-1"},
+      {"<UniversalAdId idRegistry='REG-A' idValue='unknown'/>", "-"},
+      {"<UniversalAdId idRegistry='REG-A' idValue='OLD-2'>a<B/>b</UniversalAdId>", "REG-A/OLD-2"},
+      {"<UniversalAdId idRegistry='REG-A'/>", "-"},
+      {"<UniversalAdId idRegistry=''>X1</UniversalAdId>", "-"},
+      {"<UniversalAdId idValue='OLD-1'>ABCD0001</UniversalAdId>", "-"},
+  };
+  for (const auto& [xml, expected] : cases) {
+    auto id = RKVVASTUniversalAdId::withDictionary(*element(xml));
+    EXPECT_EQ(id ? id->registry() + "/" + id->value() : "-", expected) << xml;
+  }
+  // The same rule holds when the text is empty in a tree built by hand.
+  auto handMade = RKVXMLDictionary::make({{"_idRegistry", "R"}, {"__text", ""}, {"_idValue", "V"}});
+  EXPECT_EQ(RKVVASTUniversalAdId::withDictionary(*handMade)->value(), "V");
+
+  auto a = RKVVASTUniversalAdId::withRegistry("REG-A", "ABCD0001");
+  EXPECT_NE(a, RKVVASTUniversalAdId::withRegistry("REG-B", "ABCD0001"));
+  EXPECT_NE(a, RKVVASTUniversalAdId::withRegistry("REG-A", "abcd0001"));
+  EXPECT_EQ(a->archive(), R"({"registry":"REG-A","value":"ABCD0001"})");
+  EXPECT_EQ(RKVVASTUniversalAdId::unarchive(a->archive()), a);
+  for (const char* json :
+       {R"({"registry":"R","value":1})", R"({"registry":"R","value":"unknown"})"})
+    EXPECT_FALSE(RKVVASTUniversalAdId::unarchive(json)) << json;
 }
 
 }  // namespace

@@ -1,0 +1,322 @@
+// The rkv tool, run in-process: version, help and the error catalogue; inspect over the corpus,
+// standard input and loopback URLs; resolve's log of delegate calls and answers.
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <unistd.h>
+
+#include "rkv/RKVBuildInfo.h"
+
+#include "tests/support/RKVTestHTTPServer.h"
+#include "tests/support/RKVTestPaths.h"
+#include "tests/support/RKVTestVASTDocuments.h"
+#include "tools/rkv/RKVCommandLine.h"
+
+namespace rkv::cli {
+namespace {
+
+namespace fs = std::filesystem;
+using Json = nlohmann::ordered_json;
+using Strings = std::vector<std::string>;
+using test::inlineAd;
+using test::RKVTestAd;
+using test::RKVTestRoute;
+using test::vastXML;
+using test::wrapperAd;
+
+struct Result {
+  int status;
+  std::string out, err;
+  // The one JSON value printed; fails the test when the output is not one.
+  Json json() const {
+    Json json = Json::parse(out, nullptr, false);
+    EXPECT_FALSE(json.is_discarded()) << out.substr(0, 200);
+    return json;
+  }
+};
+
+Result runTool(Strings args, const std::string& input = "") {
+  args.insert(args.begin(), "rkv");
+  std::vector<const char*> argv;
+  for (const auto& arg : args)
+    argv.push_back(arg.c_str());
+  std::istringstream in(input);
+  std::streambuf* const standardInput = std::cin.rdbuf(in.rdbuf());
+  std::ostringstream out, err;
+  const int status = run(static_cast<int>(argv.size()), argv.data(), out, err);
+  std::cin.rdbuf(standardInput);
+  return {status, out.str(), err.str()};
+}
+
+std::string sample(const char* name) {
+  return (test::corpusDir() / name).string();
+}
+
+TEST(RKVToolTest, VersionHelpAndTheErrorCatalogue) {
+  EXPECT_EQ(runTool({"--version"}).out,
+            std::string("RKVCoreKit ") + build::kVersion + " (revision 204)\n");
+  for (const Strings& args : {Strings{"--help"}, Strings{}}) {
+    const Result help = runTool(args);
+    EXPECT_EQ(help.status, kExitSuccess);
+    for (const char* piece : {"--version", "errors", "inspect", "resolve"})
+      EXPECT_NE(help.out.find(piece), std::string::npos) << piece;
+  }
+  const Result unknown = runTool({"no-such-command"});
+  EXPECT_EQ(unknown.status, kExitUsage);
+  EXPECT_EQ(unknown.out, "");
+
+  const Json all = runTool({"errors"}).json();
+  ASSERT_EQ(all.size(), 45u);
+  EXPECT_EQ(all[0]["name"], "XML_PARSING_ERROR");
+  EXPECT_EQ(all[0]["vireoCode"], 100001);
+  // A code matches the VAST code or the vendor code.
+  std::vector<int64_t> vendorCodes;
+  const Json some = runTool({"errors", "301", "10000301"}).json();
+  for (const auto& entry : some)
+    vendorCodes.push_back(entry["vireoCode"]);
+  EXPECT_EQ(vendorCodes, (std::vector<int64_t>{101006, 301001, 301002, 301003, 10000301}));
+  EXPECT_EQ(runTool({"errors", "7"}).status, kExitFailure);
+  EXPECT_EQ(runTool({"errors", "seven"}).status, kExitUsage);
+}
+
+TEST(RKVToolTest, InspectGivesOneJSONObjectForEveryCorpusDocument) {
+  const Strings keys = {"ok",      "error",   "reported",    "version", "errorPixels",
+                        "isAdPod", "mainAds", "passbackAds", "ads"};
+  size_t documents = 0, refused = 0;
+  for (const auto& entry : fs::recursive_directory_iterator(test::corpusDir())) {
+    if (entry.path().extension() != ".xml") continue;
+    SCOPED_TRACE(entry.path());
+    ++documents;
+    const Result result = runTool({"inspect", "--json", entry.path().string()});
+    const Json json = result.json();
+    Strings found;
+    for (const auto& item : json.items())
+      found.push_back(item.key());
+    EXPECT_EQ(found, keys);
+    EXPECT_EQ(json["ok"], result.status == kExitSuccess);
+    // The VAST 1.0 documents (no version attribute) are refused cleanly.
+    if (test::readFile(entry.path()).find("<VideoAdServingTemplate") != std::string::npos) {
+      ++refused;
+      EXPECT_EQ(result.status, kExitFailure);
+      EXPECT_EQ(json["reported"][0]["name"], "VAST_VALIDATION_ERROR_MISSING_VERSION");
+      EXPECT_EQ(json["error"]["code"], 101);
+    } else {
+      EXPECT_EQ(result.status, kExitSuccess);
+    }
+  }
+  EXPECT_EQ(documents, 76u);
+  EXPECT_EQ(refused, 6u);
+}
+
+size_t occurrences(const std::string& text, const std::string& piece) {
+  size_t count = 0;
+  for (size_t at = text.find(piece); at != std::string::npos; at = text.find(piece, at + 1))
+    ++count;
+  return count;
+}
+
+// The number of values at `path` below `json`: keys separated by "/", "*" for every element.
+size_t count(const Json& json, std::string_view path) {
+  if (path.empty()) return 1;
+  const std::string key(path.substr(0, path.find('/')));
+  const std::string_view rest = path.substr(std::min(path.size(), key.size() + 1));
+  size_t total = 0;
+  if (key == "*") {
+    for (const Json& item : json)
+      total += count(item, rest);
+  } else if (json.contains(key)) {
+    total = count(json[key], rest);
+  }
+  return total;
+}
+
+TEST(RKVToolTest, InspectShowsWhatTheSamplesContain) {
+  for (const char* name :
+       {"iab/vast-4.2/Inline_Linear_Tag-test.xml", "iab/vast-4.2/Inline_Companion_Tag-test.xml",
+        "iab/vast-4.1/Ad_Verification-test.xml", "iab/vast-3.0/Inline_Non-Linear_Tag-test.xml",
+        "iab/vast-4.0/Wrapper_Tag-test.xml",
+        "iab/vast-1-2.0/tremor-video-samples/vast2Nonlinear.xml",
+        "synthetic/vast-4.2-200ads.xml"}) {
+    SCOPED_TRACE(name);
+    const std::string xml = test::readFile(sample(name));
+    const Json ads = runTool({"inspect", "--json", sample(name)}).json()["ads"];
+    EXPECT_EQ(ads.size(), occurrences(xml, "<Ad "));
+    EXPECT_EQ(occurrences(ads.dump(), R"("kind":"wrapper")"), occurrences(xml, "<Wrapper"));
+    EXPECT_EQ(count(ads, "*/impressions/*"), occurrences(xml, "<Impression"));
+    EXPECT_EQ(count(ads, "*/linear/*/mediaFiles/*"), occurrences(xml, "<MediaFile "));
+    EXPECT_EQ(count(ads, "*/nonLinear/*"), occurrences(xml, "<NonLinear "));
+    EXPECT_EQ(count(ads, "*/adVerifications/*"),
+              occurrences(xml, "<Verification>") + occurrences(xml, "<Verification "));
+    // Every tracking event of every creative, icons included, and of every verification.
+    size_t tracking = count(ads, "*/linear/*/icons/*/trackingEvents/*");
+    for (const std::string kind : {"linear", "nonLinear", "companion", "adVerifications"})
+      tracking += count(ads, "*/" + kind + "/*/trackingEvents/*");
+    EXPECT_EQ(tracking, occurrences(xml, "<Tracking "));
+    EXPECT_EQ(occurrences(ads.dump(), R"("valid":false)"), 0u);
+  }
+  const Json linear =
+      runTool({"inspect", "--json", sample("iab/vast-4.2/Inline_Linear_Tag-test.xml")})
+          .json()["ads"][0]["linear"][0];
+  EXPECT_EQ(linear["duration"], "00:00:16");
+  EXPECT_EQ(linear["mostAppropriateMediaFile"],
+            "https://iab-publicfiles.s3.amazonaws.com/vast/VAST-4.0-Short-Intro.mp4");
+}
+
+TEST(RKVToolTest, InspectOutlineInputsURLsAndExitStatuses) {
+  const Result outline = runTool({"inspect", sample("iab/vast-4.2/Inline_Companion_Tag-test.xml")});
+  EXPECT_EQ(outline.status, kExitSuccess);
+  for (const char* piece : {"VAST 4.2: 1 ad(s)", "linear creative 1", "media file video/mp4",
+                            "tracking start", "companion creative 1"})
+    EXPECT_NE(outline.out.find(piece), std::string::npos) << piece << "\n" << outline.out;
+
+  // Standard input, read as the answer to a wrapper: the wrapper forms of the errors.
+  const Result piped = runTool({"inspect", "--json", "--wrapper", "-"}, "<VAST version='4.2'>");
+  EXPECT_EQ(piped.status, kExitFailure);
+  EXPECT_EQ(piped.json()["reported"][0]["name"], "XML_PARSING_ERROR_WRAPPER");
+  // A document without ads has a model, and so succeeds, with the missing-ad error.
+  const Result empty =
+      runTool({"inspect", "--json", "-"},
+              "<VAST version='3.0'><Error>http://e.test/[ERRORCODE]</Error></VAST>");
+  EXPECT_EQ(empty.status, kExitSuccess);
+  EXPECT_EQ(empty.json()["error"]["code"], 101);
+  EXPECT_EQ(empty.json()["errorPixels"], Json::array({"http://e.test/%5BERRORCODE%5D"}));
+  EXPECT_EQ(runTool({"inspect", "/no/such/file.xml"}).status, kExitUsage);
+  EXPECT_EQ(runTool({"inspect"}).status, kExitUsage);
+
+  // URLs are downloaded as wrappers are: the body of a 404 is read, a time-out reported.
+  test::RKVTestHTTPServer server;
+  const std::string document = test::readFile(sample("iab/vast-4.2/Inline_Linear_Tag-test.xml"));
+  server.setRoute("/vast", RKVTestRoute::answer(404, document));
+  server.setRoute("/slow", RKVTestRoute::answer(200, document, std::chrono::seconds(5)));
+  const Result found = runTool({"inspect", "--json", server.url("/vast")});
+  EXPECT_EQ(found.status, kExitSuccess) << found.err;
+  EXPECT_EQ(found.json()["ads"].size(), 1u);
+  const Result slow = runTool({"inspect", "--json", "--timeout", "0.3", server.url("/slow")});
+  EXPECT_EQ(slow.status, kExitFailure);
+  EXPECT_EQ(slow.json()["reported"][0]["name"], "VAST_WRAPPER_ERROR_FETCH_TIMEOUT");
+}
+
+class RKVResolveTest : public ::testing::Test {
+ protected:
+  ~RKVResolveTest() override { fs::remove(file_); }
+  // Writes the root document and returns its path.
+  std::string root(const std::vector<RKVTestAd>& ads) {
+    std::ofstream(file_) << vastXML(ads);
+    return file_.string();
+  }
+  void serve(const std::string& path, const std::vector<RKVTestAd>& ads) {
+    server_.setRoute(path, RKVTestRoute::answer(200, vastXML(ads)));
+  }
+  // One line per entry of a JSON log: the event with its ad or error name, or the answer's ad
+  // and depth or error code.
+  static std::string summary(const Json& log) {
+    std::string text;
+    for (const Json& entry : log) {
+      text += text.empty() ? "" : " | ";
+      if (entry.contains("event")) {
+        text += entry["event"].get<std::string>() + " " + entry.value("adID", "") +
+                entry.value("name", "");
+      } else if (entry.contains("ad")) {
+        text += entry["ad"]["id"].get<std::string>() + "/" + entry["ad"]["wrapperDepth"].dump();
+      } else {
+        text += entry["error"]["code"].dump();
+      }
+    }
+    return text;
+  }
+
+  test::RKVTestHTTPServer server_;
+  fs::path file_ =
+      fs::temp_directory_path() / ("rkv-resolve-" + std::to_string(::getpid()) + ".xml");
+};
+
+TEST_F(RKVResolveTest, TheJSONLogHasEveryCallAndAnswerInOrder) {
+  serve("/w1", {wrapperAd("w1", server_.url("/inline"))});
+  serve("/inline", {inlineAd("i")});
+  server_.setRoute("/noad", RKVTestRoute::answer(200, vastXML({}, {"http://err.example/noad"})));
+  RKVTestAd passback = wrapperAd("wp", server_.url("/noad"));
+  passback.errors = {"http://err.example/wp"};
+  const Result result = runTool(
+      {"resolve", root({wrapperAd("w0", server_.url("/w1")), passback}), "--json", "--fail"});
+  ASSERT_EQ(result.status, kExitSuccess) << result.err;
+  const Json log = result.json()["log"];
+  EXPECT_EQ(summary(log),
+            "ready  | startResolveWrapper w0 | i/2 | startResolveWrapper wp | "
+            "vastError VAST_WRAPPER_ERROR_NOT_VAST_RESPONSE | 10007");
+  EXPECT_EQ(log[2]["next"], Json::parse(R"({"dueToAdFailure": false})"));
+  EXPECT_EQ(log[4], Json::parse(R"({"event": "vastError",
+      "name": "VAST_WRAPPER_ERROR_NOT_VAST_RESPONSE", "vastCode": 303, "vendorCode": 303001,
+      "errorURLs": ["http://err.example/noad", "http://err.example/wp"],
+      "hasVASTResponse": true})"));
+  EXPECT_EQ(log[5], Json::parse(R"({"next": {"dueToAdFailure": true}, "error":
+      {"domain": "RKVVASTErrorDomain", "code": 10007, "description": "No more Passback."}})"));
+}
+
+TEST_F(RKVResolveTest, OptionsShapeTheResolution) {
+  std::vector<RKVTestAd> pod = {inlineAd("p2"), inlineAd("p1"), inlineAd("p3")};
+  for (auto& ad : pod)
+    ad.sequence = ad.id.substr(1);
+  serve("/pod", pod);
+  serve("/w1", {wrapperAd("w1", server_.url("/inline"))});
+  serve("/inline", {inlineAd("i")});
+  server_.setRoute("/silent", RKVTestRoute::misbehaving(test::RKVTestServerBehavior::NeverAnswer));
+  RKVTestAd impressed = wrapperAd("w", server_.url("/inline"));
+  impressed.impressions = {"http://imp.example/w"};
+  struct Case {
+    std::vector<RKVTestAd> ads;  // the root document; none: the URL of /inline
+    Strings options;
+    std::string answers;
+    int status;
+  };
+  const Case cases[] = {
+      {{wrapperAd("w", server_.url("/pod"))}, {}, "p2/1 | 10005", kExitSuccess},
+      {{wrapperAd("w", server_.url("/pod"))}, {"--pods"}, "p1/1 | p2/1 | p3/1 | 10005", 0},
+      {{wrapperAd("w0", server_.url("/w1"))}, {"--max-wrappers", "1"}, "10005", kExitFailure},
+      {{wrapperAd("w", server_.url("/inline"))}, {"--strict-impressions"}, "10005", kExitFailure},
+      {{impressed}, {"--strict-impressions"}, "i/1 | 10005", kExitSuccess},
+      {{wrapperAd("w", server_.url("/silent"))}, {"--timeout", "0.5"}, "10005", kExitFailure},
+      {{inlineAd("a"), inlineAd("b")}, {"--fail"}, "a/0 | b/0 | 10007", kExitSuccess},
+      {{}, {}, "i/0 | 10005", kExitSuccess},
+  };
+  for (const Case& c : cases) {
+    Strings args = {"resolve", c.ads.empty() ? server_.url("/inline") : root(c.ads), "--json"};
+    args.insert(args.end(), c.options.begin(), c.options.end());
+    SCOPED_TRACE(testing::PrintToString(args));
+    const Result result = runTool(args);
+    EXPECT_EQ(result.status, c.status) << result.err;
+    Json answers = Json::array();
+    const Json json = result.json();
+    for (const Json& entry : json["log"])
+      if (entry.contains("next")) answers.push_back(entry);
+    EXPECT_EQ(summary(answers), c.answers);
+  }
+}
+
+TEST_F(RKVResolveTest, ReadableOutputAndUsageErrors) {
+  serve("/inline", {inlineAd("i")});
+  const Result readable = runTool({"resolve", server_.url("/inline")});
+  EXPECT_EQ(readable.status, kExitSuccess) << readable.err;
+  EXPECT_EQ(readable.out,
+            "ready to provide ads\n"
+            "next ad: ad \"i\" (inline, wrapper depth 0): AdSystem \"rkv-test\", AdTitle \"i\", 0 "
+            "impression(s), 0 error URL(s), 1 linear, 0 non-linear and 0 companion creative(s)\n"
+            "next ad: error 10005 \"No more ads available.\"\n"
+            "1 ad(s) handed out\n");
+  for (const Strings& args : {Strings{"resolve"}, Strings{"resolve", "/no/such/file.xml"},
+                              Strings{"resolve", "bad://[", "--json"},
+                              Strings{"resolve", server_.url("/inline"), "--timeout", "0"},
+                              Strings{"resolve", server_.url("/inline"), "--max-wrappers", "-1"}}) {
+    const Result result = runTool(args);
+    EXPECT_EQ(result.status, kExitUsage) << testing::PrintToString(args);
+    EXPECT_EQ(result.out, "");
+  }
+}
+
+}  // namespace
+}  // namespace rkv::cli
