@@ -93,6 +93,12 @@ TEST_F(RKVMainLoopTest, PollIsBoundedEndlessDelaysNeverFireAndDestructionDropsWo
   EXPECT_EQ(loop_.poll(), 2u);
   EXPECT_EQ(loop_.poll(), 2u);
   EXPECT_EQ(runs, 4);
+  size_t nested = 1;
+  RKVMainLoop other(clock_);
+  other.post([&] { nested = other.poll(); });  // re-entry is refused
+  other.post([] {});
+  EXPECT_EQ(other.poll(), 2u);
+  EXPECT_EQ(nested, 0u);
 
   // A delay whose deadline does not fit must not wrap around into the past.
   std::optional<RKVMainLoop> loop(std::in_place, clock_);
@@ -106,28 +112,6 @@ TEST_F(RKVMainLoopTest, PollIsBoundedEndlessDelaysNeverFireAndDestructionDropsWo
   loop.reset();
   EXPECT_TRUE(watch.expired()) << "a destroyed loop releases what its timers captured";
   clock_->advance(1s);  // the clock no longer knows the loop
-}
-
-TEST(RKVMainLoopDriving, RunStopAndTheMainThread) {
-  RKVMainLoop loop;
-  EXPECT_FALSE(loop.isMainThread()) << "nobody has driven it yet";
-  // A stop() before run() is kept: run() returns at once, and the next run() is not affected.
-  loop.stop();
-  loop.run();
-  bool insideIsMain = false;
-  size_t nestedPoll = 1;
-  loop.post([&] {
-    insideIsMain = loop.isMainThread();
-    nestedPoll = loop.poll();  // re-entry is refused
-    loop.stop();
-  });
-  loop.run();
-  EXPECT_TRUE(insideIsMain);
-  EXPECT_EQ(nestedPoll, 0u);
-  EXPECT_TRUE(loop.isMainThread()) << "the thread that drove it last stays the main thread";
-  bool otherIsMain = true;
-  std::thread([&] { otherIsMain = loop.isMainThread(); }).join();
-  EXPECT_FALSE(otherIsMain);
 }
 
 TEST(RKVMainLoopThreads, PostsFromManyThreadsRunOnTheLoopThreadInEachPostersOrder) {
@@ -228,15 +212,13 @@ TEST(RKVMainLoopThreads, CancelRacingTheDeadlineFromAnotherThread) {
 }
 
 TEST(RKVClockTest, SecondsToDurationAndTheManualClock) {
+  // 9.3e9 s are the first whole seconds past what 64 bits of nanoseconds hold.
+  // clang-format off
   const std::pair<double, std::optional<RKVClock::duration>> cases[] = {
-      {1.5, 1500ms},
-      {1e-9, 1ns},
-      {-3, 0ns},
-      {std::nan(""), 0ns},
-      {9.2e9, std::chrono::seconds(9200000000)},
-      {9.3e9, std::nullopt},  // the first whole seconds past what 64 bits of nanoseconds hold
-      {std::numeric_limits<double>::infinity(), std::nullopt},
-  };
+      {1.5, 1500ms}, {1e-9, 1ns}, {-3, 0ns}, {std::nan(""), 0ns},
+      {9.2e9, std::chrono::seconds(9200000000)}, {9.3e9, std::nullopt},
+      {std::numeric_limits<double>::infinity(), std::nullopt}};
+  // clang-format on
   for (const auto& [seconds, expected] : cases)
     EXPECT_EQ(RKVClock::durationFromSeconds(seconds), expected) << seconds;
   EXPECT_EQ(RKVClock::addSaturating(RKVClock::time_point(1h), RKVClock::duration::max()),
@@ -289,6 +271,23 @@ TEST(RKVBackgroundExecutorTest, TasksThatWaitForEachOtherGrowThePoolThenIdleThre
   }
   EXPECT_TRUE(eventually([&] { return met == 5; })) << "the pool did not grow";
   EXPECT_TRUE(eventually([&] { return executor.threadCount() == 2; }));
+}
+
+TEST(RKVBackgroundExecutorTest, AtTheCapTasksWaitDefaultPriorityFirst) {
+  using P = RKVTaskPriority;
+  RKVBackgroundExecutor executor(pool(1));
+  auto gate = occupy(executor);
+  Names order;  // written by the pool's single thread only
+  for (const auto& [name, priority] : {std::pair{"b1", P::kBackground},
+                                       {"d1", P::kDefault},
+                                       {"b2", P::kBackground},
+                                       {"d2", P::kDefault}})
+    ASSERT_TRUE(executor.submit([&order, name = name] { order.push_back(name); }, priority));
+  RKVTestEvent last;
+  ASSERT_TRUE(executor.submit([&] { last.set(); }, P::kBackground));
+  gate->set();
+  ASSERT_TRUE(last.wait());
+  EXPECT_EQ(order, (Names{"d1", "d2", "b1", "b2"}));
 }
 
 TEST(RKVBackgroundExecutorTest, ShutdownWaitsForRunningTasksAndDropsQueuedOnes) {

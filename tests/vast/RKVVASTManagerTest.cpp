@@ -219,7 +219,9 @@ TEST_F(RKVVASTManagerTest, AWrapperChainIsMergedIntoTheInlineAdWithEveryLevelsPi
     return ad;
   };
   serve("/w1", {level(wrapperAd("w1", url("/inline")))});
-  serve("/inline", {level(inlineAd("i"))});
+  RKVTestAd untitled = level(inlineAd("i"));
+  untitled.hasTitle = false;
+  serve("/inline", {untitled});
   auto manager = managerOver({level(wrapperAd("w0", url("/w1")))});
 
   RKVVASTManagerResponse response = manager->nextAdWithTimeout(5.0, false);
@@ -235,8 +237,10 @@ TEST_F(RKVVASTManagerTest, AWrapperChainIsMergedIntoTheInlineAdWithEveryLevelsPi
     const std::string host = "http://" + kind + ".example/";
     EXPECT_EQ(list, host + "i " + host + "w1 " + host + "w0");
   }
-  // Only the root document's wrapper is announced; every document is fetched once.
-  EXPECT_EQ(delegate_->calls(), "ready | start w0");
+  // Only the root document's wrapper is announced, and an error without a VAST code fires no
+  // pixel on the main path; every document is fetched once.
+  EXPECT_EQ(delegate_->calls(),
+            "ready | start w0 | error VAST_VALIDATION_ERROR_MISSING_ADTITLE [] text");
   EXPECT_EQ(drain(*manager), kNoMoreAds);
   EXPECT_EQ(server_.requests().size(), 2u);
 }
@@ -253,7 +257,9 @@ TEST_F(RKVVASTManagerTest, TheMainPathStopsAtTheWrapperLimitThePassbackPathGoesO
       serve(path(n), {next});
       pixels = next.errors[0] + " " + pixels;
     }
-    serve(path(limit + 1), {inlineAd("i")});
+    RKVTestAd untitled = inlineAd("i");
+    untitled.hasTitle = false;
+    serve(path(limit + 1), {untitled});
     RKVTestAd root = wrapperAd("w0", url(path(1)));
     root.errors = {"http://err.example/w0"};
     const RKVVASTManagerConfig config(5.0, limit, false, false);
@@ -269,6 +275,10 @@ TEST_F(RKVVASTManagerTest, TheMainPathStopsAtTheWrapperLimitThePassbackPathGoesO
     EXPECT_EQ(drain(*passbackPath, true),
               "i/" + std::to_string(limit + 1) + " | " + kNoMorePassback);
     EXPECT_EQ(server_.requestCount(path(limit + 1)), 1u);
+    // An error without a VAST code fires the wrapper pixels on the passback path only.
+    EXPECT_EQ(
+        delegate_->calls(),
+        "ready | start w0 | error VAST_VALIDATION_ERROR_MISSING_ADTITLE [" + pixels + "] text");
   }
 }
 

@@ -85,9 +85,6 @@ TEST(RKVVASTErrorTest, ErrorRecordDescriptionAndEquality) {
   // Without a description the record has no user information, and so no VAST error either.
   const RKVError bare = RKVVASTError(std::string("CUSTOM"), std::nullopt, -1, 42).error();
   EXPECT_FALSE(bare.hasUserInfo() || bare.vastError);
-  EXPECT_EQ(RKVVASTError(std::nullopt, std::nullopt, -1, -9000000000).description(),
-            "RKVVASTError(name=(null), VASTCode=-1, vireoCode=-9000000000, "
-            "errorDescription=(null))");
 
   // Same name, different vendor code and description; a value missing its name or description
   // equals only itself, not its own copy.

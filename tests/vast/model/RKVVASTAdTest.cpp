@@ -9,8 +9,7 @@
 #include "rkv/vast/model/RKVVASTAdInline.h"
 #include "rkv/vast/model/RKVVASTAdWrapper.h"
 
-#include "tests/vast/RKVReportRecorder.h"
-#include "tests/vast/model/RKVModelTestSupport.h"
+#include "tests/vast/RKVVASTTestSupport.h"
 
 namespace rkv {
 namespace {

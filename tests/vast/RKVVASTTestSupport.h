@@ -1,15 +1,32 @@
-// Records what the VAST model, parser and generator report through their error handlers.
+// For the VAST tests: trees from small XML texts, and what the model, parser and generator report
+// through their error handlers.
 #pragma once
 
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "rkv/vast/RKVVASTParserResponse.h"
 #include "rkv/vast/errors/RKVVASTError.h"
 #include "rkv/vast/model/RKVVASTErrorHandler.h"
+#include "rkv/xml/RKVXMLDictionary.h"
 
 namespace rkv::test {
+
+// The root element of the text's tree; the test fails when the text does not parse.
+inline RKVXMLDictionaryPtr element(std::string_view xml) {
+  RKVXMLDictionaryPtr root = RKVXMLDictionary::rkv_dictionaryWithXMLString(xml);
+  EXPECT_NE(root, nullptr) << xml;
+  return root ? root : RKVXMLDictionary::make();
+}
+
+// A URL that parses.
+inline RKVURL url(std::string_view text) {
+  return RKVURL::withString(text).value();
+}
 
 inline std::vector<std::string> urlTexts(const std::vector<RKVVASTURL>& urls) {
   std::vector<std::string> texts;
