@@ -13,6 +13,7 @@
 #include <signal.h>
 #include <sys/resource.h>
 
+#include "rkv/foundation/RKVBackgroundExecutor.h"
 #include "rkv/net/RKVURLSessionProvider.h"
 #include "rkv/vast/RKVVASTManager.h"
 
@@ -34,6 +35,14 @@ using test::vastXML;
 using test::wrapperAd;
 using Behavior = test::RKVTestServerBehavior;
 using Lines = std::vector<std::string>;
+
+// The shared executor joins threads that retired after their idle time only at its next task;
+// shutting it down after the last test joins them before exit, as a host may.
+struct JoinTheSharedExecutor : ::testing::Environment {
+  void TearDown() override { RKVBackgroundExecutor::sharedInstance().shutdown(); }
+};
+const auto* const kJoinTheSharedExecutor =
+    ::testing::AddGlobalTestEnvironment(new JoinTheSharedExecutor);
 
 const std::string kNoMoreAds = "10005 No more ads available.";
 const std::string kNoMorePassback = "10007 No more Passback.";
