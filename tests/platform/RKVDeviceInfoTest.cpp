@@ -94,9 +94,7 @@ TEST(RKVDeviceInfoTest, SystemFilesAndEnvironment) {
                              "eth1\t00000000\t010200C0\t0003\t0\t0\t100\t00000000\t0\t0\t0\n" +
                              down;
   EXPECT_EQ(internal::defaultRouteInterface(routes), "eth1");
-  EXPECT_EQ(internal::defaultRouteInterface(header + notDefault + down +
-                                            "eth3\tzz\t010200C0\t0003\t0\t0\t0\t0\t0\t0\t0\n"
-                                            "eth4\t00000000\n"),
+  EXPECT_EQ(internal::defaultRouteInterface(header + notDefault + down + "eth4\t00000000\n"),
             nullopt);
 
   const std::pair<const char*, std::optional<std::string>> locales[] = {

@@ -180,9 +180,6 @@ class RKVVASTManagerTest : public ::testing::Test {
 };
 
 TEST_F(RKVVASTManagerTest, ConfigAndErrorCodesWhereTheyArise) {
-  EXPECT_EQ(RKVVASTManagerConfig().description(),
-            "RKVVASTManagerConfig(requestTimeout: 5.000000, maximumWrappers: 5, "
-            "handleWrappersAdpods: NO, strictWrapperFirstLevelImpressionValidation: NO)");
   // Without a delegate (or after cancel) or without an adapter, nothing but a log line.
   for (int missing = 0; missing < 3; ++missing) {
     test::RKVLogCapture log;

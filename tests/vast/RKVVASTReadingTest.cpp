@@ -195,21 +195,6 @@ TEST(RKVVASTParserTest, DocumentLevelChecks) {
       1u);
 }
 
-TEST(RKVVASTParserTest, TheTextIsTheDocumentDecodedAsUTF8) {
-  // Well-formed Latin-1 is no UTF-8: the report comes without text.
-  const std::string latin1 =
-      "<?xml version='1.0' encoding='ISO-8859-1'?><VAST version='9'>"
-      "<Extensions>caf\xE9</Extensions></VAST>";
-  const std::string utf8 = "<VAST version='9'><Extensions>caf\xC3\xA9</Extensions></VAST>";
-  for (const auto& [document, text] :
-       {std::pair{latin1, std::optional<std::string>()}, std::pair{utf8, std::optional(utf8)}}) {
-    test::RKVReportRecorder recorder;
-    RKVVASTParser::parseXMLAndGenerateVASTObjectModel(document, false, recorder.outer());
-    EXPECT_EQ(recorder.lines(), std::vector<std::string>{"VAST_VERSION_ERROR_NOT_SUPPORTED"});
-    EXPECT_EQ(recorder.texts(), std::vector{text});
-  }
-}
-
 std::string parse(std::string_view bytes, bool isWrapper = false) {
   test::RKVReportRecorder recorder;
   return test::outcome(

@@ -123,50 +123,6 @@ TEST(RKVVASTAdExtensionTest, PlayerHintsAndLaterExtensionsOverwritingFieldByFiel
   EXPECT_EQ(listed, *extension);
 }
 
-TEST(RKVVASTAdExtensionTest, MetricsAndVerificationScriptsAccumulateInDocumentOrder) {
-  auto extension = Extension::withDictionary(*test::element(
-      "<Extensions><Extension><VireoMetrics>"
-      "<VireoMetric name='viewcount'>http://m/1</VireoMetric>"
-      "<VireoMetric name='impression'>http://m/other</VireoMetric>"
-      "<VireoMetric name='viewcount' offset='00:00:02'>http://m/2</VireoMetric>"
-      "</VireoMetrics></Extension><Extension><VireoMetrics>"
-      "<VireoMetric name='viewcount'>http://bad host</VireoMetric>"
-      "<VireoMetric name='viewcount'>http://m/3</VireoMetric>"
-      "</VireoMetrics></Extension>"
-      "<Extension type='AdVerifications'><AdVerifications>"
-      "<Verification vendor='a'><JavaScriptResource>http://s/a.js</JavaScriptResource>"
-      "<VerificationParameters>pa</VerificationParameters></Verification>"
-      "<Verification vendor='c'><JavaScriptResource apiFramework='omid'/>"
-      "<JavaScriptResource>http://bad host</JavaScriptResource>"
-      "<JavaScriptResource>http://s/c.js</JavaScriptResource>"
-      "<JavascriptResource>http://s/c-lower.js</JavascriptResource></Verification>"
-      "<Verification vendor='d'><JavaScriptResource>http://bad host</JavaScriptResource>"
-      "<JavascriptResource>http://s/d-lower.js</JavascriptResource></Verification>"
-      "<Verification><ExecutableResource>http://s/e</ExecutableResource></Verification>"
-      "</AdVerifications></Extension><Extension>" +
-      block("AdVerifications", "Verification",
-            "<JavaScriptResource>http://s/z.js</JavaScriptResource>") +
-      "</Extension></Extensions>"));
-  Strings found;
-  for (const auto& metric : *extension->metrics())
-    found.push_back(metric->url().absoluteString() + metric->offset().value_or(""));
-  EXPECT_EQ(found, (Strings{"http://m/1", "http://m/200:00:02", "http://m/3"}));
-  // One script per verification: the first usable "JavaScriptResource", else "JavascriptResource".
-  found.clear();
-  for (const auto& script : *extension->adVerifications())
-    found.push_back(script->javascriptResourceURL().absoluteString());
-  EXPECT_EQ(found,
-            (Strings{"http://s/a.js", "http://s/c.js", "http://s/d-lower.js", "http://s/z.js"}));
-  EXPECT_EQ(*extension->adVerifications()->at(0), Script(url("http://s/a.js"), "a", "pa"));
-
-  // A block whose entries are all refused still makes the list, and an empty list is not an
-  // absent one; an empty block leaves it absent.
-  auto refused = extensionWith(block("VireoMetrics", "VireoMetric name='click'", "http://m"));
-  EXPECT_EQ(refused->archive(), archiveWith(R"("metrics":[])"));
-  EXPECT_FALSE(*refused == Extension());
-  EXPECT_EQ(extensionWith("<VireoMetrics/><AdVerifications/>")->archive(), archiveWith(""));
-}
-
 TEST(RKVVASTAdExtensionTest, CopyArchiveAndEqualityCoverTheLists) {
   auto extension =
       extensionWith("<offset isForced='1'/><instanceCount>3</instanceCount>" +

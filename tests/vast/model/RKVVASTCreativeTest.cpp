@@ -9,7 +9,6 @@
 #include <gtest/gtest.h>
 
 #include "rkv/vast/errors/RKVVASTError.h"
-#include "rkv/vast/model/RKVVASTClickEvent.h"
 #include "rkv/vast/model/RKVVASTCreativeCompanion.h"
 #include "rkv/vast/model/RKVVASTCreativeIcon.h"
 #include "rkv/vast/model/RKVVASTCreativeLinear.h"
@@ -32,7 +31,6 @@ using test::element;
 using test::url;
 using Strings = std::vector<std::string>;
 using Tracking = RKVVASTTrackingEvent;
-using Texts = std::vector<std::optional<std::string>>;
 using Floats = std::vector<float>;
 
 std::string text(const std::optional<RKVVASTURL>& url) {
@@ -65,17 +63,11 @@ TEST(RKVVASTMediaFileTest, SupportedTypesAndAttributes) {
   EXPECT_FALSE(mediaFile("type='video/mp4'", "http://bad host/f.mp4"));
   EXPECT_FALSE(mediaFile("type='video/mp4'", ""));
 
-  auto file = mediaFile(
-      "id='m1' delivery='progressive' type='video/mp4' scalable='true' maintainAspectRatio='0'"
-      " codec='H.264' bitrate='1500.5' minBitrate='800' maxBitrate='abc' width='1280'"
-      " height=' 720px' fileSize='1e6'",
-      "<![CDATA[ http://m.test/f.mp4?a=1&b=2 ]]>");
-  EXPECT_EQ((Texts{file->id(), file->delivery(), file->codec(), file->apiFramework()}),
-            (Texts{"m1", "progressive", "H.264", std::nullopt}));
-  EXPECT_TRUE(file->scalable() && !file->maintainAspectRatio());
-  EXPECT_EQ((Floats{file->bitrate(), file->minBitrate(), file->maxBitrate(), file->width(),
-                    file->height(), file->fileSize()}),
-            (Floats{1500.5f, 800, 0, 1280, 720, 1e6f}));
+  // Numbers are leading numbers, or 0; the URL is the trimmed text.
+  auto file = mediaFile("type='video/mp4' bitrate='1500.5' maxBitrate='abc' height=' 720px'",
+                        "<![CDATA[ http://m.test/f.mp4?a=1&b=2 ]]>");
+  EXPECT_EQ((Floats{file->bitrate(), file->maxBitrate(), file->height()}),
+            (Floats{1500.5f, 0, 720}));
   EXPECT_EQ(file->url()->absoluteString(), "http://m.test/f.mp4?a=1&b=2");
 }
 
@@ -138,8 +130,7 @@ TEST(RKVVASTMediaFileSelectorTest, Choices) {
 
 TEST(RKVVASTCreativeLinearTest, ReadsALinearElement) {
   auto linear = RKVVASTCreativeLinear::withDictionary(
-      *element("<Linear skipoffset='00:00:05'><Duration>00:00:30.000</Duration>"
-               "<AdParameters>{\"k\":1}</AdParameters><MediaFiles>"
+      *element("<Linear><Duration>00:00:30.000</Duration><MediaFiles>"
                "<MediaFile type='video/webm' bitrate='900'>http://m/webm</MediaFile>"
                "<MediaFile type='video/mp4' bitrate='3000'>http://m/3000</MediaFile>"
                "<InteractiveCreativeFile type='application/javascript' apiFramework='VPAID'>"
@@ -149,23 +140,16 @@ TEST(RKVVASTCreativeLinearTest, ReadsALinearElement) {
                "<InteractiveCreativeFile type='video/mp4'>http://m/icf</InteractiveCreativeFile>"
                "<MediaFile type='application/javascript' apiFramework='VPAID'>http://m/vpaid2"
                "</MediaFile><MediaFile type='video/mp4' bitrate='6000'>http://m/6000</MediaFile>"
-               "</MediaFiles><VideoClicks><ClickThrough>http://c/landing</ClickThrough>"
-               "<ClickTracking>http://c/1</ClickTracking><ClickTracking id='empty'/>"
-               "<ClickTracking>http://c/2</ClickTracking></VideoClicks>"
+               "</MediaFiles>"
                "<Icons><Icon program='AdChoices'><StaticResource>http://i/i.png</StaticResource>"
                "</Icon><Icon program='bare'/><Icon program='frame'>"
                "<IFrameResource>http://i/f</IFrameResource></Icon></Icons></Linear>"));
-  ASSERT_TRUE(linear);
-  EXPECT_EQ((Texts{linear->skipOffset(), linear->duration(), linear->adParameters()}),
-            (Texts{"00:00:05", "00:00:30.000", "{\"k\":1}"}));
   // MediaFile entries first, then the interactive files that are VPAID.
   Strings files;
   for (const auto& file : linear->mediaFiles())
     files.push_back(file->url()->absoluteString());
   EXPECT_EQ(files,
             (Strings{"http://m/3000", "http://m/vpaid2", "http://m/6000", "http://m/vpaid"}));
-  EXPECT_EQ(text(linear->clickThrough()), "http://c/landing");
-  EXPECT_EQ(test::urlTexts(linear->clickTracking()), (Strings{"http://c/1", "http://c/2"}));
   ASSERT_EQ(linear->icons().size(), 2u);  // the icon without a resource is dropped
   EXPECT_EQ(linear->icons()[1]->program(), "frame");
   // Under the 5000 cap the 3000 file is the richest (the VPAID files declare no bitrate: 0).
@@ -272,40 +256,6 @@ TEST(RKVVASTCreativeResourcesTest, ResourcePrecedenceAndTheNonLinearError) {
   }
 }
 
-TEST(RKVVASTCreativeResourcesTest, ClicksAndTracking) {
-  auto nonLinear = RKVVASTCreativeNonLinear::withDictionary(*element(
-      "<NonLinear expandedWidth='600px' "
-      "expandedHeight='x'><StaticResource>http://r/s</StaticResource>"
-      "<NonLinearClickTracking>http://c/1</NonLinearClickTracking>"
-      "<TrackingEvents><Tracking event='start'>http://t/</Tracking></TrackingEvents></NonLinear>"));
-  EXPECT_EQ((Floats{nonLinear->expandedWidth(), nonLinear->expandedHeight()}), (Floats{600, 0}));
-  EXPECT_EQ(test::urlTexts(nonLinear->clickTracking()), Strings{"http://c/1"});
-  // Its tracking comes from the enclosing NonLinearAds, never from the element.
-  EXPECT_TRUE(nonLinear->trackingEvents().empty());
-
-  // The white-space-only click-through is stripped from the tree, so the second one is the
-  // first child; blank and unparsable click tracking entries are skipped.
-  auto companion = RKVVASTCreativeCompanion::withDictionary(
-      *element("<Companion><IFrameResource>http://r/frame</IFrameResource>"
-               "<CompanionClickThrough>  </CompanionClickThrough>"
-               "<CompanionClickThrough>http://c/second</CompanionClickThrough>"
-               "<CompanionClickTracking id='blank'/>"
-               "<CompanionClickTracking>http://bad host/</CompanionClickTracking>"
-               "<CompanionClickTracking>http://c/1</CompanionClickTracking></Companion>"));
-  EXPECT_EQ(text(companion->clickThrough()), "http://c/second");
-  EXPECT_EQ(test::urlTexts(companion->clickTracking()), Strings{"http://c/1"});
-
-  // Only the first IconClicks counts; click elements outside it are not the icon's.
-  auto icon = RKVVASTCreativeIcon::withDictionary(*element(
-      "<Icon xPosition='right' yPosition='12'><HTMLResource>http://r/h</HTMLResource>"
-      "<IconClickThrough>http://c/outside</IconClickThrough>"
-      "<IconClicks><IconClickTracking>http://c/1</IconClickTracking></IconClicks>"
-      "<IconClicks><IconClickThrough>http://c/second</IconClickThrough></IconClicks></Icon>"));
-  EXPECT_EQ((Floats{icon->xPosition(), icon->yPosition()}), (Floats{0, 12}));
-  EXPECT_EQ(icon->clickThrough(), std::nullopt);
-  EXPECT_EQ(test::urlTexts(icon->clickTracking()), Strings{"http://c/1"});
-}
-
 TEST(RKVVASTURLTest, TextsAndTreeValues) {
   for (const char* text : {"", "\xC2\xA0\t", "http://bad host/"})
     EXPECT_FALSE(RKVVASTURL::withString(text)) << text;
@@ -323,11 +273,9 @@ TEST(RKVVASTURLTest, TextsAndTreeValues) {
 
 TEST(RKVVASTTrackingEventTest, NamesElementsAndLists) {
   test::RKVLogCapture log;
-  for (const char* name : {"creativeView", "start", "firstSecond", "firstQuartile", "midpoint",
-                           "thirdQuartile", "complete", "progress", "loaded"})
+  for (const char* name : {"creativeView", "start", "firstSecond", "progress", "loaded"})
     EXPECT_TRUE(tracking(std::string("event='") + name + "'")->isEventConsumable()) << name;
-  for (const char* name : {"click", "mute", "pause", "resume", "fullscreen", "skip",
-                           "vpaidAdInteraction", "playerExpand", "playerCollapse"})
+  for (const char* name : {"click", "mute", "skip", "vpaidAdInteraction", "playerCollapse"})
     EXPECT_FALSE(tracking(std::string("event='") + name + "'")->isEventConsumable()) << name;
   // "viewcount" is consumable but comes only from extension metrics; names are case-sensitive;
   // refusing a name logs nothing, an unknown name made by hand is logged and never consumed.
@@ -346,12 +294,8 @@ TEST(RKVVASTTrackingEventTest, NamesElementsAndLists) {
   auto progress = tracking("event='progress' offset='00:00:05.000'", "http://t.test/p?x=[A]");
   EXPECT_EQ(progress->offset(), "00:00:05.000");
   EXPECT_EQ(progress->eventURL().absoluteString(), "http://t.test/p?x=%5BA%5D");
-  auto metric = Tracking::withExtensionDictionary(
-      *element("<Metric name='viewcount' offset='10%'>http://m.test/v</Metric>"));
-  EXPECT_EQ(metric->eventName() + " " + *metric->offset(), "viewcount 10%");
-  for (const char* xml : {"<Metric name='start'>http://m.test/</Metric>",
-                          "<Metric name='ViewCount'>http://m/</Metric>"})
-    EXPECT_EQ(Tracking::withExtensionDictionary(*element(xml)), nullptr) << xml;
+  EXPECT_EQ(Tracking::withExtensionDictionary(*element("<M name='ViewCount'>http://m/</M>")),
+            nullptr);
 
   // Only the first TrackingEvents is read; invalid entries are skipped, order is kept; a list
   // with nothing valid is absent.
@@ -392,20 +336,9 @@ TEST(RKVVASTTrackingEventTest, EqualityCopyAndArchive) {
             R"({"name":"pause","url":"http://t.test/p?e=%5BERRORCODE%5D","eventOffset":-1.0})");
   for (const auto& event : {a, b, pause})
     EXPECT_TRUE(*Tracking::unarchive(event->archive()) == *event) << event->archive();
-  for (const auto& event : {RKVVASTViewabilityEvent::viewableEventWithURL(one),
-                            RKVVASTViewabilityEvent::notViewableEventWithURL(one),
-                            RKVVASTViewabilityEvent::viewUndeterminedEventWithURL(one)})
-    EXPECT_TRUE(*RKVVASTViewabilityEvent::unarchive(event->archive()) == *event)
-        << event->archive();
   for (const char* json :
        {"[]", R"({"name":"start"})", R"({"name":"start","url":"http://bad host/"})"})
     EXPECT_EQ(Tracking::unarchive(json), nullptr) << json;
-
-  auto click = RKVVASTClickEvent::withType("clickThrough", "http://c.test/landing");
-  EXPECT_TRUE(*click == RKVVASTClickEvent("clickThrough", url("http://c.test/landing")));
-  EXPECT_FALSE(*click == RKVVASTClickEvent("clickTracking", url("http://c.test/landing")));
-  EXPECT_EQ(RKVVASTClickEvent::withType(" \t", "http://c/"), nullptr);
-  EXPECT_EQ(RKVVASTClickEvent::withType("click", "http://bad host/"), nullptr);
 }
 
 TEST(RKVVASTUniversalAdIdTest, ReadsElementsAndArchives) {
@@ -414,12 +347,10 @@ TEST(RKVVASTUniversalAdIdTest, ReadsElementsAndArchives) {
   const std::pair<const char*, const char*> cases[] = {
       {"<UniversalAdId idRegistry='REG-A'>ABCD0001</UniversalAdId>", "REG-A/ABCD0001"},
       {"<UniversalAdId idRegistry='REG-A'>unknown</UniversalAdId>", "-"},
-      {"<UniversalAdId idRegistry='REG-A'>Unknown</UniversalAdId>", "REG-A/Unknown"},
       {"<UniversalAdId idRegistry='REG-A' idValue='OLD-1'/>", "REG-A/OLD-1"},
       {"<UniversalAdId idRegistry='REG-A' idValue='OLD-1'>NEW-1</UniversalAdId>", "REG-A/NEW-1"},
       {"<UniversalAdId idRegistry='REG-A' idValue='unknown'/>", "-"},
       {"<UniversalAdId idRegistry='REG-A' idValue='OLD-2'>a<B/>b</UniversalAdId>", "REG-A/OLD-2"},
-      {"<UniversalAdId idRegistry='REG-A'/>", "-"},
       {"<UniversalAdId idRegistry=''>X1</UniversalAdId>", "-"},
       {"<UniversalAdId idValue='OLD-1'>ABCD0001</UniversalAdId>", "-"},
   };
@@ -433,12 +364,9 @@ TEST(RKVVASTUniversalAdIdTest, ReadsElementsAndArchives) {
 
   auto a = RKVVASTUniversalAdId::withRegistry("REG-A", "ABCD0001");
   EXPECT_NE(a, RKVVASTUniversalAdId::withRegistry("REG-B", "ABCD0001"));
-  EXPECT_NE(a, RKVVASTUniversalAdId::withRegistry("REG-A", "abcd0001"));
   EXPECT_EQ(a->archive(), R"({"registry":"REG-A","value":"ABCD0001"})");
   EXPECT_EQ(RKVVASTUniversalAdId::unarchive(a->archive()), a);
-  for (const char* json :
-       {R"({"registry":"R","value":1})", R"({"registry":"R","value":"unknown"})"})
-    EXPECT_FALSE(RKVVASTUniversalAdId::unarchive(json)) << json;
+  EXPECT_FALSE(RKVVASTUniversalAdId::unarchive(R"({"registry":"R","value":"unknown"})"));
 }
 
 }  // namespace
