@@ -1,6 +1,9 @@
 #include "rkv/xml/RKVXMLPushParser.h"
 
 #include <climits>
+#include <memory>
+#include <random>
+#include <utility>
 
 #include <expat.h>
 
@@ -8,16 +11,43 @@ namespace rkv {
 
 namespace {
 
-// One expat parser, released with its owner.
-struct ExpatParser {
-  XML_Parser parser = XML_ParserCreate(nullptr);
-  ExpatParser() = default;
-  ExpatParser(const ExpatParser&) = delete;
-  ExpatParser& operator=(const ExpatParser&) = delete;
-  ~ExpatParser() {
-    if (parser) XML_ParserFree(parser);
-  }
+// Documents are handed to expat in pieces of this size, so that expat's own input buffer (which
+// XML_Parse copies into) stays this small instead of doubling a large document in memory.
+constexpr size_t kChunkBytes = 64 * 1024;
+
+// The salt of expat's name hash tables, drawn once per process. expat would otherwise read fresh
+// entropy from the kernel for every parser, a system call per document; one secret salt keeps
+// the protection against crafted colliding names.
+unsigned long hashSalt() {
+  static const unsigned long salt = [] {
+    std::random_device entropy;
+    unsigned long value = 0;
+    for (size_t i = 0; i < sizeof(value) / sizeof(unsigned int); ++i)
+      value = (value << (8 * sizeof(unsigned int))) | entropy();
+    return value != 0 ? value : 0x9e3779b97f4a7c15UL;
+  }();
+  return salt;
+}
+
+// One expat parser per thread, reset and reused by the thread's next document (creating one
+// costs about as much as reading a small wrapper document). A parse that finds the slot taken
+// (a parse started from within another's callbacks) makes a parser of its own.
+struct ParserDeleter {
+  void operator()(XML_Parser parser) const noexcept { XML_ParserFree(parser); }
 };
+using ExpatParser = std::unique_ptr<XML_ParserStruct, ParserDeleter>;
+
+thread_local ExpatParser cachedParser;
+
+ExpatParser takeParser() {
+  ExpatParser parser = std::move(cachedParser);
+  if (parser && XML_ParserReset(parser.get(), nullptr) == XML_TRUE) return parser;
+  return ExpatParser(XML_ParserCreate(nullptr));
+}
+
+void giveBackParser(ExpatParser parser) {
+  if (!cachedParser) cachedParser = std::move(parser);
+}
 
 }  // namespace
 
@@ -74,47 +104,52 @@ bool RKVXMLPushParser::parse(RKVXMLPushParserDelegate& delegate) {
   }
   used_ = true;
 
-  ExpatParser expat;
-  if (!expat.parser) {
+  ExpatParser owned = takeParser();
+  if (!owned) {
     error_ = RKVXMLParseError{XML_ERROR_NO_MEMORY, XML_ErrorString(XML_ERROR_NO_MEMORY), 0, 0};
     delegate.parseErrorOccurred(*error_);
     return false;
   }
+  XML_Parser parser = owned.get();
   Impl impl;
-  impl.parser = expat.parser;
+  impl.parser = parser;
   impl.delegate = &delegate;
   impl.maximumDepth = maximumDepth_;
-  XML_SetUserData(expat.parser, &impl);
-  XML_SetElementHandler(expat.parser, &Impl::onStart, &Impl::onEnd);
-  XML_SetCharacterDataHandler(expat.parser, &Impl::onCharacters);
-  XML_SetCdataSectionHandler(expat.parser, &Impl::onStartCDATA, &Impl::onEndCDATA);
-  if (reportsComments_) XML_SetCommentHandler(expat.parser, &Impl::onComment);
+  XML_SetHashSalt(parser, hashSalt());
+  XML_SetUserData(parser, &impl);
+  XML_SetElementHandler(parser, &Impl::onStart, &Impl::onEnd);
+  XML_SetCharacterDataHandler(parser, &Impl::onCharacters);
+  XML_SetCdataSectionHandler(parser, &Impl::onStartCDATA, &Impl::onEndCDATA);
+  if (reportsComments_) XML_SetCommentHandler(parser, &Impl::onComment);
   // Parameter entities (and with them any external DTD) are never read.
-  XML_SetParamEntityParsing(expat.parser, XML_PARAM_ENTITY_PARSING_NEVER);
+  XML_SetParamEntityParsing(parser, XML_PARAM_ENTITY_PARSING_NEVER);
 
   std::string_view rest = bytes_;
   XML_Status status = XML_STATUS_OK;
   do {
-    constexpr size_t kChunk = size_t{1} << 30;  // XML_Parse takes an int length
-    size_t length = rest.size() < kChunk ? rest.size() : kChunk;
+    size_t length = rest.size() < kChunkBytes ? rest.size() : kChunkBytes;
     bool final = length == rest.size();
-    status = XML_Parse(expat.parser, rest.data(), static_cast<int>(length), final ? 1 : 0);
+    status = XML_Parse(parser, rest.data(), static_cast<int>(length), final ? 1 : 0);
     rest.remove_prefix(length);
   } while (status == XML_STATUS_OK && !rest.empty());
 
-  if (status == XML_STATUS_OK) return true;
+  if (status == XML_STATUS_OK) {
+    giveBackParser(std::move(owned));
+    return true;
+  }
   RKVXMLParseError error;
   if (impl.depthExceeded) {
     error.code = RKVXMLParseError::kDepthLimitExceeded;
     error.description = "elements nested deeper than the limit of " + std::to_string(maximumDepth_);
   } else {
-    XML_Error code = XML_GetErrorCode(expat.parser);
+    XML_Error code = XML_GetErrorCode(parser);
     error.code = code;
     const XML_LChar* text = XML_ErrorString(code);
     error.description = text ? text : "unknown error";
   }
-  error.line = XML_GetCurrentLineNumber(expat.parser);
-  error.column = XML_GetCurrentColumnNumber(expat.parser);
+  error.line = XML_GetCurrentLineNumber(parser);
+  error.column = XML_GetCurrentColumnNumber(parser);
+  giveBackParser(std::move(owned));
   error_ = error;
   delegate.parseErrorOccurred(error);
   return false;
