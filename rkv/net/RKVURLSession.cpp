@@ -64,6 +64,7 @@ RKVURLSessionResponse RKVURLSession::synchronousDataRequestWithURLRequest(
   if (provider->isCompletionThread()) {
     return sessionFailure(RKVURLError::SynchronousRequestOnCompletionThread);
   }
+  if (auto response = provider->synchronousDataRequest(request)) return std::move(*response);
   // Only the completion owns the promise: a provider that destroys the completion uncalled
   // breaks it, which ends the wait instead of leaving it hanging.
   auto promise = std::make_shared<std::promise<RKVURLSessionResponse>>();

@@ -59,6 +59,11 @@ bool RKVURLSessionProvider::isCompletionThread() const {
   return session_->isNetworkThread();
 }
 
+std::optional<RKVURLSessionResponse> RKVURLSessionProvider::synchronousDataRequest(
+    const RKVURLRequest& request) {
+  return session_->perform(request);
+}
+
 void RKVURLSessionProvider::shutdown() {
   session_->shutdown();
 }

@@ -51,6 +51,13 @@ class RKVURLSessionProvider final : public RKVURLSessionProviderProtocol {
       const RKVURLRequest& request, RKVURLSessionCompletion completionHandler) override;
   bool isCompletionThread() const override;
 
+  // Runs the transfer on the calling thread, under the same limits, over a connection cache
+  // kept for such callers (one per caller at a time, reused by the next). This spares the two
+  // hand-offs to the network thread and back that a request waited for would cost. After
+  // shutdown(), or when shutdown() comes while it runs, it ends at once with -999.
+  std::optional<RKVURLSessionResponse> synchronousDataRequest(
+      const RKVURLRequest& request) override;
+
   // Stops the network thread: requests in flight or queued end with -999, their completions
   // called on the network thread, and the thread is joined before this returns. Called on the
   // network thread itself (from a completion), it returns at once and the thread ends after

@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 
 #include "rkv/net/RKVURLRequest.h"
 #include "rkv/net/RKVURLSessionResponse.h"
@@ -30,6 +31,15 @@ class RKVURLSessionProviderProtocol {
   // completion would never end. Doubles that complete on their caller's thread keep the
   // default.
   virtual bool isCompletionThread() const { return false; }
+
+  // Runs the request to its end on the calling thread and returns how it ended, for a caller
+  // that would only wait for the completion anyway. nullopt when the provider cannot (the
+  // default): the session then starts it with dataRequest and waits for its completion.
+  virtual std::optional<RKVURLSessionResponse> synchronousDataRequest(
+      const RKVURLRequest& request) {
+    (void)request;
+    return std::nullopt;
+  }
 };
 
 }  // namespace rkv

@@ -354,5 +354,43 @@ TEST(RKVURLSessionProviderTLSTest, CertificatesAreVerified) {
   EXPECT_EQ(accepted.completions()[0].response.data, "secure");
 }
 
+// Synchronous requests run on the caller's thread with connections of their own; they must keep
+// every guarantee of the network thread's transfers.
+TEST_F(RKVURLSessionProviderTest, SynchronousRequestsReuseConnectionsAndEndWithShutdown) {
+  server_.setRoute("/doc", RKVTestRoute::answer(200, "<VAST/>"));
+  server_.setRoute("/reset", RKVTestRoute::misbehaving(Behavior::Reset));
+  server_.setRoute("/silent", RKVTestRoute::misbehaving(Behavior::NeverAnswer));
+  for (int i = 0; i < 3; ++i) {
+    auto answer = provider_->synchronousDataRequest(request("/doc"));
+    ASSERT_TRUE(answer);
+    EXPECT_EQ(answer->data, "<VAST/>");
+  }
+  EXPECT_EQ(server_.connectionCount(), 1);
+
+  struct sigaction previous {};
+  struct sigaction defaultAction {};
+  defaultAction.sa_handler = SIG_DFL;
+  sigaction(SIGPIPE, &defaultAction, &previous);
+  RKVURLRequest upload = request("/reset");
+  upload.setHTTPMethod("POST");
+  upload.setHTTPBody(std::string(16 * 1024 * 1024, 'p'));
+  auto reset = provider_->synchronousDataRequest(upload);
+  sigaction(SIGPIPE, &previous, nullptr);
+  ASSERT_TRUE(reset && reset->error);
+  EXPECT_EQ(reset->error->code, RKVURLError::NetworkConnectionLost);
+
+  auto waiting = std::async(std::launch::async,
+                            [&] { return provider_->synchronousDataRequest(request("/silent")); });
+  ASSERT_TRUE(test::eventually([&] { return server_.requestCount("/silent") == 1; }));
+  provider_->shutdown();
+  ASSERT_EQ(waiting.wait_for(test::kHangGuard), std::future_status::ready);
+  auto cancelled = waiting.get();
+  ASSERT_TRUE(cancelled && cancelled->error);
+  EXPECT_EQ(cancelled->error->code, RKVURLError::Cancelled);
+  auto late = provider_->synchronousDataRequest(request("/doc"));
+  ASSERT_TRUE(late && late->error);
+  EXPECT_EQ(late->error->code, RKVURLError::Cancelled);
+}
+
 }  // namespace
 }  // namespace rkv

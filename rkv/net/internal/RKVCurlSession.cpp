@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <ctime>
 #include <system_error>
 #include <utility>
 
@@ -18,10 +19,40 @@ namespace {
 // libcurl shortens it to its own next time-out.
 constexpr int kIdlePollMilliseconds = 1000;
 
-RKVURLSessionResponse cancelled() {
-  return RKVURLSessionResponse{std::nullopt, std::nullopt,
-                               RKVURLError::errorWithCode(RKVURLError::Cancelled)};
+RKVURLSessionResponse failure(int64_t code) {
+  return RKVURLSessionResponse{std::nullopt, std::nullopt, RKVURLError::errorWithCode(code)};
 }
+
+RKVURLSessionResponse cancelled() {
+  return failure(RKVURLError::Cancelled);
+}
+
+// Blocks SIGPIPE on the calling thread while a synchronous transfer runs there, and on the way
+// out takes a SIGPIPE that became pending meanwhile before the caller's mask comes back: a peer
+// resetting the connection under a caller's transfer must not end the process either.
+class SIGPIPEBlock {
+ public:
+  SIGPIPEBlock() {
+    sigemptyset(&pipe_);
+    sigaddset(&pipe_, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &pipe_, &previous_);
+  }
+  ~SIGPIPEBlock() {
+    if (sigismember(&previous_, SIGPIPE) == 1) return;  // the caller blocks it already
+    sigset_t pending;
+    if (sigpending(&pending) == 0 && sigismember(&pending, SIGPIPE) == 1) {
+      const timespec now{0, 0};
+      sigtimedwait(&pipe_, nullptr, &now);
+    }
+    pthread_sigmask(SIG_SETMASK, &previous_, nullptr);
+  }
+  SIGPIPEBlock(const SIGPIPEBlock&) = delete;
+  SIGPIPEBlock& operator=(const SIGPIPEBlock&) = delete;
+
+ private:
+  sigset_t pipe_;
+  sigset_t previous_;
+};
 
 }  // namespace
 
@@ -102,11 +133,95 @@ void RKVCurlSession::waitForCommands(std::chrono::milliseconds limit) {
   }
 }
 
+RKVURLSessionResponse RKVCurlSession::perform(const RKVURLRequest& request) {
+  // Only this thread ever sees the transfer: it is never resumed nor cancelled as a task.
+  RKVCurlTransfer transfer(weak_from_this(), nextIdentifier_.fetch_add(1), request, nullptr);
+  std::unique_ptr<CallerDriver> driver = takeDriver();
+  if (!driver) return cancelled();
+  RKVURLSessionResponse response = drive(*driver, transfer);
+  giveBackDriver(std::move(driver));
+  return response;
+}
+
+std::unique_ptr<RKVCurlSession::CallerDriver> RKVCurlSession::takeDriver() {
+  std::unique_ptr<CallerDriver> driver;
+  {
+    RKVMutexLock lock(mutex_);
+    if (stopping_) return nullptr;
+    if (!idleDrivers_.empty()) {
+      driver = std::move(idleDrivers_.back());
+      idleDrivers_.pop_back();
+      runningDrivers_.push_back(driver.get());
+      return driver;
+    }
+  }
+  driver = std::make_unique<CallerDriver>();
+  if (curlGlobalInit()) driver->multi.reset(curl_multi_init());
+  RKVMutexLock lock(mutex_);
+  if (stopping_) return nullptr;
+  runningDrivers_.push_back(driver.get());
+  return driver;
+}
+
+void RKVCurlSession::giveBackDriver(std::unique_ptr<CallerDriver> driver) {
+  std::unique_ptr<CallerDriver> discarded;
+  {
+    RKVMutexLock lock(mutex_);
+    std::erase(runningDrivers_, driver.get());
+    if (stopping_ || !driver->multi || idleDrivers_.size() >= kMaximumIdleDrivers) {
+      discarded = std::move(driver);
+    } else {
+      idleDrivers_.push_back(std::move(driver));
+    }
+  }
+  // Closing its connections happens here, outside the mutex.
+}
+
+RKVURLSessionResponse RKVCurlSession::drive(CallerDriver& driver, RKVCurlTransfer& transfer) {
+  if (!driver.multi) return failure(RKVURLError::Unknown);
+  if (auto error = transfer.prepare(configuration_, std::move(driver.easy))) {
+    driver.easy = transfer.takeHandle();
+    return RKVURLSessionResponse{std::nullopt, std::nullopt, std::move(error)};
+  }
+  CURLM* multi = driver.multi.get();
+  const SIGPIPEBlock noSIGPIPE;
+  if (curl_multi_add_handle(multi, transfer.handle()) != CURLM_OK) {
+    driver.easy = transfer.takeHandle();
+    return failure(RKVURLError::Unknown);
+  }
+  std::optional<CURLcode> result;
+  // shutdown() wakes the poll after setting the flag, and a wake-up that comes before the poll
+  // is kept for it, so the loop sees the flag within one turn.
+  while (!stoppingFlag_.load()) {
+    int active = 0;
+    curl_multi_perform(multi, &active);
+    int queued = 0;
+    while (CURLMsg* message = curl_multi_info_read(multi, &queued)) {
+      if (message->msg == CURLMSG_DONE) result = message->data.result;
+    }
+    if (result) break;
+    if (curl_multi_poll(multi, nullptr, 0, kIdlePollMilliseconds, nullptr) != CURLM_OK) {
+      // Never seen in practice; waiting a little keeps a failing poll from spinning.
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+  }
+  curl_multi_remove_handle(multi, transfer.handle());
+  RKVURLSessionResponse response = result ? transfer.finishedResponse(*result) : cancelled();
+  driver.easy = transfer.takeHandle();
+  return response;
+}
+
 void RKVCurlSession::shutdown() {
+  std::vector<std::unique_ptr<CallerDriver>> idleDrivers;
   {
     RKVMutexLock lock(mutex_);
     stopping_ = true;
+    stoppingFlag_.store(true);
+    idleDrivers.swap(idleDrivers_);
+    for (CallerDriver* driver : runningDrivers_)
+      curl_multi_wakeup(driver->multi.get());
   }
+  idleDrivers.clear();
   wake();
   // From a completion: the loop ends once the completion returns.
   if (isNetworkThread()) return;

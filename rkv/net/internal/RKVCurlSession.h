@@ -37,6 +37,10 @@ class RKVCurlSession : public std::enable_shared_from_this<RKVCurlSession> {
 
   bool isNetworkThread() const { return threadID_.load() == std::this_thread::get_id(); }
 
+  // Runs a request to its end on the calling thread (never the network thread) with a caller
+  // driver of its own: see RKVURLSessionProvider::synchronousDataRequest.
+  RKVURLSessionResponse perform(const RKVURLRequest& request);
+
   // See RKVURLSessionProvider::shutdown().
   void shutdown();
 
@@ -47,7 +51,21 @@ class RKVCurlSession : public std::enable_shared_from_this<RKVCurlSession> {
     std::shared_ptr<RKVCurlTransfer> transfer;
   };
 
+  // A multi handle (with its connection and DNS caches) and an easy handle that one calling
+  // thread at a time uses for its synchronous requests; kept between requests so that the next
+  // caller reuses its connections.
+  struct CallerDriver {
+    RKVCurlMulti multi;
+    RKVCurlEasy easy;
+  };
+  // At most this many drivers are kept unused; a caller finding none makes one.
+  static constexpr size_t kMaximumIdleDrivers = 4;
+
   explicit RKVCurlSession(RKVURLSessionConfiguration configuration);
+  // A driver registered as running, or null once the session is shutting down.
+  std::unique_ptr<CallerDriver> takeDriver();
+  void giveBackDriver(std::unique_ptr<CallerDriver> driver);
+  RKVURLSessionResponse drive(CallerDriver& driver, RKVCurlTransfer& transfer);
   bool enqueue(Command command);
   // Wakes the network thread from curl_multi_poll or waitForCommands.
   void wake();
@@ -71,6 +89,12 @@ class RKVCurlSession : public std::enable_shared_from_this<RKVCurlSession> {
   RKVCondVar commandsChanged_;
   std::vector<Command> commands_ RKV_GUARDED_BY(mutex_);
   bool stopping_ RKV_GUARDED_BY(mutex_) = false;
+  // stopping_, for the caller drivers' loops, which read it between polls without the mutex.
+  std::atomic<bool> stoppingFlag_{false};
+  std::vector<std::unique_ptr<CallerDriver>> idleDrivers_ RKV_GUARDED_BY(mutex_);
+  // Drivers in use; shutdown() wakes their polls. A driver leaves this list before it is
+  // destroyed or put back, under the mutex.
+  std::vector<CallerDriver*> runningDrivers_ RKV_GUARDED_BY(mutex_);
 
   // Serializes joining. shutdown() never takes it on the network thread; the destructor may,
   // but only once nobody else holds the session, so nobody else is joining.

@@ -92,7 +92,8 @@ void RKVCurlTransfer::complete(RKVURLSessionResponse response) {
   }
 }
 
-std::optional<RKVError> RKVCurlTransfer::prepare(const RKVURLSessionConfiguration& configuration) {
+std::optional<RKVError> RKVCurlTransfer::prepare(const RKVURLSessionConfiguration& configuration,
+                                                 RKVCurlEasy reused) {
   if (!isHTTPScheme(request_.URL())) return RKVURLError::errorWithCode(RKVURLError::UnsupportedURL);
   if (!isToken(request_.HTTPMethod())) return RKVURLError::errorWithCode(RKVURLError::Unknown);
   if (request_.cachePolicy() == RKVURLRequest::ReturnCacheDataDontLoad) {
@@ -100,7 +101,12 @@ std::optional<RKVError> RKVCurlTransfer::prepare(const RKVURLSessionConfiguratio
     return RKVURLError::errorWithCode(RKVURLError::ResourceUnavailable);
   }
 
-  easy_.reset(curl_easy_init());
+  if (reused) {
+    curl_easy_reset(reused.get());
+    easy_ = std::move(reused);
+  } else {
+    easy_.reset(curl_easy_init());
+  }
   if (!easy_) return RKVURLError::errorWithCode(RKVURLError::Unknown);
   CURL* h = easy_.get();
   urlText_ = request_.URL().absoluteString();
@@ -249,6 +255,12 @@ RKVURLSessionResponse RKVCurlTransfer::finishedResponse(CURLcode result) {
   if (effective) url = RKVURL::withString(effective);
   RKVHTTPURLResponse response(url ? std::move(*url) : request_.URL(), status, responseHeaders_);
   return RKVURLSessionResponse{std::move(body_), std::move(response), std::nullopt};
+}
+
+RKVCurlEasy RKVCurlTransfer::takeHandle() {
+  RKVCurlEasy handle = std::move(easy_);
+  releaseHandle();
+  return handle;
 }
 
 void RKVCurlTransfer::releaseHandle() {

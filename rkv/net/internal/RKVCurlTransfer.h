@@ -22,7 +22,8 @@ namespace rkv::internal {
 class RKVCurlSession;
 
 // resume(), cancel(), taskIdentifier() and complete() are thread-safe; everything else belongs
-// to the network thread.
+// to the thread that runs the transfer: the network thread, or the caller of a synchronous
+// request run on its own thread (RKVCurlSession::perform).
 class RKVCurlTransfer final : public RKVURLDataTask,
                               public std::enable_shared_from_this<RKVCurlTransfer> {
  public:
@@ -43,14 +44,18 @@ class RKVCurlTransfer final : public RKVURLDataTask,
   // call wins. An exception thrown by the completion is swallowed.
   void complete(RKVURLSessionResponse response);
 
-  // Network thread: builds the easy handle. nullopt when it is ready to be added to the multi
-  // handle; otherwise the error the transfer ends with, without loading anything.
-  std::optional<RKVError> prepare(const RKVURLSessionConfiguration& configuration);
+  // Builds the easy handle, in `reused` (reset first) when one is given. nullopt when it is ready
+  // to be added to a multi handle; otherwise the error the transfer ends with, without loading
+  // anything.
+  std::optional<RKVError> prepare(const RKVURLSessionConfiguration& configuration,
+                                  RKVCurlEasy reused = nullptr);
   CURL* handle() const { return easy_.get(); }
   // Network thread: the response for a transfer libcurl reports done with `result`.
   RKVURLSessionResponse finishedResponse(CURLcode result);
-  // Network thread: frees the easy handle once it has left the multi handle.
+  // Frees the easy handle once it has left the multi handle.
   void releaseHandle();
+  // Hands the easy handle over for another transfer, once it has left the multi handle.
+  RKVCurlEasy takeHandle();
 
   State state = State::Idle;  // network thread only
 
