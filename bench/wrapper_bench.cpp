@@ -46,6 +46,7 @@ struct Chain {
   std::vector<std::string> documents;  // what they answer
 
   explicit Chain(std::chrono::milliseconds delay) {
+    server.setRecordsRequests(false);
     for (int level = 1; level <= kLevels; ++level)
       urls.push_back(server.url(level < kLevels ? "/w" + std::to_string(level) : "/inline"));
     for (int level = 1; level <= kLevels; ++level) {

@@ -157,6 +157,11 @@ void RKVTestHTTPServer::stop() {
     ::close(fd);
 }
 
+void RKVTestHTTPServer::setRecordsRequests(bool records) {
+  std::lock_guard lock(mutex_);
+  recordsRequests_ = records;
+}
+
 uint16_t RKVTestHTTPServer::closedPort() {
   const auto [fd, port] = boundLoopbackSocket();
   ::close(fd);
@@ -254,7 +259,7 @@ void RKVTestHTTPServer::serve(int fd, int connection) {
     const bool headOnly = request.method == "HEAD";
     {
       std::lock_guard lock(mutex_);
-      requests_.push_back(std::move(request));
+      if (recordsRequests_) requests_.push_back(std::move(request));
     }
 
     switch (route.behavior) {

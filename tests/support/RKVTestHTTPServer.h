@@ -62,6 +62,9 @@ class RKVTestHTTPServer {
 
   // Serves `path` (the target without its query). Unrouted paths get 404 "not found".
   void setRoute(std::string path, RKVTestRoute route);
+  // Whether requests() keeps what was read (on by default). Benchmarks that send millions of
+  // requests turn it off, so that the record neither grows without end nor slows the server.
+  void setRecordsRequests(bool records);
   // While set, connections are accepted (and counted) but never read or answered.
   void setStallConnections(bool stall);
 
@@ -97,6 +100,7 @@ class RKVTestHTTPServer {
   std::condition_variable stopped_;
   bool stopping_ = false;
   bool stall_ = false;
+  bool recordsRequests_ = true;
   int connections_ = 0;
   std::map<std::string, RKVTestRoute, std::less<>> routes_;
   std::vector<RKVTestRequest> requests_;
