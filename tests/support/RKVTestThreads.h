@@ -1,12 +1,14 @@
-// Helpers for tests of threaded code: a one-shot event, waiting for a condition, and a main loop
-// running on a thread of its own. Every wait has a hang guard: a deadlock fails the test with a
-// message instead of stalling the suite. The guard is never an assertion of speed.
+// Helpers for tests of threaded code: a one-shot event, waiting for a condition, running code on
+// several threads, and a main loop running on a thread of its own. Every wait has a hang guard: a
+// deadlock fails the test with a message instead of stalling the suite. The guard is never an
+// assertion of speed.
 #pragma once
 
 #include <chrono>
 #include <functional>
 #include <memory>
 #include <thread>
+#include <vector>
 
 #include "rkv/foundation/RKVMainLoop.h"
 #include "rkv/foundation/RKVMutex.h"
@@ -22,10 +24,6 @@ class RKVTestEvent {
     RKVMutexLock lock(mu_);
     set_ = true;
     changed_.notifyAll();
-  }
-  bool isSet() const {
-    RKVMutexLock lock(mu_);
-    return set_;
   }
   // True once set; false when the guard ran out first.
   [[nodiscard]] bool wait() const {
@@ -51,6 +49,15 @@ class RKVTestEvent {
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
   return true;
+}
+
+// Runs `body(0)` ... `body(count - 1)` on threads of their own, all at once, and joins them.
+inline void onThreads(int count, const std::function<void(int)>& body) {
+  std::vector<std::thread> threads;
+  for (int i = 0; i < count; ++i)
+    threads.emplace_back(body, i);
+  for (auto& thread : threads)
+    thread.join();
 }
 
 // An RKVMainLoop run on its own thread from construction until destruction.
