@@ -28,15 +28,14 @@ class RKVLogCapture {
   RKVLogCapture(const RKVLogCapture&) = delete;
   RKVLogCapture& operator=(const RKVLogCapture&) = delete;
 
-  // The messages written at `level` (0 debug, 2 error...), in order.
-  std::vector<std::string> messages(int64_t level = 0) const {
+  // The debug messages written, in order.
+  std::vector<std::string> debugMessages() const {
     std::lock_guard lock(output_->mutex);
     std::vector<std::string> result;
-    for (const auto& [messageLevel, message] : output_->messages)
-      if (messageLevel == level) result.push_back(message);
+    for (const auto& [level, message] : output_->messages)
+      if (level == 0) result.push_back(message);
     return result;
   }
-  std::vector<std::string> debugMessages() const { return messages(0); }
 
  private:
   struct Output : RKVLogOutput, RKVLogDataSource {

@@ -10,7 +10,6 @@
 #include <vector>
 
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/resource.h>
 
 #include "rkv/foundation/RKVBackgroundExecutor.h"
@@ -22,6 +21,7 @@
 #include "tests/support/RKVTestTLSServer.h"
 #include "tests/support/RKVTestThreads.h"
 #include "tests/support/RKVTestVASTDocuments.h"
+#include "tests/vast/RKVVASTTestSupport.h"
 
 namespace rkv {
 namespace {
@@ -61,18 +61,15 @@ class PassThroughAdapter : public RKVVASTManagerAdapter {
   }
 };
 
-std::string joined(const Lines& lines) {
+std::string joined(const Lines& lines, const std::string& separator = " | ") {
   std::string text;
   for (const auto& line : lines)
-    text += (text.empty() ? "" : " | ") + line;
+    text += (text.empty() ? "" : separator) + line;
   return text;
 }
 
 std::string urls(const std::vector<RKVVASTURL>& list) {
-  std::string text;
-  for (const auto& url : list)
-    text += (text.empty() ? "" : " ") + url.url().absoluteString();
-  return text;
+  return joined(test::urlTexts(list), " ");
 }
 
 // Every delegate call as one line: "ready", "failed <code>", "start <ad id>", "fail <ad id>",
@@ -163,16 +160,14 @@ class RKVVASTManagerTest : public ::testing::Test {
     server_.setRoute(path, RKVTestRoute::answer(200, vastXML(ads), delay));
   }
   std::string url(const std::string& path) const { return server_.url(path); }
-  static RKVURLSessionConfiguration oneMebibyteAtMost() {
-    RKVURLSessionConfiguration configuration;
-    configuration.maximumResponseBytes = 1024 * 1024;
-    return configuration;
-  }
 
   RKVTestHTTPServer server_;
-  std::shared_ptr<RKVURLSessionProvider> provider_ =
-      std::make_shared<RKVURLSessionProvider>(oneMebibyteAtMost());
-  std::shared_ptr<RKVURLSession> session_ = std::make_shared<RKVURLSession>(provider_);
+  std::shared_ptr<RKVURLSession> session_ = [] {
+    RKVURLSessionConfiguration oneMebibyteAtMost;
+    oneMebibyteAtMost.maximumResponseBytes = 1024 * 1024;
+    return std::make_shared<RKVURLSession>(
+        std::make_shared<RKVURLSessionProvider>(oneMebibyteAtMost));
+  }();
   std::shared_ptr<RecordingDelegate> delegate_;
   std::shared_ptr<PassThroughAdapter> adapter_ = std::make_shared<PassThroughAdapter>();
   const std::string closed_ =
@@ -207,8 +202,7 @@ TEST_F(RKVVASTManagerTest, ConfigAndErrorCodesWhereTheyArise) {
             "failed 10002 | error VAST_WRAPPER_ERROR_FETCH [] - | failed 10003 | "
             "error VAST_WRAPPER_ERROR_FETCH_TIMEOUT [] - | failed 301 | ready");
   // A time-out of zero or less is refused even while ads remain.
-  EXPECT_EQ(answer(manager->nextAdWithTimeout(0.0, false)), "10001 VASTManager Timeout.");
-  EXPECT_EQ(answer(manager->nextAdWithTimeout(-1.0, true)), "10001 VASTManager Timeout.");
+  EXPECT_EQ(answer(manager->nextAdWithTimeout(0.0, true)), "10001 VASTManager Timeout.");
   EXPECT_EQ(drain(*manager), "a/0 | " + kNoMoreAds);
   EXPECT_EQ(drain(*manager, true), "b/0 | " + kNoMorePassback);
   const RKVVASTParserResponse notAWrapper =
@@ -217,75 +211,55 @@ TEST_F(RKVVASTManagerTest, ConfigAndErrorCodesWhereTheyArise) {
   EXPECT_EQ(notAWrapper.error(), RKVError("RKVVASTErrorDomain", 10008, "No ad available."));
 }
 
-TEST_F(RKVVASTManagerTest, AWrapperChainIsMergedIntoTheInlineAdWithEveryLevelsPixels) {
-  auto level = [](RKVTestAd ad) {
+// The root document's w0, then /c1 ... /c5 answer the wrappers w1 ... w5 and /c6 the inline ad,
+// which has no title; every level carries its impression, error and start pixels.
+TEST_F(RKVVASTManagerTest, ChainsAreMergedUpToTheWrapperLimitPassbacksGoOneLevelDeeper) {
+  const std::vector<std::string> levels = {"w0", "w1", "w2", "w3", "w4", "w5", "i"};
+  auto level = [&](size_t n) {
+    RKVTestAd ad = n < 6 ? wrapperAd(levels[n], url("/c" + std::to_string(n + 1))) : inlineAd("i");
+    ad.hasTitle = n < 6;
     ad.impressions = {"http://imp.example/" + ad.id};
     ad.errors = {"http://err.example/" + ad.id};
     ad.starts = {"http://start.example/" + ad.id};
     return ad;
   };
-  serve("/w1", {level(wrapperAd("w1", url("/inline")))});
-  RKVTestAd untitled = level(inlineAd("i"));
-  untitled.hasTitle = false;
-  serve("/inline", {untitled});
-  auto manager = managerOver({level(wrapperAd("w0", url("/w1")))});
+  for (size_t n = 1; n <= 6; ++n)
+    serve("/c" + std::to_string(n), {level(n)});
+  // The pixels of levels `from` down to w0, as merged lists hold them.
+  auto pixels = [&](const std::string& kind, size_t from) {
+    std::string text;
+    for (size_t n = from + 1; n-- > 0;)
+      text += (text.empty() ? "" : " ") + ("http://" + kind + ".example/" + levels[n]);
+    return text;
+  };
+  const std::string refused = " | error VAST_WRAPPER_ERROR_LIMIT_REACHED [";
+  EXPECT_EQ(drain(*managerOver({level(0)}, {5.0, 0, false, false})), kNoMoreAds);
+  EXPECT_EQ(delegate_->calls(), "ready" + refused + pixels("err", 0) + "] -");
+  // The main path refuses the wrapper at depth 5, the passback path still fetches its ad.
+  EXPECT_EQ(drain(*managerOver({level(0)}, {5.0, 5, false, false})), kNoMoreAds);
+  EXPECT_EQ(delegate_->calls(), "ready | start w0" + refused + pixels("err", 5) + "] -");
+  EXPECT_EQ(server_.requestCount("/c6"), 0u);
+  auto passbackPath = managerOver({inlineAd("main"), level(0)}, {5.0, 5, false, false});
+  EXPECT_EQ(drain(*passbackPath), "main/0 | " + kNoMoreAds);
+  EXPECT_EQ(drain(*passbackPath, true), "i/6 | " + kNoMorePassback);
+  // An error without a VAST code fires the pixels on the passback path only.
+  EXPECT_EQ(delegate_->calls(), "ready | start w0 | error VAST_VALIDATION_ERROR_MISSING_ADTITLE [" +
+                                    pixels("err", 6) + "] text");
 
+  // Under a higher limit the main path merges every level; only the root's wrapper is announced.
+  auto manager = managerOver({level(0)}, {5.0, 6, false, false});
   RKVVASTManagerResponse response = manager->nextAdWithTimeout(5.0, false);
-  ASSERT_EQ(answer(response), "i/2");
+  ASSERT_EQ(answer(response), "i/6");
   const RKVVASTAd& ad = *std::dynamic_pointer_cast<HandedOutAd>(response.ad())->ad;
   std::vector<RKVVASTURL> starts;
   for (const auto& event : ad.linearCreatives().at(0)->trackingEvents())
     starts.emplace_back(event->eventURL());
-  for (const auto& [kind, list] :
-       {std::pair<std::string, std::string>{"imp", urls(ad.impressions())},
-        {"err", urls(ad.errorPixels())},
-        {"start", urls(starts)}}) {
-    const std::string host = "http://" + kind + ".example/";
-    EXPECT_EQ(list, host + "i " + host + "w1 " + host + "w0");
-  }
-  // Only the root document's wrapper is announced, and an error without a VAST code fires no
-  // pixel on the main path; every document is fetched once.
+  EXPECT_EQ(urls(ad.impressions()), pixels("imp", 6));
+  EXPECT_EQ(urls(ad.errorPixels()), pixels("err", 6));
+  EXPECT_EQ(urls(starts), pixels("start", 6));
   EXPECT_EQ(delegate_->calls(),
             "ready | start w0 | error VAST_VALIDATION_ERROR_MISSING_ADTITLE [] text");
-  EXPECT_EQ(drain(*manager), kNoMoreAds);
-  EXPECT_EQ(server_.requests().size(), 2u);
-}
-
-TEST_F(RKVVASTManagerTest, TheMainPathStopsAtTheWrapperLimitThePassbackPathGoesOneLevelDeeper) {
-  for (int64_t limit : {0, 5}) {
-    SCOPED_TRACE(limit);
-    // /<limit>/c1 ... /<limit>/c<limit> answer wrappers, /<limit>/c<limit + 1> the inline ad.
-    auto path = [&](int64_t n) { return "/" + std::to_string(limit) + "/c" + std::to_string(n); };
-    std::string pixels = "http://err.example/w0";  // those the refused wrapper carries
-    for (int64_t n = 1; n <= limit; ++n) {
-      RKVTestAd next = wrapperAd("w" + std::to_string(n), url(path(n + 1)));
-      next.errors = {"http://err.example/w" + std::to_string(n)};
-      serve(path(n), {next});
-      pixels = next.errors[0] + " " + pixels;
-    }
-    RKVTestAd untitled = inlineAd("i");
-    untitled.hasTitle = false;
-    serve(path(limit + 1), {untitled});
-    RKVTestAd root = wrapperAd("w0", url(path(1)));
-    root.errors = {"http://err.example/w0"};
-    const RKVVASTManagerConfig config(5.0, limit, false, false);
-
-    EXPECT_EQ(drain(*managerOver({root}, config)), kNoMoreAds);
-    EXPECT_EQ(delegate_->calls(), std::string(limit ? "ready | start w0" : "ready") +
-                                      " | error VAST_WRAPPER_ERROR_LIMIT_REACHED [" + pixels +
-                                      "] -");
-    EXPECT_EQ(server_.requestCount(path(limit + 1)), 0u);
-
-    auto passbackPath = managerOver({inlineAd("main"), root}, config);
-    EXPECT_EQ(drain(*passbackPath), "main/0 | " + kNoMoreAds);
-    EXPECT_EQ(drain(*passbackPath, true),
-              "i/" + std::to_string(limit + 1) + " | " + kNoMorePassback);
-    EXPECT_EQ(server_.requestCount(path(limit + 1)), 1u);
-    // An error without a VAST code fires the wrapper pixels on the passback path only.
-    EXPECT_EQ(
-        delegate_->calls(),
-        "ready | start w0 | error VAST_VALIDATION_ERROR_MISSING_ADTITLE [" + pixels + "] text");
-  }
+  EXPECT_EQ(server_.requestCount("/c6"), 2u);  // once per path that reached it
 }
 
 TEST_F(RKVVASTManagerTest, AWrapperLeadingToAPodContributesItsFirstAdOrTheWholePod) {
@@ -298,27 +272,21 @@ TEST_F(RKVVASTManagerTest, AWrapperLeadingToAPodContributesItsFirstAdOrTheWholeP
             "p1/1 | p2/1 | p3/1 | " + kNoMoreAds);
 }
 
-// Every way a wrapper's fetch can fail, each bounded by the time-out (plus 10 %) and reported
-// with the wrapper's error URLs.
+// The ways a wrapper's fetch can fail, each bounded by the time-out (plus 10 %) and reported
+// with the wrapper's error URLs. Other transport errors map to the same report: the HTTP
+// session's tests tell them apart.
 TEST_F(RKVVASTManagerTest, FailedAndRefusedWrappersReachTheDelegateWithinTheTimeOut) {
-  // A peer's reset must never reach the default action of SIGPIPE, which ends the process.
-  struct sigaction previous {};
-  struct sigaction defaultAction {};
-  defaultAction.sa_handler = SIG_DFL;
-  sigaction(SIGPIPE, &defaultAction, &previous);
   test::RKVTestTLSServer tls(vastXML({inlineAd("tls")}));
   ASSERT_TRUE(tls.isRunning()) << "needs the openssl command";
   RKVTestHTTPServer stalled;
   stalled.setStallConnections(true);
   server_.setRoute("/noad", RKVTestRoute::answer(200, vastXML({}, {"http://err.example/noad"})));
   server_.setRoute("/missing", RKVTestRoute::answer(404, vastXML({inlineAd("i404")})));
-  server_.setRoute("/garbage", RKVTestRoute::answer(500, "<html>oops"));
   for (const auto& [path, behavior] :
-       {std::pair{"/silent", Behavior::NeverAnswer}, std::pair{"/reset", Behavior::Reset},
-        std::pair{"/drip", Behavior::Drip}, std::pair{"/endless", Behavior::EndlessBody}})
+       {std::pair{"/silent", Behavior::NeverAnswer}, std::pair{"/drip", Behavior::Drip},
+        std::pair{"/endless", Behavior::EndlessBody}})
     server_.setRoute(path, RKVTestRoute::misbehaving(behavior));
   server_.setRoute("/to-file", RKVTestRoute::redirect("file:///etc/passwd"));
-  server_.setRoute("/loop", RKVTestRoute::redirect("/loop"));
   RKVTestRoute slowLoop = RKVTestRoute::redirect("/slow-loop");
   slowLoop.delay = 300ms;
   server_.setRoute("/slow-loop", slowLoop);
@@ -338,17 +306,14 @@ TEST_F(RKVVASTManagerTest, FailedAndRefusedWrappersReachTheDelegateWithinTheTime
        "start w | error VAST_WRAPPER_ERROR_NOT_VAST_RESPONSE [http://err.example/noad "
        "http://err.example/w] text | fail w"},
       {url("/missing"), "start w", "i404/1 | " + kNoMoreAds},  // the body of a 404 is read
-      {url("/garbage"), "start w | error XML_PARSING_ERROR_WRAPPER" + pixels + "text"},
       {url("/silent"), timedOut},
       {stalled.url("/stalled"), timedOut},
       {url("/drip"), timedOut},
-      {url("/slow-loop"), timedOut},
-      {url("/loop"), fetch},
+      {url("/slow-loop"), timedOut},  // redirects without end, each answer late
       {url("/endless"), fetch},
-      {url("/reset"), fetch},
+      {closed_, fetch},
       {url("/to-file"), fetch},
       {"file:///etc/passwd", fetch},
-      {closed_, fetch},
       {tls.url("/vast"), fetch},  // a self-signed certificate
   };
   for (const Case& c : cases) {
@@ -365,7 +330,6 @@ TEST_F(RKVVASTManagerTest, FailedAndRefusedWrappersReachTheDelegateWithinTheTime
   rusage after{};
   getrusage(RUSAGE_SELF, &after);
   EXPECT_LT(after.ru_maxrss - before.ru_maxrss, 64 * 1024) << "kilobytes";
-  sigaction(SIGPIPE, &previous, nullptr);
 }
 
 TEST_F(RKVVASTManagerTest, PassbackWrappersResolveInParallelAndLaterResultsWaitTheirTurn) {
@@ -387,8 +351,6 @@ TEST_F(RKVVASTManagerTest, PassbackWrappersResolveInParallelAndLaterResultsWaitT
 
   // The three results that lost the race wait in the inline passback store, each handed out once.
   ASSERT_TRUE(test::eventually([&] { return logged(log, "Resolved wrapper ad: ") == 4; }));
-  EXPECT_TRUE(manager->didResolvePassbackWrappers());
-  EXPECT_FALSE(manager->isResolvingPassbackWrappers());
   Lines answers = {first};
   for (auto response = manager->nextAdWithTimeout(5.0, true); response.ad();
        response = manager->nextAdWithTimeout(5.0, true))
@@ -396,7 +358,6 @@ TEST_F(RKVVASTManagerTest, PassbackWrappersResolveInParallelAndLaterResultsWaitT
   std::sort(answers.begin(), answers.end());
   EXPECT_EQ(joined(answers), "s1/1 | s2/1 | s3/1 | s4/1");
   EXPECT_EQ(delegate_->calls(true), "ready | start w1 | start w2 | start w3 | start w4");
-  EXPECT_EQ(logged(log, "Transforming wrapper ad: "), 8u);
 }
 
 TEST_F(RKVVASTManagerTest, AskingWhilePassbacksResolveAndCancellingSilenceTheLateResults) {
@@ -439,20 +400,6 @@ TEST_F(RKVVASTManagerTest, ADelegateMayCancelFromItsCallbackOrOutliveTheManager)
   manager->createAdsStoreWithXML(vastXML({wrapperAd("w", url("/untitled"))}), std::nullopt, 5.0);
   EXPECT_EQ(drain(*manager), "late/1 | " + kNoMoreAds);
   EXPECT_EQ(delegate_->calls(), "ready | start w") << "no report of the missing title";
-}
-
-TEST_F(RKVVASTManagerTest, ShuttingTheSessionDownEndsAFetchInFlight) {
-  RKVTestHTTPServer stalled;
-  stalled.setStallConnections(true);
-  auto manager = managerOver({wrapperAd("w", stalled.url("/stalled"))}, {600.0, 5, false, false});
-  auto asking = std::async(std::launch::async,
-                           [&] { return answer(manager->nextAdWithTimeout(5.0, false)); });
-  ASSERT_TRUE(test::eventually([&] { return stalled.connectionCount() == 1; }));
-  auto stopped = std::async(std::launch::async, [&] { provider_->shutdown(); });
-  ASSERT_EQ(stopped.wait_for(test::kHangGuard), std::future_status::ready);
-  ASSERT_EQ(asking.wait_for(test::kHangGuard), std::future_status::ready);
-  EXPECT_EQ(asking.get(), kNoMoreAds);
-  EXPECT_EQ(delegate_->calls(), "ready | start w | error VAST_WRAPPER_ERROR_FETCH [] -");
 }
 
 }  // namespace

