@@ -1,5 +1,8 @@
+#include <tuple>
+
 #include <gtest/gtest.h>
 
+#include "rkv/net/RKVHTMLUtils.h"
 #include "rkv/net/RKVURLUtils.h"
 
 namespace rkv {
@@ -124,6 +127,28 @@ TEST(RKVURLUtilsTest, SchemesQueriesAndPaths) {
   EXPECT_EQ(RKVURLUtils::valueForKey("ID", u), "2");
   EXPECT_EQ(RKVURLUtils::valueForKey("flag", u), nullopt);  // the first has no value
   EXPECT_EQ(RKVURLUtils::valueForKey("s", u), "a b");
+}
+
+TEST(RKVHTMLUtilsTest, FindsEachMarkerInAnyCase) {
+  using Check = bool (*)(std::string_view);
+  // The check, a text where the marker is found, texts where it is not.
+  const std::tuple<Check, string, Strings> cases[] = {
+      {&RKVHTMLUtils::containsMRAIDBridgeSingleQuoteInScript,
+       "x='MRAID.JS'",
+       {"<script src=\"mraid.js\"></script>", "'mraid.js", "'mraid_js'"}},
+      {&RKVHTMLUtils::containsMRAIDBridgeDoubleQuoteInScript,
+       "\"Mraid.Js\"",
+       {"<script src='mraid.js'></script>", "\"mraid.jsx\""}},
+      {&RKVHTMLUtils::containsClosingHEADTagInScript, "x</HeAd>y", {"</head >", "< /head>"}},
+      {&RKVHTMLUtils::containsOpeningBODYTagInScript, "<BODY class=x>", {"</body>", "<bod"}},
+      {&RKVHTMLUtils::containsOpeningHTMLTagInScript, "<!DOCTYPE html><HTML>", {"</html>"}},
+      {&RKVHTMLUtils::containsClosingHTMLTagInScript, "</HTML>\n", {"<html>", "</html"}},
+  };
+  for (const auto& [check, found, notFound] : cases) {
+    EXPECT_TRUE(check(found)) << found;
+    for (const string& miss : notFound)
+      EXPECT_FALSE(check(miss)) << miss;
+  }
 }
 
 }  // namespace

@@ -68,6 +68,23 @@ TEST(RKVXMLDictionaryTest, ReadBackOperationsAndKeyPaths) {
   EXPECT_EQ(dump(vast->rkv_dictionaryValueForKeyPath("Ad._id")), R"({"__text":"1"})");
 }
 
+TEST(RKVXMLDictionaryTest, WritesXMLBackThatReadsToTheSameTree) {
+  for (const char* xml : {"<VAST version='4.2'><Ad id='a&amp;b'><InLine><AdTitle>x &lt; y</AdTitle>"
+                          "<Impression><![CDATA[http://t/?a=1&b=2]]></Impression></InLine></Ad>"
+                          "</VAST>",
+                          "<R q='&quot;&apos;'><B>1</B><B>2</B><C k='v'/></R>"}) {
+    RKVXMLDictionaryPtr tree = parse(xml);
+    const std::string written = tree->rkv_XMLString();
+    EXPECT_EQ(dump(parse(written)), dump(tree)) << written;
+  }
+  EXPECT_EQ(parse("<R a='1'><B>t</B></R>")->rkv_XMLString(), "<R a=\"1\"><B>t</B></R>");
+  // A wrapped root (one entry, no "__name") is written as its content.
+  RKVXMLDictionaryParser::Options options;
+  options.wrapRootNode = true;
+  EXPECT_EQ(RKVXMLDictionaryParser(options).rkv_dictionaryWithString("<R>t</R>")->rkv_XMLString(),
+            "<R>t</R>");
+}
+
 TEST(RKVXMLDictionaryUtilsTest, LookupsAnswerNilForTheWrongKind) {
   using U = RKVXMLDictionaryUtils;
   RKVXMLDictionaryPtr root = parse("<R v='4.0'><Ad>first</Ad><Ad><X>1</X></Ad><E/>t<N>015</N></R>");
