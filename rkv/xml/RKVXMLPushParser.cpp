@@ -11,9 +11,12 @@ namespace rkv {
 
 namespace {
 
-// Documents are handed to expat in pieces of this size, so that expat's own input buffer (which
-// XML_Parse copies into) stays this small instead of doubling a large document in memory.
-constexpr size_t kChunkBytes = 64 * 1024;
+// XML_Parse copies what it is given into the parser's own buffer, which a reset keeps: a parser
+// that has read a larger document is freed rather than kept for the thread's next one.
+constexpr size_t kLargestReusedDocument = 256 * 1024;
+
+// XML_Parse takes an int length.
+constexpr size_t kChunkBytes = size_t{1} << 30;
 
 // The salt of expat's name hash tables, drawn once per process. expat would otherwise read fresh
 // entropy from the kernel for every parser, a system call per document; one secret salt keeps
@@ -45,8 +48,8 @@ ExpatParser takeParser() {
   return ExpatParser(XML_ParserCreate(nullptr));
 }
 
-void giveBackParser(ExpatParser parser) {
-  if (!cachedParser) cachedParser = std::move(parser);
+void giveBackParser(ExpatParser parser, size_t documentBytes) {
+  if (!cachedParser && documentBytes <= kLargestReusedDocument) cachedParser = std::move(parser);
 }
 
 }  // namespace
@@ -134,7 +137,7 @@ bool RKVXMLPushParser::parse(RKVXMLPushParserDelegate& delegate) {
   } while (status == XML_STATUS_OK && !rest.empty());
 
   if (status == XML_STATUS_OK) {
-    giveBackParser(std::move(owned));
+    giveBackParser(std::move(owned), bytes_.size());
     return true;
   }
   RKVXMLParseError error;
@@ -149,7 +152,7 @@ bool RKVXMLPushParser::parse(RKVXMLPushParserDelegate& delegate) {
   }
   error.line = XML_GetCurrentLineNumber(parser);
   error.column = XML_GetCurrentColumnNumber(parser);
-  giveBackParser(std::move(owned));
+  giveBackParser(std::move(owned), bytes_.size());
   error_ = error;
   delegate.parseErrorOccurred(error);
   return false;
