@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <ctime>
 #include <system_error>
 #include <utility>
 
@@ -26,33 +25,6 @@ RKVURLSessionResponse failure(int64_t code) {
 RKVURLSessionResponse cancelled() {
   return failure(RKVURLError::Cancelled);
 }
-
-// Blocks SIGPIPE on the calling thread while a synchronous transfer runs there, and on the way
-// out takes a SIGPIPE that became pending meanwhile before the caller's mask comes back: a peer
-// resetting the connection under a caller's transfer must not end the process either.
-class SIGPIPEBlock {
- public:
-  SIGPIPEBlock() {
-    sigemptyset(&pipe_);
-    sigaddset(&pipe_, SIGPIPE);
-    pthread_sigmask(SIG_BLOCK, &pipe_, &previous_);
-  }
-  ~SIGPIPEBlock() {
-    if (sigismember(&previous_, SIGPIPE) == 1) return;  // the caller blocks it already
-    sigset_t pending;
-    if (sigpending(&pending) == 0 && sigismember(&pending, SIGPIPE) == 1) {
-      const timespec now{0, 0};
-      sigtimedwait(&pipe_, nullptr, &now);
-    }
-    pthread_sigmask(SIG_SETMASK, &previous_, nullptr);
-  }
-  SIGPIPEBlock(const SIGPIPEBlock&) = delete;
-  SIGPIPEBlock& operator=(const SIGPIPEBlock&) = delete;
-
- private:
-  sigset_t pipe_;
-  sigset_t previous_;
-};
 
 }  // namespace
 
@@ -184,7 +156,9 @@ RKVURLSessionResponse RKVCurlSession::drive(CallerDriver& driver, RKVCurlTransfe
     return RKVURLSessionResponse{std::nullopt, std::nullopt, std::move(error)};
   }
   CURLM* multi = driver.multi.get();
-  const SIGPIPEBlock noSIGPIPE;
+  // No SIGPIPE handling here: libcurl sends with MSG_NOSIGNAL (TLS records included), and the
+  // caller's signal mask is the caller's. The tests upload to a resetting peer under the
+  // signal's default action on this path too.
   if (curl_multi_add_handle(multi, transfer.handle()) != CURLM_OK) {
     driver.easy = transfer.takeHandle();
     return failure(RKVURLError::Unknown);
