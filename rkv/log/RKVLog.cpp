@@ -5,6 +5,7 @@
 
 #include <execinfo.h>
 
+#include "rkv/foundation/internal/RKVHostCall.h"
 #include "rkv/log/RKVLogDefaultDataSource.h"
 #include "rkv/log/RKVLogDefaultOutput.h"
 #include "rkv/platform/RKVFrameworkInfo.h"
@@ -13,6 +14,18 @@ namespace rkv {
 
 namespace {
 constexpr int kMaxStackFrames = 128;
+
+// Exceptions thrown by host code are reported through the shared console log, at error level.
+void logHostException(std::string_view site, std::string_view what) {
+  RKVLog::sharedInstance()->logErrorWithFormat("{} threw ({}); the exception was dropped.", site,
+                                               what);
+}
+
+// Installed when the library is loaded; the foundation layer writes to stderr before that.
+[[maybe_unused]] const bool kHostExceptionReporterInstalled = [] {
+  internal::setHostExceptionReporter(&logHostException);
+  return true;
+}();
 }  // namespace
 
 std::shared_ptr<RKVLog> RKVLog::sharedInstance() {

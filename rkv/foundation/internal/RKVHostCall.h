@@ -1,0 +1,47 @@
+// The one policy for host code that throws (a delegate, an observer, a completion, a posted
+// task, an adapter): the library catches the exception where it called the host, reports the
+// call site at error level, and carries on as if the call had returned. Nothing the host throws
+// ends a library thread, skips later observers or reaches another caller. Thread-safe.
+#pragma once
+
+#include <string_view>
+#include <utility>
+
+namespace rkv::internal {
+
+// Receives (site, what) for every exception caught from host code; `what` is the exception's
+// what() or "unknown exception". Must not throw.
+using HostExceptionReporter = void (*)(std::string_view site, std::string_view what);
+
+// Replaces the reporter (null restores the default, which writes one line to stderr). The
+// console log installs one that logs at error level when the library is loaded.
+void setHostExceptionReporter(HostExceptionReporter reporter) noexcept;
+
+// Reports the exception currently being handled; call it only inside a catch block.
+void reportHostException(std::string_view site) noexcept;
+
+// Runs `call`; an exception it throws is reported under `site` and dropped. True when `call`
+// returned normally.
+template <typename Call>
+bool callHost(std::string_view site, Call&& call) noexcept {
+  try {
+    std::forward<Call>(call)();
+    return true;
+  } catch (...) {
+    reportHostException(site);
+    return false;
+  }
+}
+
+// As callHost, for a call with a result: `fallback` when it threw.
+template <typename Result, typename Call>
+Result callHostOr(std::string_view site, Result fallback, Call&& call) noexcept {
+  try {
+    return std::forward<Call>(call)();
+  } catch (...) {
+    reportHostException(site);
+    return fallback;
+  }
+}
+
+}  // namespace rkv::internal
