@@ -26,6 +26,19 @@ bool equalsUpperCased(const std::optional<std::string>& text, std::string_view u
   return true;
 }
 
+// True when the text starts with a number as RKVTextValues reads one: white space, an optional
+// sign, then a digit, or a '.' followed by a digit. "inf", "nan" and the empty text do not.
+bool startsWithNumber(const std::string* text) {
+  if (text == nullptr) return false;
+  auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
+  size_t i = 0;
+  while (i < text->size() && ((*text)[i] == ' ' || ((*text)[i] >= '\t' && (*text)[i] <= '\r')))
+    ++i;
+  if (i < text->size() && ((*text)[i] == '+' || (*text)[i] == '-')) ++i;
+  if (i < text->size() && (*text)[i] == '.') ++i;
+  return i < text->size() && isDigit((*text)[i]);
+}
+
 constexpr std::string_view kPlayableTypes[] = {
     "VIDEO/MP4",
     "VIDEO/3GPP",
@@ -118,6 +131,7 @@ std::shared_ptr<RKVVASTMediaFile> RKVVASTMediaFile::withDictionary(
   file->scalable_ = RKVTextValues::boolValue(text(Field::scalable));
   file->maintainAspectRatio_ = RKVTextValues::boolValue(text(Field::maintainAspectRatio));
   file->codec_ = internal::optionalText(text(Field::codec));
+  file->declaresBitrate_ = startsWithNumber(text(Field::bitrate));
   file->bitrate_ = RKVTextValues::floatValue(text(Field::bitrate));
   file->minBitrate_ = RKVTextValues::floatValue(text(Field::minBitrate));
   file->maxBitrate_ = RKVTextValues::floatValue(text(Field::maxBitrate));

@@ -28,6 +28,11 @@ class RKVVASTMediaFile {
   bool maintainAspectRatio() const { return maintainAspectRatio_; }
   // Float readings of the attributes (RKVTextValues::floatValue); 0 when absent or not a number.
   float bitrate() const { return bitrate_; }  // kbit/s
+  // Whether the bitrate attribute is present and starts with a number (after white space, an
+  // optional sign, then a digit or a '.' and a digit). A file for which this is false has a
+  // bitrate() of 0 but declares none: the media file selector takes it as the "no bitrate"
+  // marker -1, as it takes a written -1.
+  bool declaresBitrate() const { return declaresBitrate_; }
   float minBitrate() const { return minBitrate_; }
   float maxBitrate() const { return maxBitrate_; }
   float width() const { return width_; }  // pixels
@@ -59,6 +64,7 @@ class RKVVASTMediaFile {
   std::optional<std::string> apiFramework_;
   bool scalable_ = false;
   bool maintainAspectRatio_ = false;
+  bool declaresBitrate_ = false;
   float bitrate_ = 0;
   float minBitrate_ = 0;
   float maxBitrate_ = 0;

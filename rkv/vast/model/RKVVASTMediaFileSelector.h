@@ -29,8 +29,9 @@ class RKVVASTMediaFileSelector {
   const std::vector<std::shared_ptr<RKVVASTMediaFile>>& media() const { return media_; }
   int64_t networkAccessType() const { return networkAccessType_; }
 
-  // The chosen file; null only when there is no candidate. With the files ordered by bitrate,
-  // highest first (equal bitrates in list order):
+  // The chosen file; null only when there is no candidate. A file whose declaresBitrate() is
+  // false (its bitrate attribute absent or not a number) counts as bitrate -1, none declared. With
+  // the files ordered by bitrate, highest first (equal bitrates in list order):
   // - good connection: the richest file whose bitrate is within [0, maxBitrate];
   // - low connection: the leanest file whose bitrate is above -1 (-1 = none declared), walking
   //   up from the lowest; the cap is not consulted;

@@ -4,6 +4,8 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -63,10 +65,22 @@ TEST(RKVVASTMediaFileTest, SupportedTypesAndAttributes) {
   auto file = mediaFile("type='video/mp4' bitrate='1500.5' maxBitrate='abc' height=' 720px'");
   EXPECT_EQ((Floats{file->bitrate(), file->maxBitrate(), file->height()}),
             (Floats{1500.5f, 0, 720}));
+  // A bitrate is declared only by an attribute that starts with a number; the others read 0.
+  const std::pair<const char*, bool> declarations[] = {
+      {nullptr, false}, {"", false},    {"abc", false}, {" \t", false},    {".", false},
+      {"-", false},     {"inf", false}, {"nan", false}, {" 12kbps", true}, {"-1", true},
+      {".5", true},     {"+.5", true},  {"0", true},
+  };
+  for (const auto& [bitrate, declared] : declarations) {
+    auto withBitrate = mediaFile(std::string("type='video/mp4'") +
+                                 (bitrate ? std::string(" bitrate='") + bitrate + "'" : ""));
+    EXPECT_EQ(withBitrate->declaresBitrate(), declared) << (bitrate ? bitrate : "absent");
+    if (!declared) EXPECT_EQ(withBitrate->bitrate(), 0) << (bitrate ? bitrate : "absent");
+  }
 }
 
 TEST(RKVVASTMediaFileSelectorTest, Choices) {
-  // Name (the URL's path), bitrate, width, height.
+  // Name (the URL's path), bitrate (null: no bitrate attribute), width, height.
   using Files = std::vector<std::tuple<const char*, const char*, int, int>>;
   const Files ladder = {
       {"a1500", "1500", 1280, 720}, {"a3000", "3000", 1920, 1080}, {"a800", "800", 640, 360}};
@@ -77,6 +91,11 @@ TEST(RKVVASTMediaFileSelectorTest, Choices) {
   const Files ties = {{"first", "1000", 640, 360}, {"second", "1000", 640, 360}};
   const Files someUndeclared = {
       {"none", "-1", 1920, 1080}, {"low", "400", 320, 180}, {"rich", "900", 640, 360}};
+  // Left out or not a number, the bitrate is not declared either, though it reads 0.
+  const Files notWritten = {
+      {"small", nullptr, 640, 360}, {"large", "abc", 1920, 1080}, {"mid", "", 1280, 720}};
+  const Files hdWithout = {{"hd", nullptr, 1920, 1080}, {"sd", "800", 640, 360}};
+  const Files zeroDeclared = {{"none", nullptr, 640, 360}, {"zero", "0", 1920, 1080}};
   // A frame of area -1 is the running best's starting marker, so the next file replaces it.
   const Files markerArea = {{"marker", "-1", -1, 1}, {"real", "-1", 2, 2}};
   // Files, minimum and maximum bitrate, access type (6 wi-fi, 0 none), the choice.
@@ -93,14 +112,20 @@ TEST(RKVVASTMediaFileSelectorTest, Choices) {
       {someUndeclared, 0, 5000, 6, "rich"},  // undeclared bitrates are skipped
       {someUndeclared, 0, 5000, 0, "low"},
       {markerArea, 0, 5000, 0, "real"},
+      {notWritten, 0, 5000, 6, "large"},  // no bitrate written: the largest frame
+      {notWritten, 0, 5000, 0, "small"},  // and the smallest on a low connection
+      {hdWithout, 0, 5000, 0, "sd"},      // the file that declares one wins on a low one
+      {hdWithout, 0, 5000, 6, "sd"},
+      {zeroDeclared, 0, 5000, 0, "zero"},  // a written 0 is declared
+      {zeroDeclared, 0, 5000, 6, "zero"},
       {{}, 0, 5000, 0, "none"},
   };
   for (const auto& [files, minBitrate, maxBitrate, accessType, expected] : cases) {
     std::vector<std::shared_ptr<RKVVASTMediaFile>> made;
     for (const auto& [name, bitrate, width, height] : files) {
-      made.push_back(mediaFile("type='video/mp4' bitrate='" + std::string(bitrate) + "' width='" +
-                                   std::to_string(width) + "' height='" + std::to_string(height) +
-                                   "'",
+      const std::string written = bitrate ? " bitrate='" + std::string(bitrate) + "'" : "";
+      made.push_back(mediaFile("type='video/mp4'" + written + " width='" + std::to_string(width) +
+                                   "' height='" + std::to_string(height) + "'",
                                std::string("http://m.test/") + name));
     }
     auto chosen = RKVVASTMediaFileSelector(minBitrate, maxBitrate, made, accessType).mediaFile();
