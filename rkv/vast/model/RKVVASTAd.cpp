@@ -1,8 +1,14 @@
 #include "rkv/vast/model/RKVVASTAd.h"
 
+#include <algorithm>
+#include <cstddef>
+#include <functional>
+#include <string_view>
+#include <unordered_set>
 #include <utility>
 
 #include "rkv/foundation/RKVTextValues.h"
+#include "rkv/log/RKVLog.h"
 #include "rkv/vast/errors/RKVVASTError.h"
 #include "rkv/vast/model/RKVVASTTrackingEvent.h"
 #include "rkv/vast/model/RKVVASTUniversalAdId.h"
@@ -24,28 +30,173 @@ void report(const RKVVASTInnerErrorHandler& errorHandler, const RKVVASTError& er
   if (errorHandler) errorHandler(error, errorURLs);
 }
 
-// Appends `source` to `target`; the two may be the same list (an ad merged into itself).
+// What one merge may still add to the receiving ad: the ad's ceiling less what earlier merges
+// added. The first entry refused writes the one warning line of the ad.
+class MergeBudget {
+ public:
+  MergeBudget(size_t& used, bool& reported, const RKVVASTAd& receiver, const RKVVASTAd& wrapper)
+      : used_(used), reported_(reported), receiver_(receiver), wrapper_(wrapper) {}
+
+  size_t remaining() const { return RKVVASTAd::kMaximumMergedEntries - used_; }
+  bool exhausted() const { return used_ >= RKVVASTAd::kMaximumMergedEntries; }
+  // Counts one entry; false (and the warning, once per ad) when the ceiling is reached.
+  bool take() {
+    if (!exhausted()) {
+      ++used_;
+      return true;
+    }
+    if (!reported_) {
+      reported_ = true;
+      RKVLog::sharedInstance()->logWarningWithFormat(
+          "Merging wrapper ad '{}' into ad '{}': the ad reached its ceiling of {} merged "
+          "entries; the rest of the wrapper chain's tracking is dropped.",
+          wrapper_.adID().value_or("(null)"), receiver_.adID().value_or("(null)"),
+          RKVVASTAd::kMaximumMergedEntries);
+    }
+    return false;
+  }
+
+ private:
+  size_t& used_;
+  bool& reported_;
+  const RKVVASTAd& receiver_;
+  const RKVVASTAd& wrapper_;
+};
+
+// Appends `source` to `target` while the budget lasts; the two may be the same list (an ad
+// merged into itself).
 template <typename T>
-void append(std::vector<T>& target, const std::vector<T>& source) {
-  if (&target == &source) {
-    const std::vector<T> copy = source;
-    target.insert(target.end(), copy.begin(), copy.end());
-  } else {
-    target.insert(target.end(), source.begin(), source.end());
+void append(std::vector<T>& target, const std::vector<T>& source, MergeBudget& budget) {
+  const size_t count = source.size();
+  for (size_t i = 0; i < count; ++i) {
+    if (!budget.take()) return;
+    // By index and through a copy: target.push_back may move `source` when they are one list.
+    T entry = source[i];
+    target.push_back(std::move(entry));
   }
 }
 
+// What makes two entries of a creative's list the same: name, offset and URL of a tracking event,
+// the URL of a click-tracking URL. The views point into the event objects (held by pointer, so
+// they never move) or into the elements of a list whose room was reserved beforehand.
+struct TrackingKey {
+  std::string_view name;
+  std::string_view offset;
+  bool hasOffset;
+  std::string_view url;
+  bool operator==(const TrackingKey&) const = default;
+};
+
+struct TrackingKeyHash {
+  size_t operator()(const TrackingKey& key) const {
+    const std::hash<std::string_view> hash;
+    size_t h = hash(key.url);
+    h = h * 31 + hash(key.name);
+    return h * 31 + (key.hasOffset ? hash(key.offset) + 1 : 0);
+  }
+};
+
+TrackingKey keyOf(const std::shared_ptr<RKVVASTTrackingEvent>& event) {
+  const std::optional<std::string>& offset = event->offset();
+  return {event->name(), offset ? std::string_view(*offset) : std::string_view(),
+          offset.has_value(), event->url().absoluteString()};
+}
+
+std::string_view keyOf(const RKVVASTURL& url) {
+  return url.url().absoluteString();
+}
+
+bool isNull(const std::shared_ptr<RKVVASTTrackingEvent>& event) {
+  return event == nullptr;
+}
+
+bool isNull(const RKVVASTURL&) {
+  return false;
+}
+
+// Appends to one receiving list the entries of the wrapper's lists that it does not hold yet
+// (by key), while the budget lasts. Short lists are searched in place; longer ones through a
+// hash set of the keys, so that a merge costs time in proportion to the entries it looks at.
+template <typename Entry, typename Key, typename Hash>
+class NewEntryAppender {
+ public:
+  // `incoming`: how many entries the sources hold together, at most.
+  NewEntryAppender(std::vector<Entry>& target, size_t incoming, MergeBudget& budget)
+      : target_(target), budget_(budget) {
+    // Room for everything that can be appended, so that the keys' views into the list's elements
+    // stay valid.
+    target_.reserve(target_.size() + std::min(incoming, budget_.remaining()));
+    hashed_ = target_.size() + incoming > kSearchInPlaceLimit;
+    if (hashed_) {
+      keys_.reserve(target_.size() + std::min(incoming, budget_.remaining()));
+      for (const Entry& entry : target_) {
+        if (!isNull(entry)) keys_.insert(keyOf(entry));
+      }
+    }
+  }
+
+  void append(const std::vector<Entry>& source) {
+    // A list is never appended to itself: every entry of it is already there.
+    if (&source == &target_) return;
+    for (const Entry& entry : source) {
+      if (budget_.exhausted()) {
+        budget_.take();  // the warning, once
+        return;
+      }
+      if (isNull(entry) || holds(entry)) continue;
+      budget_.take();
+      target_.push_back(entry);
+      if (hashed_) keys_.insert(keyOf(target_.back()));
+    }
+  }
+
+ private:
+  static constexpr size_t kSearchInPlaceLimit = 32;
+
+  bool holds(const Entry& entry) const {
+    const Key key = keyOf(entry);
+    if (hashed_) return keys_.contains(key);
+    return std::ranges::any_of(
+        target_, [&key](const Entry& held) { return !isNull(held) && keyOf(held) == key; });
+  }
+
+  std::vector<Entry>& target_;
+  MergeBudget& budget_;
+  bool hashed_ = false;
+  std::unordered_set<Key, Hash> keys_;
+};
+
 // Gives the receiver an empty creative of the kind when it has none, then pours the tracking
-// and click tracking of every wrapper creative into every receiver creative.
+// and click tracking of every wrapper creative into every receiver creative, leaving out what a
+// receiver creative already holds.
 template <typename Creative>
 void mergeCreatives(std::vector<std::shared_ptr<Creative>>& receiver,
-                    const std::vector<std::shared_ptr<Creative>>& wrapper) {
+                    const std::vector<std::shared_ptr<Creative>>& wrapper, MergeBudget& budget) {
   if (receiver.empty()) receiver.push_back(Creative::initEmptyCreative());
+  size_t incomingEvents = 0;
+  size_t incomingClicks = 0;
+  for (const std::shared_ptr<Creative>& source : wrapper) {
+    if (source == nullptr) continue;
+    incomingEvents += std::as_const(*source).trackingEvents().size();
+    incomingClicks += std::as_const(*source).clickTracking().size();
+  }
+  if (incomingEvents + incomingClicks == 0) return;
   // The wrapper's list is walked by index: it may be the receiver's own list.
-  for (const std::shared_ptr<Creative>& target : receiver) {
+  for (size_t r = 0; r < receiver.size(); ++r) {
+    const std::shared_ptr<Creative>& target = receiver[r];
+    if (target == nullptr) continue;
+    if (budget.exhausted()) {
+      budget.take();  // the warning, once
+      return;
+    }
+    NewEntryAppender<std::shared_ptr<RKVVASTTrackingEvent>, TrackingKey, TrackingKeyHash> events(
+        target->trackingEvents(), incomingEvents, budget);
+    NewEntryAppender<RKVVASTURL, std::string_view, std::hash<std::string_view>> clicks(
+        target->clickTracking(), incomingClicks, budget);
     for (size_t i = 0; i < wrapper.size(); ++i) {
-      append(target->trackingEvents(), std::as_const(*wrapper[i]).trackingEvents());
-      append(target->clickTracking(), std::as_const(*wrapper[i]).clickTracking());
+      if (wrapper[i] == nullptr) continue;
+      events.append(std::as_const(*wrapper[i]).trackingEvents());
+      clicks.append(std::as_const(*wrapper[i]).clickTracking());
     }
   }
 }
@@ -287,26 +438,31 @@ std::optional<RKVURL> RKVVASTAd::nextActionURL() const {
 }
 
 void RKVVASTAd::merge(const RKVVASTAd& wrapper) {
+  MergeBudget budget(mergedEntryCount_, mergeCeilingReported_, *this, wrapper);
   wrapperDepth_ = wrapper.wrapperDepth_ + 1;
-  append(errorPixels_, wrapper.errorPixels_);
-  append(impressions_, wrapper.impressions_);
-  append(viewabilityEvents_, wrapper.viewabilityEvents_);
+  append(errorPixels_, wrapper.errorPixels_, budget);
+  append(impressions_, wrapper.impressions_, budget);
+  append(viewabilityEvents_, wrapper.viewabilityEvents_, budget);
 
-  mergeCreatives(linearCreatives_, wrapper.linearCreatives_);
-  mergeCreatives(companionCreatives_, wrapper.companionCreatives_);
-  mergeCreatives(nonLinearCreatives_, wrapper.nonLinearCreatives_);
+  mergeCreatives(linearCreatives_, wrapper.linearCreatives_, budget);
+  mergeCreatives(companionCreatives_, wrapper.companionCreatives_, budget);
+  mergeCreatives(nonLinearCreatives_, wrapper.nonLinearCreatives_, budget);
 
   // The wrapper's extension wins: it takes this ad's metrics and replaces this ad's extension
-  // (whose other data is dropped).
+  // (whose other data is dropped). The metrics only move from level to level, so they are not
+  // counted against the ceiling.
   if (wrapper.extensions_ && wrapper.extensions_->metrics()) {
-    if (extensions_) {
-      if (const auto& own = std::as_const(*extensions_).metrics())
-        append(*wrapper.extensions_->metrics(), *own);
+    // An extension already shared with the wrapper holds its metrics already.
+    if (extensions_ && extensions_ != wrapper.extensions_) {
+      if (const auto& own = std::as_const(*extensions_).metrics()) {
+        auto& metrics = *wrapper.extensions_->metrics();
+        metrics.insert(metrics.end(), own->begin(), own->end());
+      }
     }
     extensions_ = wrapper.extensions_;
   }
 
-  append(adVerifications_, wrapper.adVerifications_);
+  append(adVerifications_, wrapper.adVerifications_, budget);
 }
 
 }  // namespace rkv

@@ -8,6 +8,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -102,11 +103,22 @@ class RKVVASTAd {
   virtual bool isInline() const { return false; }
   virtual bool isWrapper() const { return false; }
 
+  // The most entries that merges may add to one ad, all lists together (error, impression and
+  // viewability URLs, creatives' tracking events and click tracking, verifications). A real
+  // chain of a few wrappers adds some hundreds; the ceiling only stops a chain built to grow.
+  static constexpr size_t kMaximumMergedEntries = 5000;
+
   // Pours the wrapper that led to this ad into it: depth (the wrapper's plus one), error,
   // impression and viewability URLs, the tracking and click tracking of every creative kind
   // (creating an empty creative of a kind the ad lacks), the extension's metrics, and the
   // verifications.
+  //
+  // A receiver creative does not take a tracking event equal in name, offset and URL to one it
+  // already holds, nor a click-tracking URL it holds. Entries beyond kMaximumMergedEntries are
+  // dropped, with one warning line in the console log for the ad.
   void merge(const RKVVASTAd& wrapper);
+  // Entries that merges have added to this ad so far (at most kMaximumMergedEntries).
+  size_t mergedEntryCount() const { return mergedEntryCount_; }
 
  protected:
   // The base reading, for the subclasses' initializers.
@@ -129,6 +141,8 @@ class RKVVASTAd {
   bool hasTriggeredAParsingError_ = false;
   std::atomic<bool> consumed_{false};
   int64_t wrapperDepth_ = 0;
+  size_t mergedEntryCount_ = 0;
+  bool mergeCeilingReported_ = false;
 };
 
 }  // namespace rkv
