@@ -233,5 +233,69 @@ TEST(RKVVASTAdTest, MergePoursTheWrapperIntoTheAd) {
   EXPECT_EQ(third->linearCreatives().size() + third->companionCreatives().size(), 2u);
 }
 
+TEST(RKVVASTAdTest, MergeLeavesOutWhatACreativeHoldsAndStopsAtTheCeiling) {
+  auto linear = [](const std::string& tracking, const std::string& clicks = "") {
+    return "<Creative><Linear><Duration>00:00:10</Duration>" + kMedia + "<TrackingEvents>" +
+           tracking + "</TrackingEvents><VideoClicks>" + clicks +
+           "</VideoClicks></Linear></Creative>";
+  };
+  auto progress = [](const char* offset) {
+    return std::string("<Tracking event='progress' offset='") + offset +
+           "'>http://x.test/a</Tracking>";
+  };
+  const std::string click = "<ClickTracking>http://x.test/click</ClickTracking>";
+  // Short lists: an event equal in name, offset and URL, or a click URL, comes once, whether the
+  // creative held it or an earlier wrapper creative brought it.
+  auto ad = readAd(false, kBasics + creatives(linear(tracking("http://x.test/a"))));
+  auto wrapper = readAd(
+      true, kBasics + creatives(linear(tracking("http://x.test/a") +
+                                           tracking("http://x.test/a", "complete") + progress("5"),
+                                       click) +
+                                linear(progress("5") + progress("10"), click)));
+  ad->merge(*wrapper);
+  EXPECT_EQ(trackingURLs(*ad->linearCreatives()[0]), Strings(4, "http://x.test/a"));
+  Strings names;
+  for (const auto& event : ad->linearCreatives()[0]->trackingEvents())
+    names.push_back(event->name() + event->offset().value_or(""));
+  EXPECT_EQ(names, (Strings{"start", "complete", "progress5", "progress10"}));
+  EXPECT_EQ(urlTexts(ad->linearCreatives()[0]->clickTracking()), Strings{"http://x.test/click"});
+  EXPECT_EQ(ad->mergedEntryCount(), 4u);
+  // Merged into itself, the ad's creatives already hold everything.
+  ad->merge(*ad);
+  EXPECT_EQ(ad->linearCreatives()[0]->trackingEvents().size(), 4u);
+
+  // Long lists go through a set of the keys, with the same outcome and order.
+  auto numbered = [](int from, int to) {
+    std::string xml;
+    for (int i = from; i < to; ++i)
+      xml += tracking("http://x.test/" + std::to_string(i));
+    return xml;
+  };
+  auto longAd = readAd(false, kBasics + creatives(linear(numbered(0, 50))));
+  longAd->merge(
+      *readAd(true, kBasics + creatives(linear(numbered(25, 100)) + linear(numbered(90, 110)))));
+  Strings expected;
+  for (int i = 0; i < 110; ++i)
+    expected.push_back("http://x.test/" + std::to_string(i));
+  EXPECT_EQ(trackingURLs(*longAd->linearCreatives()[0]), expected);
+
+  // Beyond the ceiling the rest is dropped, impressions first in, tracking last; later merges
+  // add nothing more.
+  auto big = readAd(true, kBasics + creatives(linear(tracking("http://x.test/w"))));
+  const size_t ceiling = RKVVASTAd::kMaximumMergedEntries;
+  for (size_t i = 0; i < ceiling + 10; ++i)
+    big->impressions().emplace_back(test::url("http://x.test/i" + std::to_string(i)));
+  auto full = readAd(false, kBasics + "<Impression>http://x.test/own</Impression>" +
+                                creatives(linear(tracking("http://x.test/own"))));
+  full->merge(*big);
+  full->merge(*wrapper);
+  EXPECT_EQ(full->mergedEntryCount(), ceiling);
+  EXPECT_EQ(full->impressions().size(), 1 + ceiling);
+  EXPECT_EQ(full->impressions().back().url().absoluteString(),
+            "http://x.test/i" + std::to_string(ceiling - 1));
+  EXPECT_EQ(trackingURLs(*full->linearCreatives()[0]), Strings{"http://x.test/own"});
+  EXPECT_EQ(full->wrapperDepth(), 1);
+}
+
 }  // namespace
 }  // namespace rkv

@@ -74,8 +74,11 @@ TEST(RKVVASTMediaFileTest, SupportedTypesAndAttributes) {
   for (const auto& [bitrate, declared] : declarations) {
     auto withBitrate = mediaFile(std::string("type='video/mp4'") +
                                  (bitrate ? std::string(" bitrate='") + bitrate + "'" : ""));
-    EXPECT_EQ(withBitrate->declaresBitrate(), declared) << (bitrate ? bitrate : "absent");
-    if (!declared) EXPECT_EQ(withBitrate->bitrate(), 0) << (bitrate ? bitrate : "absent");
+    const char* shown = bitrate ? bitrate : "absent";
+    EXPECT_EQ(withBitrate->declaresBitrate(), declared) << shown;
+    if (!declared) {
+      EXPECT_EQ(withBitrate->bitrate(), 0) << shown;
+    }
   }
 }
 
@@ -95,7 +98,7 @@ TEST(RKVVASTMediaFileSelectorTest, Choices) {
   const Files notWritten = {
       {"small", nullptr, 640, 360}, {"large", "abc", 1920, 1080}, {"mid", "", 1280, 720}};
   const Files hdWithout = {{"hd", nullptr, 1920, 1080}, {"sd", "800", 640, 360}};
-  const Files zeroDeclared = {{"none", nullptr, 640, 360}, {"zero", "0", 1920, 1080}};
+  const Files zeroDeclared = {{"undeclared", nullptr, 640, 360}, {"zero", "0", 1920, 1080}};
   // A frame of area -1 is the running best's starting marker, so the next file replaces it.
   const Files markerArea = {{"marker", "-1", -1, 1}, {"real", "-1", 2, 2}};
   // Files, minimum and maximum bitrate, access type (6 wi-fi, 0 none), the choice.
