@@ -49,7 +49,7 @@ class MergeBudget {
       reported_ = true;
       RKVLog::sharedInstance()->logWarningWithFormat(
           "Merging wrapper ad '{}' into ad '{}': the ad reached its ceiling of {} merged "
-          "entries; the rest of the wrapper chain's tracking is dropped.",
+          "entries; the rest of what the wrapper brings is dropped.",
           wrapper_.adID().value_or("(null)"), receiver_.adID().value_or("(null)"),
           RKVVASTAd::kMaximumMergedEntries);
     }
