@@ -1,5 +1,6 @@
 // The rkv tool, run in-process: version, help and the error catalogue; inspect over the corpus,
-// standard input and loopback URLs; resolve's log of delegate calls and answers.
+// standard input and loopback URLs; resolve's log of delegate calls and answers; the input rule,
+// usage errors, diagnostics and lost output of both.
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -12,11 +13,14 @@
 #include <unistd.h>
 
 #include "rkv/RKVBuildInfo.h"
+#include "rkv/net/RKVURLSessionProvider.h"
 
 #include "tests/support/RKVTestHTTPServer.h"
 #include "tests/support/RKVTestPaths.h"
+#include "tests/support/RKVTestTLSServer.h"
 #include "tests/support/RKVTestVASTDocuments.h"
 #include "tools/rkv/RKVCommandLine.h"
+#include "tools/rkv/RKVInspection.h"
 
 namespace rkv::cli {
 namespace {
@@ -41,17 +45,22 @@ struct Result {
   }
 };
 
-Result runTool(Strings args, const std::string& input = "") {
+// Runs the tool with `out` as its standard output (a string when null).
+Result runTool(Strings args, const std::string& input = "", std::ostream* out = nullptr) {
   args.insert(args.begin(), "rkv");
   std::vector<const char*> argv;
   for (const auto& arg : args)
     argv.push_back(arg.c_str());
   std::istringstream in(input);
   std::streambuf* const standardInput = std::cin.rdbuf(in.rdbuf());
-  std::ostringstream out, err;
-  const int status = run(static_cast<int>(argv.size()), argv.data(), out, err);
+  std::ostringstream text, err;
+  const int status = run(static_cast<int>(argv.size()), argv.data(), out ? *out : text, err);
   std::cin.rdbuf(standardInput);
-  return {status, out.str(), err.str()};
+  return {status, text.str(), err.str()};
+}
+
+bool contains(const std::string& text, const std::string& piece) {
+  return text.find(piece) != std::string::npos;
 }
 
 std::string sample(const char* name) {
@@ -269,19 +278,178 @@ TEST_F(RKVResolveTest, OptionsShapeTheResolution) {
   }
 }
 
-TEST_F(RKVResolveTest, ReadableOutputAndUsageErrors) {
+TEST_F(RKVResolveTest, ReadableOutputAndStandardInput) {
   serve("/inline", {inlineAd("i")});
   const Result readable = runTool({"resolve", server_.url("/inline")});
   EXPECT_EQ(readable.status, kExitSuccess) << readable.err;
   EXPECT_NE(readable.out.find("next ad: error 10005 \"No more ads available.\"\n"),
             std::string::npos);
-  for (const Strings& args : {Strings{"resolve", "/no/such/file.xml"},
-                              Strings{"resolve", server_.url("/inline"), "--timeout", "0"},
-                              Strings{"resolve", server_.url("/inline"), "--max-wrappers", "-1"}}) {
-    const Result result = runTool(args);
-    EXPECT_EQ(result.status, kExitUsage) << testing::PrintToString(args);
+  const Result piped = runTool({"resolve", "--json", "-"}, vastXML({inlineAd("s")}));
+  EXPECT_EQ(piped.status, kExitSuccess) << piped.err;
+  EXPECT_EQ(summary(piped.json()["log"]), "ready  | s/0 | 10005");
+}
+
+// Every argument is read by one rule: "-", a URL (a scheme and "://"), or a file; what cannot be
+// read, and option values out of range, are usage errors that print nothing on the output and
+// one short message.
+TEST(RKVToolTest, InputRuleAndUsageErrors) {
+  const std::string directory = fs::temp_directory_path().string();
+  const std::string url =
+      "http://127.0.0.1:" + std::to_string(test::RKVTestHTTPServer::closedPort());
+  const std::string timeoutMessage = "--timeout: must be a number of seconds greater than 0";
+  const struct {
+    Strings args;
+    std::string message;
+  } cases[] = {
+      {{"inspect", directory}, "rkv inspect: cannot read " + directory + ": Is a directory"},
+      {{"resolve", directory}, "rkv resolve: cannot read " + directory + ": Is a directory"},
+      {{"inspect", "/no/such/file.xml"},
+       "rkv inspect: cannot read /no/such/file.xml: No such file or directory"},
+      {{"resolve", "/no/such/file.xml"},
+       "rkv resolve: cannot read /no/such/file.xml: No such file or directory"},
+      {{"inspect", "http://host:99999/x"}, "rkv inspect: not a valid URL: http://host:99999/x"},
+      {{"resolve", "http://host:99999/x"}, "rkv resolve: not a valid URL: http://host:99999/x"},
+      {{"inspect", "http:///x"}, "rkv inspect: not a valid URL: http:///x"},
+      {{"inspect", "ftp://host/x"}, "rkv inspect: not an http or https URL: ftp://host/x"},
+      {{"resolve", "FILE://host/x"}, "rkv resolve: not an http or https URL: FILE://host/x"},
+      {{"resolve", url, "--timeout", "0"}, timeoutMessage},
+      {{"resolve", url, "--timeout", "-1"}, timeoutMessage},
+      {{"resolve", url, "--timeout", "abc"}, timeoutMessage},
+      {{"resolve", url, "--timeout", "inf"}, timeoutMessage},
+      {{"resolve", url, "--max-wrappers", "-1"},
+       "--max-wrappers: must be a whole number, 0 or more"},
+      {{"resolve", url, "--max-wrappers", "1.5"},
+       "--max-wrappers: must be a whole number, 0 or more"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::PrintToString(c.args));
+    const Result result = runTool(c.args);
+    EXPECT_EQ(result.status, kExitUsage);
     EXPECT_EQ(result.out, "");
+    EXPECT_TRUE(contains(result.err, c.message)) << result.err;
+    EXPECT_LT(result.err.size(), 200u) << result.err;
   }
+}
+
+// The outputs stay as they were; the error stream says why a download failed (the transport's
+// record) or why the bytes are not XML (expat's message, line and column).
+TEST(RKVToolTest, DiagnosticsSayWhyADocumentWasNotRead) {
+  test::RKVTestHTTPServer server;
+  server.setRoute("/broken", RKVTestRoute::answer(200, "<VAST version='4.2'>\n  <Ad></VAST>"));
+  server.setRoute("/ftp", RKVTestRoute::redirect("ftp://127.0.0.1/x"));
+  server.setRoute("/inline", RKVTestRoute::answer(200, vastXML({inlineAd("i")})));
+  const std::string closed =
+      "http://127.0.0.1:" + std::to_string(test::RKVTestHTTPServer::closedPort()) + "/x";
+  test::RKVTestTLSServer tls(vastXML({inlineAd("t")}));
+  ASSERT_TRUE(tls.isRunning());
+  const struct {
+    Strings args;
+    std::string input;
+    int status;
+    std::string message;  // empty: nothing on the error stream
+  } cases[] = {
+      {{"inspect", "-"},
+       "<VAST version='4.2'>\n<Ad><b></Ad>",
+       kExitFailure,
+       "rkv inspect: not well-formed XML at line 2, column 10: mismatched tag\n"},
+      {{"inspect", "--json", "--wrapper", "-"},
+       "<VAST version='4.2'>",
+       kExitFailure,
+       "rkv inspect: not well-formed XML at line 1, column 21: no element found\n"},
+      // A parsing error of a well-formed document has no XML reason to give.
+      {{"inspect", "-"}, "<VAST version='4.2'><Ad><Foo/></Ad></VAST>", kExitSuccess, ""},
+      {{"inspect", server.url("/broken")},
+       "",
+       kExitFailure,
+       "rkv inspect: not well-formed XML at line 2, column 9: mismatched tag\n"},
+      {{"inspect", server.url("/inline")}, "", kExitSuccess, ""},
+      {{"inspect", "--json", closed},
+       "",
+       kExitFailure,
+       "rkv inspect: download of " + closed +
+           " failed: Error Domain=NSURLErrorDomain Code=-1004 \"Could not connect to the "
+           "server.\"\n"},
+      {{"inspect", server.url("/ftp")},
+       "",
+       kExitFailure,
+       "rkv inspect: download of " + server.url("/ftp") +
+           " failed: Error Domain=NSURLErrorDomain Code=-1002 \"unsupported URL\"\n"},
+      {{"inspect", tls.url("/vast")},
+       "",
+       kExitFailure,
+       "rkv inspect: download of " + tls.url("/vast") +
+           " failed: Error Domain=NSURLErrorDomain Code=-1202 \"The certificate for this server "
+           "is invalid.\"\n"},
+      {{"resolve", "-"},
+       vastXML({wrapperAd("w", closed)}),
+       kExitFailure,
+       "rkv resolve: download of " + closed + " failed: Error Domain=NSURLErrorDomain Code=-1004"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::PrintToString(c.args));
+    const Result result = runTool(c.args, c.input);
+    EXPECT_EQ(result.status, c.status);
+    if (c.message.empty()) {
+      EXPECT_EQ(result.err, "");
+    } else {
+      EXPECT_TRUE(contains(result.err, c.message)) << result.err;
+    }
+  }
+
+  // A body over the provider's limit.
+  server.setRoute("/big", RKVTestRoute::answer(200, std::string(4096, ' ')));
+  RKVURLSessionConfiguration small;
+  small.maximumResponseBytes = 1024;
+  const RKVInspection inspection = inspectURL(*RKVURL::withString(server.url("/big")), false, 5,
+                                              std::make_shared<RKVURLSessionProvider>(small));
+  std::ostringstream err;
+  writeInspectionDiagnostics(err, inspection, "rkv inspect: ");
+  EXPECT_TRUE(contains(err.str(), "Code=-1103 \"resource exceeds maximum size\"")) << err.str();
+}
+
+// A write that fails (a full device, a closed pipe) fails the command, whichever it is.
+TEST(RKVToolTest, OutputThatCannotBeWrittenFailsTheCommand) {
+  struct Full : std::streambuf {
+    int overflow(int) override { return traits_type::eof(); }
+  } full;
+  std::ostream out(&full);
+  const std::string document = sample("iab/vast-4.2/Inline_Companion_Tag-test.xml");
+  for (const Strings& args :
+       {Strings{"inspect", document}, Strings{"inspect", "--json", document},
+        Strings{"resolve", document}, Strings{"errors"}, Strings{"--version"}}) {
+    SCOPED_TRACE(testing::PrintToString(args));
+    out.clear();
+    const Result result = runTool(args, "", &out);
+    EXPECT_EQ(result.status, kExitFailure);
+    EXPECT_EQ(result.err, "rkv: cannot write the output\n");
+  }
+  // A usage error keeps its status.
+  out.clear();
+  EXPECT_EQ(runTool({"inspect", "/no/such/file.xml"}, "", &out).status, kExitUsage);
+}
+
+// Titles and other document text cannot fake lines of the readable outputs.
+TEST(RKVToolTest, ReadableOutputsShowDocumentTextOnOneLine) {
+  const std::string xml =
+      "<VAST version='4.2'><Ad id='a&#10;b'><InLine><AdSystem>S&#9;s</AdSystem>"
+      "<AdTitle>T&#10;#2 inline ad, id &quot;x&quot;&#13;&#x7F;&#x85;.</AdTitle><Creatives>"
+      "<Creative><Linear><Duration>00:00:10</Duration><MediaFiles><MediaFile type='video/mp4'>"
+      "http://m.test/1.mp4</MediaFile></MediaFiles></Linear></Creative></Creatives></InLine></Ad>"
+      "</VAST>";
+  const Result outline = runTool({"inspect", "-"}, xml);
+  EXPECT_EQ(outline.status, kExitSuccess);
+  EXPECT_TRUE(contains(outline.out, "#1 inline ad, id \"a\\nb\"")) << outline.out;
+  EXPECT_TRUE(contains(outline.out,
+                       "system \"S\\ts\", title \"T\\n#2 inline ad, id \"x\"\\r\\x7F\\u0085.\"\n"))
+      << outline.out;
+  EXPECT_EQ(occurrences(outline.out, "\n#"), 1u);
+  const Result resolved = runTool({"resolve", "-"}, xml);
+  EXPECT_EQ(resolved.status, kExitSuccess);
+  EXPECT_TRUE(contains(resolved.out, "AdTitle \"T\\n#2 inline ad, id \"x\"\\r\\x7F\\u0085.\""))
+      << resolved.out;
+  // JSON has its own escapes.
+  EXPECT_EQ(runTool({"inspect", "--json", "-"}, xml).json()["ads"][0]["adTitle"],
+            "T\n#2 inline ad, id \"x\"\r\x7F\u0085.");
 }
 
 }  // namespace

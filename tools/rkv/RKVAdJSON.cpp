@@ -236,6 +236,13 @@ Json textJSON(const std::optional<std::string>& text) {
   return optionalJSON(text);
 }
 
+Json errorJSON(const std::optional<RKVError>& error) {
+  if (!error) return nullptr;
+  return {{"domain", error->domain},
+          {"code", error->code},
+          {"description", textJSON(error->localizedDescription)}};
+}
+
 Json adJSON(const RKVVASTAd& ad) {
   const auto* wrapper = dynamic_cast<const RKVVASTAdWrapper*>(&ad);
   Json kind = ad.isInline() ? Json("inline") : ad.isWrapper() ? Json("wrapper") : Json(nullptr);

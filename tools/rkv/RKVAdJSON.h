@@ -11,6 +11,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "rkv/foundation/RKVError.h"
 #include "rkv/vast/model/RKVVASTAd.h"
 #include "rkv/vast/model/RKVVASTURL.h"
 
@@ -27,6 +28,9 @@ nlohmann::ordered_json adJSON(const RKVVASTAd& ad);
 nlohmann::ordered_json urlJSON(const std::optional<RKVVASTURL>& url);
 nlohmann::ordered_json urlsJSON(const std::vector<RKVVASTURL>& urls);
 nlohmann::ordered_json textJSON(const std::optional<std::string>& text);
+// An error record, as every subcommand writes one: {"domain", "code", "description"}; null when
+// absent.
+nlohmann::ordered_json errorJSON(const std::optional<RKVError>& error);
 
 // Writes the value as the tool does: indented by `indent` spaces per level, starting at
 // `level` levels (for a value nested in a document written piecewise), invalid UTF-8 replaced.

@@ -1,9 +1,16 @@
 #include "tools/rkv/RKVCommandLine.h"
 
+#include <cctype>
+#include <cerrno>
+#include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <ostream>
+#include <string>
 
 #include "rkv/log/RKVLog.h"
 #include "rkv/log/RKVLogDefaultOutput.h"
@@ -19,7 +26,48 @@ class VerboseDataSource : public RKVLogDataSource {
   bool shouldLogMessageWithLevel(const RKVLog& /*log*/, int64_t /*level*/) override { return true; }
 };
 
+// The whole text is a finite number (strtod's forms, white space around refused).
+std::optional<double> numberValue(const std::string& text) {
+  if (text.empty() || std::isspace(static_cast<unsigned char>(text.front())) ||
+      std::isspace(static_cast<unsigned char>(text.back())))
+    return std::nullopt;
+  char* end = nullptr;
+  errno = 0;
+  const double value = std::strtod(text.c_str(), &end);
+  if (end != text.c_str() + text.size() || errno == ERANGE || !std::isfinite(value))
+    return std::nullopt;
+  return value;
+}
+
+// Runs the command, then checks that what it wrote reached `out`.
+int runChecked(const std::function<int()>& command, std::ostream& out, std::ostream& err) {
+  const int status = command();
+  out.flush();
+  if (out) return status;
+  err << "rkv: cannot write the output\n";
+  return status == kExitSuccess ? kExitFailure : status;
+}
+
 }  // namespace
+
+CLI::Validator positiveSeconds() {
+  return CLI::Validator(
+      [](std::string& text) -> std::string {
+        const std::optional<double> value = numberValue(text);
+        return value && *value > 0 ? "" : "must be a number of seconds greater than 0";
+      },
+      "SECONDS>0");
+}
+
+CLI::Validator nonNegativeCount() {
+  return CLI::Validator(
+      [](std::string& text) -> std::string {
+        const bool digits =
+            !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
+        return digits ? "" : "must be a whole number, 0 or more";
+      },
+      "N>=0");
+}
 
 RKVCommandLine::RKVCommandLine()
     : app_("rkv: inspect, resolve and play VAST ads with RKVCoreKit", "rkv") {
@@ -37,6 +85,11 @@ CLI::App& RKVCommandLine::addSubcommand(const std::string& name, const std::stri
 }
 
 int RKVCommandLine::run(int argc, const char* const* argv, std::ostream& out, std::ostream& err) {
+  return runChecked([&] { return runUnchecked(argc, argv, out, err); }, out, err);
+}
+
+int RKVCommandLine::runUnchecked(int argc, const char* const* argv, std::ostream& out,
+                                 std::ostream& err) {
   try {
     try {
       app_.parse(argc, argv);

@@ -7,10 +7,13 @@
 
 #include <nlohmann/json.hpp>
 
+#include "rkv/net/RKVURLSession.h"
 #include "rkv/vast/RKVVASTModelGenerator.h"
 #include "rkv/vast/model/RKVVASTAdWrapper.h"
+#include "rkv/xml/RKVXMLDictionaryParser.h"
 
 #include "tools/rkv/RKVAdJSON.h"
+#include "tools/rkv/RKVShownText.h"
 
 namespace rkv::cli {
 
@@ -25,11 +28,22 @@ RKVVASTErrorHandler recorder(RKVInspection& inspection) {
   };
 }
 
-Json errorJSON(const std::optional<RKVError>& error) {
-  if (!error) return nullptr;
-  return {{"domain", error->domain},
-          {"code", error->code},
-          {"description", textJSON(error->localizedDescription)}};
+// The expat error of the bytes, when the reading reported an XML parsing error and they are
+// indeed not XML (a well-formed Ad without InLine is reported the same way).
+std::optional<RKVXMLParseError> xmlErrorOf(const RKVInspection& inspection,
+                                           std::optional<std::string_view> bytes) {
+  if (!bytes) return std::nullopt;
+  bool parsingErrorReported = false;
+  for (const RKVReportedError& report : inspection.reported) {
+    parsingErrorReported = parsingErrorReported ||
+                           report.error == RKVVASTError::XML_PARSING_ERROR() ||
+                           report.error == RKVVASTError::XML_PARSING_ERROR_WRAPPER();
+  }
+  if (!parsingErrorReported) return std::nullopt;
+  // With the reader's options, as the VAST parser reads (the depth limit among them).
+  RKVXMLDictionaryParser reader(RKVXMLDictionaryParser::sharedInstance());
+  if (reader.rkv_dictionaryWithData(*bytes)) return std::nullopt;
+  return reader.parsingError();
 }
 
 // Positions of the model's ads, for the main and passback lists.
@@ -44,7 +58,11 @@ Json indicesJSON(const RKVVASTModel::Ads& ads,
 }
 
 std::string quoted(const std::optional<std::string>& text) {
-  return text ? "\"" + *text + "\"" : std::string("(none)");
+  return text ? "\"" + shownText(*text) + "\"" : std::string("(none)");
+}
+
+std::string shown(const RKVVASTURL& url) {
+  return shownText(url.url().absoluteString());
 }
 
 std::string number(double value) {
@@ -56,27 +74,25 @@ std::string number(double value) {
 void writeURLs(std::ostream& out, const char* indent, const char* label,
                const std::vector<RKVVASTURL>& urls) {
   for (const RKVVASTURL& url : urls)
-    out << indent << label << ' ' << url.url().absoluteString() << '\n';
+    out << indent << label << ' ' << shown(url) << '\n';
 }
 
 void writeTracking(std::ostream& out, const char* indent, const RKVVASTCreative& creative) {
   for (const auto& event : creative.trackingEvents()) {
-    out << indent << "tracking " << event->name();
-    if (event->offset()) out << " at " << *event->offset();
-    out << ' ' << event->url().absoluteString() << '\n';
+    out << indent << "tracking " << shownText(event->name());
+    if (event->offset()) out << " at " << shownText(*event->offset());
+    out << ' ' << shownText(event->url().absoluteString()) << '\n';
   }
   if (creative.clickThrough())
-    out << indent << "click-through " << creative.clickThrough()->url().absoluteString() << '\n';
+    out << indent << "click-through " << shown(*creative.clickThrough()) << '\n';
   writeURLs(out, indent, "click tracking", creative.clickTracking());
 }
 
 template <typename Creative>
 void writeResource(std::ostream& out, const Creative& creative) {
-  if (creative.staticResource())
-    out << ", static " << creative.staticResource()->url().absoluteString();
-  if (creative.iFrameResource())
-    out << ", iframe " << creative.iFrameResource()->url().absoluteString();
-  if (creative.htmlResource()) out << ", html " << creative.htmlResource()->url().absoluteString();
+  if (creative.staticResource()) out << ", static " << shown(*creative.staticResource());
+  if (creative.iFrameResource()) out << ", iframe " << shown(*creative.iFrameResource());
+  if (creative.htmlResource()) out << ", html " << shown(*creative.htmlResource());
 }
 
 void writeAd(std::ostream& out, size_t index, const RKVVASTAd& ad) {
@@ -88,24 +104,25 @@ void writeAd(std::ostream& out, size_t index, const RKVVASTAd& ad) {
       << (ad.isValid() ? "valid" : "invalid") << ")\n";
   out << "   system " << quoted(ad.adSystem()) << ", title " << quoted(ad.adTitle()) << '\n';
   if (const auto* wrapper = dynamic_cast<const RKVVASTAdWrapper*>(&ad)) {
-    out << "   ad tag "
-        << (wrapper->adTagURL() ? wrapper->adTagURL()->url().absoluteString() : "(none)") << '\n';
+    out << "   ad tag " << (wrapper->adTagURL() ? shown(*wrapper->adTagURL()) : "(none)") << '\n';
   }
   writeURLs(out, "   ", "impression", ad.impressions());
   writeURLs(out, "   ", "error pixel", ad.errorPixels());
   for (const auto& event : ad.viewabilityEvents())
-    out << "   " << event->name() << ' ' << event->url().absoluteString() << '\n';
+    out << "   " << shownText(event->name()) << ' ' << shownText(event->url().absoluteString())
+        << '\n';
 
   size_t n = 0;
   for (const auto& linear : ad.linearCreatives()) {
-    out << "   linear creative " << ++n << ": duration " << linear->duration().value_or("(none)");
-    if (linear->skipOffset()) out << ", skip offset " << *linear->skipOffset();
+    out << "   linear creative " << ++n << ": duration "
+        << shownText(linear->duration().value_or("(none)"));
+    if (linear->skipOffset()) out << ", skip offset " << shownText(*linear->skipOffset());
     out << ", " << linear->mediaFiles().size() << " media file(s)\n";
     const auto chosen = linear->mostAppropriateMediaFile();
     for (const auto& file : linear->mediaFiles()) {
-      out << "     media file " << file->type().value_or("(no type)") << ' '
+      out << "     media file " << shownText(file->type().value_or("(no type)")) << ' '
           << number(file->width()) << 'x' << number(file->height()) << ' '
-          << number(file->bitrate()) << " kbit/s " << file->url()->absoluteString()
+          << number(file->bitrate()) << " kbit/s " << shownText(file->url()->absoluteString())
           << (file == chosen ? " (chosen)" : "") << '\n';
     }
     writeTracking(out, "     ", *linear);
@@ -116,7 +133,8 @@ void writeAd(std::ostream& out, size_t index, const RKVVASTAd& ad) {
       out << '\n';
     }
     for (const auto& id : linear->universalAdIds())
-      out << "     universal ad id " << id.registry() << ' ' << id.value() << '\n';
+      out << "     universal ad id " << shownText(id.registry()) << ' ' << shownText(id.value())
+          << '\n';
   }
   n = 0;
   for (const auto& nonLinear : ad.nonLinearCreatives()) {
@@ -137,7 +155,7 @@ void writeAd(std::ostream& out, size_t index, const RKVVASTAd& ad) {
   for (const auto& verification : ad.adVerifications()) {
     out << "   verification " << quoted(verification->vendor()) << '\n';
     for (const auto& resource : verification->resources())
-      out << "     script " << resource->url().absoluteString() << '\n';
+      out << "     script " << shownText(resource->url().absoluteString()) << '\n';
   }
   if (const auto& extension = ad.extensions()) {
     out << "   extension";
@@ -157,16 +175,34 @@ RKVInspection inspectBytes(std::string_view bytes, bool isWrapper, double timeou
   const RKVVASTModelGenerator generator(std::make_shared<RKVURLSession>(nullptr), isWrapper);
   inspection.response =
       generator.generateVASTModelFromXML(bytes, std::nullopt, timeout, recorder(inspection));
+  inspection.xmlError = xmlErrorOf(inspection, bytes);
   return inspection;
 }
 
 RKVInspection inspectURL(const RKVURL& url, bool isWrapper, double timeout,
-                         std::shared_ptr<RKVURLSession> session) {
+                         std::shared_ptr<RKVURLSessionProviderProtocol> provider) {
   RKVInspection inspection;
-  const RKVVASTModelGenerator generator(std::move(session), isWrapper);
+  const auto transport = std::make_shared<RKVTransportLog>(std::move(provider), true);
+  const RKVVASTModelGenerator generator(std::make_shared<RKVURLSession>(transport), isWrapper);
   inspection.response =
       generator.generateVASTModelFromXML(std::nullopt, url, timeout, recorder(inspection));
+  inspection.transportFailures = transport->failures();
+  const std::optional<std::string> body = transport->lastBody();
+  inspection.xmlError =
+      xmlErrorOf(inspection, body ? std::optional<std::string_view>(*body) : std::nullopt);
   return inspection;
+}
+
+void writeInspectionDiagnostics(std::ostream& err, const RKVInspection& inspection,
+                                std::string_view prefix) {
+  for (const RKVTransportLog::Failure& failure : inspection.transportFailures) {
+    err << prefix << "download of " << shownText(failure.url)
+        << " failed: " << shownText(failure.error.description()) << '\n';
+  }
+  if (const std::optional<RKVXMLParseError>& error = inspection.xmlError) {
+    err << prefix << "not well-formed XML at line " << error->line << ", column "
+        << error->column + 1 << ": " << shownText(error->description) << '\n';
+  }
 }
 
 void writeInspectionJSON(std::ostream& out, const RKVInspection& inspection) {
@@ -233,13 +269,13 @@ void writeInspectionOutline(std::ostream& out, const RKVInspection& inspection) 
   if (!inspection.reported.empty()) {
     out << "Reported errors (" << inspection.reported.size() << "):\n";
     for (const RKVReportedError& report : inspection.reported) {
-      out << "  " << report.error.errorName().value_or("(null)") << ": VAST code "
+      out << "  " << shownText(report.error.errorName().value_or("(null)")) << ": VAST code "
           << report.error.VASTCode() << ", vendor code " << report.error.vireoCode() << '\n';
       writeURLs(out, "    ", "error URL", report.errorURLs);
     }
   }
   if (inspection.response.error())
-    out << "Result: " << inspection.response.error()->description() << '\n';
+    out << "Result: " << shownText(inspection.response.error()->description()) << '\n';
 }
 
 }  // namespace rkv::cli

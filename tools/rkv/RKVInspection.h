@@ -10,10 +10,13 @@
 #include <vector>
 
 #include "rkv/foundation/RKVURL.h"
-#include "rkv/net/RKVURLSession.h"
+#include "rkv/net/RKVURLSessionProviderProtocol.h"
 #include "rkv/vast/RKVVASTParserResponse.h"
 #include "rkv/vast/errors/RKVVASTError.h"
 #include "rkv/vast/model/RKVVASTURL.h"
+#include "rkv/xml/RKVXMLPushParser.h"
+
+#include "tools/rkv/RKVTransportLog.h"
 
 namespace rkv::cli {
 
@@ -26,14 +29,19 @@ struct RKVReportedError {
 struct RKVInspection {
   RKVVASTParserResponse response{nullptr, std::nullopt};
   std::vector<RKVReportedError> reported;  // in the order they came
+  // Why the bytes are not XML, when the reading reported an XML parsing error for that reason
+  // (the expat error of the same bytes read again).
+  std::optional<RKVXMLParseError> xmlError;
+  // The transfers that failed, with the transport's error records (URL inputs).
+  std::vector<RKVTransportLog::Failure> transportFailures;
 };
 
 // Reads the bytes as RKVVASTModelGenerator does (time-out <= 0 is refused like there).
 RKVInspection inspectBytes(std::string_view bytes, bool isWrapper, double timeout = 5);
-// Downloads and reads the URL through the generator's download path on `session` (null: the
-// shared session), blocking up to `timeout` seconds.
+// Downloads and reads the URL through the generator's download path, over `provider` (null: the
+// shared provider), blocking up to `timeout` seconds.
 RKVInspection inspectURL(const RKVURL& url, bool isWrapper, double timeout,
-                         std::shared_ptr<RKVURLSession> session = nullptr);
+                         std::shared_ptr<RKVURLSessionProviderProtocol> provider = nullptr);
 
 // Exactly one JSON object, written ad by ad (no tree of the whole document is built):
 //   {"ok", "error", "reported", "version", "errorPixels", "isAdPod", "mainAds", "passbackAds",
@@ -42,7 +50,13 @@ RKVInspection inspectURL(const RKVURL& url, bool isWrapper, double timeout,
 // "ads"; each ad is cli::adJSON. Ends with a line break.
 void writeInspectionJSON(std::ostream& out, const RKVInspection& inspection);
 // A readable outline: the document, each ad with its creatives, media files and tracking, then
-// every reported error with its codes and URLs, and the response's error.
+// every reported error with its codes and URLs, and the response's error. Document text is
+// shown on one line (shownText).
 void writeInspectionOutline(std::ostream& out, const RKVInspection& inspection);
+// The reasons the outputs above leave out, one line each after `prefix` ("rkv inspect: "): each
+// failed transfer's error record, and the XML error with its line and column (counted from 1).
+// Nothing when there is none.
+void writeInspectionDiagnostics(std::ostream& err, const RKVInspection& inspection,
+                                std::string_view prefix);
 
 }  // namespace rkv::cli

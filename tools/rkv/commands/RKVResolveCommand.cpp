@@ -1,9 +1,9 @@
-// rkv resolve FILE|URL: runs a VAST manager over one VAST answer as a player would: asks for ads
-// until an error comes back, and shows every delegate call and every answer in the order they
-// happened. The adapter hands the resolved VAST ad itself back.
+// rkv resolve FILE|-|URL: runs a VAST manager over one VAST answer as a player would: asks for
+// ads until an error comes back, and shows every delegate call and every answer in the order they
+// happened. The adapter hands the resolved VAST ad itself back. Why a download failed goes to the
+// error stream.
 #include <cstdint>
-#include <fstream>
-#include <iterator>
+#include <iostream>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -15,11 +15,14 @@
 
 #include <nlohmann/json.hpp>
 
-#include "rkv/foundation/RKVURL.h"
+#include "rkv/net/RKVURLSession.h"
 #include "rkv/vast/RKVVASTManager.h"
 
 #include "tools/rkv/RKVAdJSON.h"
 #include "tools/rkv/RKVCommandLine.h"
+#include "tools/rkv/RKVInput.h"
+#include "tools/rkv/RKVShownText.h"
+#include "tools/rkv/RKVTransportLog.h"
 
 namespace rkv::cli {
 
@@ -55,12 +58,6 @@ class HandBackAdapter final : public RKVVASTManagerAdapter {
   }
 };
 
-Json errorJSON(const RKVError& error) {
-  return Json{{"domain", error.domain},
-              {"code", error.code},
-              {"description", textJSON(error.localizedDescription)}};
-}
-
 // One line of the log: the JSON entry, and the ad an answer handed out.
 struct LogEntry {
   Json json;
@@ -72,7 +69,7 @@ class ResolveLog final : public RKVVASTManagerDelegate {
  public:
   void vastManagerIsReadyToProvideAds() override { add({{"event", "ready"}}); }
   void vastManagerDidFailWithError(const std::optional<RKVError>& error) override {
-    add({{"event", "failed"}, {"error", error ? errorJSON(*error) : Json(nullptr)}});
+    add({{"event", "failed"}, {"error", errorJSON(error)}});
   }
   void didEncounterError(RKVVASTManager& /*vastManager*/, const RKVVASTError& error,
                          const std::vector<RKVVASTURL>& errorURLs,
@@ -111,7 +108,7 @@ class ResolveLog final : public RKVVASTManagerDelegate {
 };
 
 std::string quotedOrNull(const Json& text) {
-  return text.is_string() ? "\"" + text.get<std::string>() + "\"" : "(null)";
+  return text.is_string() ? "\"" + shownText(text.get<std::string>()) + "\"" : "(null)";
 }
 
 std::string adSummary(const RKVVASTAd& ad) {
@@ -152,7 +149,7 @@ void writeReadable(std::ostream& out, const std::vector<LogEntry>& entries) {
       if (error.is_null()) {
         out << "failed: the answer gave neither a model nor an error\n";
       } else {
-        out << "failed: " << error["domain"].get<std::string>() << ' '
+        out << "failed: " << shownText(error["domain"].get<std::string>()) << ' '
             << error["code"].get<int64_t>() << ' ' << quotedOrNull(error["description"]) << '\n';
       }
     } else if (event == "vastError") {
@@ -162,7 +159,7 @@ void writeReadable(std::ostream& out, const std::vector<LogEntry>& entries) {
           << (json["hasVASTResponse"].get<bool>() ? "in a VAST response" : "no response") << ", "
           << json["errorURLs"].size() << " error URL(s) to fire\n";
       for (const Json& url : json["errorURLs"])
-        out << "  " << url.get<std::string>() << '\n';
+        out << "  " << shownText(url.get<std::string>()) << '\n';
     } else if (event == "startResolveWrapper") {
       out << "resolving wrapper ad " << quotedOrNull(json["adID"]) << '\n';
     } else if (event == "failResolveWrapper") {
@@ -172,32 +169,21 @@ void writeReadable(std::ostream& out, const std::vector<LogEntry>& entries) {
 }
 
 int resolve(const ResolveOptions& options, RKVCommandStreams& streams) {
-  std::optional<std::string> xml;
-  std::optional<RKVURL> url;
-  if (options.input.find("://") != std::string::npos) {
-    url = RKVURL::withString(options.input);
-    if (!url) {
-      streams.err << "rkv resolve: not a URL: " << options.input << '\n';
-      return kExitUsage;
-    }
-  } else {
-    std::ifstream file(options.input, std::ios::binary);
-    if (!file) {
-      streams.err << "rkv resolve: cannot read " << options.input << '\n';
-      return kExitUsage;
-    }
-    xml.emplace(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
-    if (file.bad()) {
-      streams.err << "rkv resolve: cannot read " << options.input << '\n';
-      return kExitUsage;
-    }
+  std::string problem;
+  std::optional<RKVInput> input = readInput(options.input, std::cin, problem);
+  if (!input) {
+    streams.err << "rkv resolve: " << problem << '\n';
+    return kExitUsage;
   }
+  const std::optional<std::string>& xml = input->bytes;
+  const std::optional<RKVURL>& url = input->url;
 
   auto log = std::make_shared<ResolveLog>();
   auto adapter = std::make_shared<HandBackAdapter>();
+  const auto transport = std::make_shared<RKVTransportLog>();
   int handedOut = 0;
   {
-    RKVVASTManager manager(log, adapter, nullptr,
+    RKVVASTManager manager(log, adapter, std::make_shared<RKVURLSession>(transport),
                            RKVVASTManagerConfig(options.timeout, options.maximumWrappers,
                                                 options.pods, options.strictImpressions));
     manager.createAdsStoreWithXML(xml ? std::optional<std::string_view>(*xml) : std::nullopt, url,
@@ -232,6 +218,10 @@ int resolve(const ResolveOptions& options, RKVCommandStreams& streams) {
     writeReadable(streams.out, entries);
     streams.out << handedOut << " ad(s) handed out\n";
   }
+  for (const RKVTransportLog::Failure& failure : transport->failures()) {
+    streams.err << "rkv resolve: download of " << shownText(failure.url)
+                << " failed: " << shownText(failure.error.description()) << '\n';
+  }
   return handedOut > 0 ? kExitSuccess : kExitFailure;
 }
 
@@ -244,14 +234,16 @@ void registerRKVResolveCommand(RKVCommandLine& commandLine) {
       "Resolve a VAST document or URL with the VAST manager: ask for ads until an error comes "
       "back, showing every delegate call and answer",
       [options](RKVCommandStreams& streams) { return resolve(*options, streams); });
-  sub.add_option("input", options->input, "A VAST file, or an http(s) URL to download")->required();
+  sub.add_option("input", options->input,
+                 "A VAST file, - for standard input, or an http(s) URL to download")
+      ->required();
   sub.add_option("--timeout", options->timeout,
                  "Seconds: the download and every wrapper fetch, and each request for an ad")
-      ->check(CLI::PositiveNumber)
+      ->check(positiveSeconds())
       ->capture_default_str();
   sub.add_option("--max-wrappers", options->maximumWrappers,
                  "Wrapper levels followed on the main path (passbacks follow one more)")
-      ->check(CLI::NonNegativeNumber)
+      ->check(nonNegativeCount())
       ->capture_default_str();
   sub.add_flag("--pods", options->pods,
                "A wrapper that leads to several ads contributes all of them, as a pod");
