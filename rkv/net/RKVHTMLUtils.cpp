@@ -2,18 +2,16 @@
 
 #include <algorithm>
 
+#include "rkv/foundation/internal/RKVText.h"
+
 namespace rkv {
 
 namespace {
 
-char asciiLower(char c) {
-  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
 // `needle` is lower case.
 bool containsIgnoringASCIICase(std::string_view haystack, std::string_view needle) {
   auto it = std::search(haystack.begin(), haystack.end(), needle.begin(), needle.end(),
-                        [](char a, char b) { return asciiLower(a) == b; });
+                        [](char a, char b) { return internal::asciiLower(a) == b; });
   return it != haystack.end();
 }
 

@@ -19,10 +19,10 @@ using RKVHTTPHeaderFields = std::vector<std::pair<std::string, std::string>>;
 
 class RKVURLRequest {
  public:
-  // The platform's cache policies. No answer is ever kept on the device, so the policies differ
-  // only in what the request asks of caches on the way (docs/ARCHITECTURE.md, "HTTP session"):
-  // 0, 2 and 5 add nothing; 1 asks them to revalidate ("Cache-Control: no-cache"); 4 also asks
-  // HTTP/1.0 caches ("Pragma: no-cache"); 3 (cached answer only) fails with -1008 unloaded.
+  // The platform's cache policies. No answer is ever kept on the device, so every policy but 3
+  // is met by loading, and none adds a header field (docs/ARCHITECTURE.md, "HTTP session"): a
+  // caller that wants caches on the way bypassed sets Cache-Control itself. 3 (cached answer
+  // only) fails with -1008 unloaded.
   static constexpr int64_t UseProtocolCachePolicy = 0;
   static constexpr int64_t ReloadIgnoringLocalCacheData = 1;
   static constexpr int64_t ReturnCacheDataElseLoad = 2;
@@ -55,8 +55,9 @@ class RKVURLRequest {
   void setHTTPBody(std::optional<std::string> body) { body_ = std::move(body); }
 
   // Field names compare without regard to ASCII case; an entry keeps the spelling it was first
-  // set with. A field whose name is empty or holds ":", or whose name or value holds CR, LF or
-  // NUL, is kept here but never sent.
+  // set with. A field whose name is not an HTTP token (empty, or holding white space, a control
+  // byte or a separator such as ":" or "("), or whose value holds CR, LF or NUL, is kept here
+  // but never sent.
   const RKVHTTPHeaderFields& allHTTPHeaderFields() const { return headers_; }
   std::optional<std::string> valueForHTTPHeaderField(std::string_view field) const;
   // Replaces the field's value; nullopt removes the field.

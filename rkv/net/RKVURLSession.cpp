@@ -1,10 +1,15 @@
 #include "rkv/net/RKVURLSession.h"
 
+#include <atomic>
+#include <chrono>
 #include <future>
+#include <optional>
 #include <utility>
 
+#include "rkv/foundation/internal/RKVHostCall.h"
 #include "rkv/net/RKVURLError.h"
 #include "rkv/net/RKVURLSessionProvider.h"
+#include "rkv/net/internal/RKVRequestTimeout.h"
 
 namespace rkv {
 
@@ -12,6 +17,15 @@ namespace {
 
 RKVURLSessionResponse sessionFailure(int64_t code) {
   return RKVURLSessionResponse{std::nullopt, std::nullopt, RKVURLError::sessionErrorWithCode(code)};
+}
+
+// How long a synchronous request waits for a provider's completion: the request's time-out as
+// the transport applies it, plus a grace for the completion to travel back.
+std::chrono::steady_clock::duration synchronousWaitLimit(const RKVURLRequest& request) {
+  const double seconds = internal::effectiveRequestTimeout(request.timeoutInterval()) +
+                         RKVURLSession::SYNCHRONOUS_WAIT_GRACE;
+  return std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+      std::chrono::duration<double>(seconds));
 }
 
 }  // namespace
@@ -41,7 +55,9 @@ std::shared_ptr<RKVURLSessionTask> RKVURLSession::asynchronousDataRequestWithURL
     const RKVURLRequest& request, RKVURLSessionCompletion completionHandler) {
   auto provider = sessionProvider();
   if (!provider) return nullptr;
-  return provider->dataRequest(request, std::move(completionHandler));
+  return internal::callHostOr<std::shared_ptr<RKVURLSessionTask>>(
+      "the HTTP session provider's dataRequest", nullptr,
+      [&] { return provider->dataRequest(request, std::move(completionHandler)); });
 }
 
 std::shared_ptr<RKVURLSessionTask> RKVURLSession::asynchronousDataRequestWithURL(
@@ -61,23 +77,42 @@ RKVURLSessionResponse RKVURLSession::synchronousDataRequestWithURLRequest(
     const RKVURLRequest& request) {
   auto provider = sessionProvider();
   if (!provider) return sessionFailure(RKVURLError::NoResponse);
-  if (provider->isCompletionThread()) {
+  if (internal::callHostOr("the HTTP session provider's isCompletionThread", false,
+                           [&] { return provider->isCompletionThread(); })) {
     return sessionFailure(RKVURLError::SynchronousRequestOnCompletionThread);
   }
-  if (auto response = provider->synchronousDataRequest(request)) return std::move(*response);
-  // Only the completion owns the promise: a provider that destroys the completion uncalled
-  // breaks it, which ends the wait instead of leaving it hanging.
-  auto promise = std::make_shared<std::promise<RKVURLSessionResponse>>();
-  std::future<RKVURLSessionResponse> future = promise->get_future();
-  provider->dataRequest(request,
-                        [promise = std::move(promise)](RKVURLSessionResponse response,
+  std::optional<RKVURLSessionResponse> direct;
+  if (!internal::callHost("the HTTP session provider's synchronousDataRequest",
+                          [&] { direct = provider->synchronousDataRequest(request); })) {
+    return sessionFailure(RKVURLError::NoResponse);
+  }
+  if (direct) return std::move(*direct);
+
+  // Only the completion owns the answer: a provider that destroys the completion uncalled breaks
+  // the promise, which ends the wait at once. One that keeps it uncalled meets the deadline
+  // below; its completion may still come later, or twice, and then fills a promise nobody waits
+  // for, which the completion alone keeps alive.
+  struct Answer {
+    std::promise<RKVURLSessionResponse> promise;
+    std::atomic<bool> given{false};
+  };
+  auto answer = std::make_shared<Answer>();
+  std::future<RKVURLSessionResponse> future = answer->promise.get_future();
+  const auto deadline = std::chrono::steady_clock::now() + synchronousWaitLimit(request);
+  const bool started = internal::callHost("the HTTP session provider's dataRequest", [&] {
+    provider->dataRequest(request,
+                          [answer = std::move(answer)](RKVURLSessionResponse response,
                                                        const std::shared_ptr<RKVURLSessionTask>&) {
-                          try {
-                            promise->set_value(std::move(response));
-                          } catch (const std::future_error&) {
-                            // A second call from a faulty provider: the first answer stands.
-                          }
-                        });
+                            // The first answer stands.
+                            if (!answer->given.exchange(true))
+                              answer->promise.set_value(std::move(response));
+                          });
+  });
+  if (!started) return sessionFailure(RKVURLError::NoResponse);
+  if (future.wait_until(deadline) != std::future_status::ready) {
+    return RKVURLSessionResponse{std::nullopt, std::nullopt,
+                                 RKVURLError::errorWithCode(RKVURLError::TimedOut)};
+  }
   try {
     return future.get();
   } catch (const std::future_error&) {

@@ -19,6 +19,9 @@ class RKVURLSession {
  public:
   static constexpr double DEFAULT_TIMEOUT = 60.0;  // seconds
   static constexpr int64_t DEFAULT_CACHE_POLICY = RKVURLRequest::UseProtocolCachePolicy;
+  // Seconds a synchronous request waits for a provider's completion beyond the request's
+  // time-out before it gives up with RKVURLError::TimedOut.
+  static constexpr double SYNCHRONOUS_WAIT_GRACE = 2.0;
 
   // The process-wide session over RKVURLSessionProvider::sharedInstance(), created on first use
   // and never destroyed.
@@ -33,7 +36,8 @@ class RKVURLSession {
   void setSessionProvider(std::shared_ptr<RKVURLSessionProviderProtocol> sessionProvider);
 
   // The provider's dataRequest for the request, unchanged: the task (already resumed), whose
-  // completion is called once on the provider's completion thread.
+  // completion is called once on the provider's completion thread. A provider that throws is
+  // reported at error level and answers null.
   std::shared_ptr<RKVURLSessionTask> asynchronousDataRequestWithURLRequest(
       const RKVURLRequest& request, RKVURLSessionCompletion completionHandler);
   // A GET of the URL with DEFAULT_CACHE_POLICY and DEFAULT_TIMEOUT.
@@ -44,10 +48,13 @@ class RKVURLSession {
       const RKVURL& url, int64_t cachePolicy, double timeoutInterval,
       RKVURLSessionCompletion completionHandler);
 
-  // Blocks until the exchange ends, which the request's time-out bounds, and returns how it
-  // ended. Refused at once, with RKVURLError::SynchronousRequestOnCompletionThread, when called
-  // on the thread that runs the provider's completions (it would wait for itself forever). A
-  // provider that drops the completion without calling it gives RKVURLError::NoResponse.
+  // Blocks until the exchange ends and returns how it ended. The wait is bounded: a provider
+  // whose completion has not come by the request's time-out (0, negative or NaN: 60 s) plus
+  // SYNCHRONOUS_WAIT_GRACE ends it with RKVURLError::TimedOut (-1001); a completion coming
+  // later is ignored. Refused at once, with RKVURLError::SynchronousRequestOnCompletionThread,
+  // when called on the thread that runs the provider's completions (it would wait for itself
+  // forever). A provider that destroys the completion without calling it, or throws, gives
+  // RKVURLError::NoResponse.
   RKVURLSessionResponse synchronousDataRequestWithURLRequest(const RKVURLRequest& request);
   RKVURLSessionResponse synchronousDataRequestWithURL(const RKVURL& url);
   RKVURLSessionResponse synchronousDataRequestWithURL(const RKVURL& url, int64_t cachePolicy,

@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <utility>
 
+#include "rkv/foundation/internal/RKVHostCall.h"
 #include "rkv/net/internal/RKVCurlSession.h"
 
 namespace rkv {
@@ -47,7 +48,11 @@ std::shared_ptr<RKVURLSessionTask> RKVURLSessionProvider::dataRequest(
   auto transfer = session_->dataTask(
       request, [slot, completion = std::move(completionHandler)](RKVURLSessionResponse response) {
         std::shared_ptr<RKVURLSessionTask> task = std::move(*slot);
-        if (completion) completion(std::move(response), std::move(task));
+        if (!completion) return;
+        // What the caller's completion throws is reported and dropped here, on the network
+        // thread, which goes on with the other transfers.
+        internal::callHost("an HTTP request's completion",
+                           [&] { completion(std::move(response), std::move(task)); });
       });
   auto task = std::make_shared<RKVURLSessionTask>(transfer);
   *slot = task;

@@ -2,21 +2,28 @@
 
 #include <utility>
 
+#include "rkv/foundation/internal/RKVHostCall.h"
+
 namespace rkv {
 
 RKVURLSessionTask::RKVURLSessionTask(std::shared_ptr<RKVURLDataTask> dataTask)
     : dataTask_(std::move(dataTask)) {}
 
+// A data task may be a host's own (a test double's); what it throws stops here.
 void RKVURLSessionTask::resume() {
-  if (dataTask_) dataTask_->resume();
+  if (dataTask_) internal::callHost("an HTTP data task's resume", [&] { dataTask_->resume(); });
 }
 
 void RKVURLSessionTask::cancel() {
-  if (dataTask_) dataTask_->cancel();
+  if (dataTask_) internal::callHost("an HTTP data task's cancel", [&] { dataTask_->cancel(); });
 }
 
 std::optional<int64_t> RKVURLSessionTask::identifier() const {
-  if (dataTask_) return dataTask_->taskIdentifier();
+  if (dataTask_) {
+    return internal::callHostOr<std::optional<int64_t>>(
+        "an HTTP data task's taskIdentifier", std::nullopt,
+        [&] { return dataTask_->taskIdentifier(); });
+  }
   return testIdentifier();
 }
 

@@ -24,7 +24,8 @@ class RKVURLSessionTask {
   RKVURLSessionTask(const RKVURLSessionTask&) = delete;
   RKVURLSessionTask& operator=(const RKVURLSessionTask&) = delete;
 
-  // Forwarded to the data task; nothing happens when none is wrapped.
+  // Forwarded to the data task; nothing happens when none is wrapped. An exception the data task
+  // throws is reported at error level and dropped (identifier() is then absent).
   void resume();
   void cancel();
 

@@ -6,6 +6,7 @@
 
 #include "rkv/foundation/RKVURLComponents.h"
 #include "rkv/foundation/RKVUtils.h"
+#include "rkv/foundation/internal/RKVText.h"
 
 namespace rkv {
 
@@ -49,14 +50,6 @@ bool isAnyOf(std::optional<std::string_view> text, const std::array<std::string_
     if (*text == candidate) return true;
   }
   return false;
-}
-
-std::string asciiLowercase(std::string_view text) {
-  std::string lower(text);
-  for (char& c : lower) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  }
-  return lower;
 }
 
 // Every occurrence of `what` (not empty) replaced by `with`, scanning left to right.
@@ -225,7 +218,7 @@ bool RKVURLUtils::isValidAppStoreURL(const RKVURL& url) {
 }
 
 std::optional<int32_t> RKVURLUtils::appIdentifierForAppStoreAndiTunesURL(const RKVURL& url) {
-  const std::string component = asciiLowercase(url.lastPathComponent());
+  const std::string component = internal::asciiLowercased(url.lastPathComponent());
   return nonZero(leadingInt32(replacingOccurrences(component, "id", "")));
 }
 
@@ -242,7 +235,7 @@ bool RKVURLUtils::URLHasScheme(const RKVURL& url) {
 bool RKVURLUtils::URLHasHTTPScheme(const RKVURL& url) {
   const std::optional<std::string_view> scheme = url.scheme();
   if (!scheme) return false;
-  const std::string lower = asciiLowercase(*scheme);
+  const std::string lower = internal::asciiLowercased(*scheme);
   return lower == "http" || lower == "https";
 }
 
@@ -295,12 +288,12 @@ std::optional<std::string> RKVURLUtils::valueForKey(std::string_view key, const 
 }
 
 bool RKVURLUtils::URLHasVideoExtension(const RKVURL& url) {
-  const std::string lower = asciiLowercase(url.absoluteString());
+  const std::string lower = internal::asciiLowercased(url.absoluteString());
   return lower.ends_with(".mp4") || lower.starts_with(".m4v");
 }
 
 bool RKVURLUtils::URLHasPassbookExtension(const RKVURL& url) {
-  return asciiLowercase(url.absoluteString()).ends_with(".pkpass");
+  return internal::asciiLowercased(url.absoluteString()).ends_with(".pkpass");
 }
 
 }  // namespace rkv

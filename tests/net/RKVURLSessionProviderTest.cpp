@@ -1,6 +1,7 @@
 // The production provider against real servers on 127.0.0.1.
 #include <algorithm>
 #include <future>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -119,29 +120,57 @@ TEST_F(RKVURLSessionProviderTest, RequestsCarryTheirMethodFieldsAndBody) {
   EXPECT_EQ(sent[2].method + " " + sent[2].target + " " + sent[2].body, "GET /echo?q=1 ");
 }
 
-TEST_F(RKVURLSessionProviderTest, CachePoliciesOnlyShapeTheRequestFields) {
-  server_.setRoute("/pixel", RKVTestRoute::answer(200, ""));
-  using Field = std::optional<std::string>;
-  // Policy, the caller's own Cache-Control, then the Cache-Control and Pragma sent.
-  const std::tuple<int64_t, Field, Field, Field> cases[] = {
-      {RKVURLRequest::UseProtocolCachePolicy, std::nullopt, std::nullopt, std::nullopt},
-      {RKVURLRequest::ReloadIgnoringLocalCacheData, std::nullopt, "no-cache", std::nullopt},
-      {RKVURLRequest::ReloadIgnoringLocalAndRemoteCacheData, std::nullopt, "no-cache", "no-cache"},
-      {RKVURLRequest::ReloadIgnoringLocalAndRemoteCacheData, "max-age=0", "max-age=0", "no-cache"},
+TEST_F(RKVURLSessionProviderTest, FieldsWhoseNameIsNotATokenAreNeverSent) {
+  server_.setRoute("/echo", RKVTestRoute::answer(200, "fine"));
+  const std::string bad[] = {
+      "",     "X Y",  "X\tY",   "X:Y",       "X(Y",    "X)Y",  "X,Y",  "X/Y", "X;Y",
+      "X<Y",  "X=Y",  "X>Y",    "X?Y",       "X@Y",    "X[Y",  "X]Y",  "X{Y", "X}Y",
+      "X\"Y", "X\\Y", "X\x7fY", "X\xc3\xa9", "X\x01Y", "X\rY", "X\nY",
   };
-  for (const auto& [policy, own, cacheControl, pragma] : cases) {
-    RKVURLRequest made(*RKVURL::withString(server_.url("/pixel")), policy, 10.0);
-    if (own) made.setValue(*own, "cache-control");
-    ASSERT_FALSE(fetch(made).response.error);
-    const test::RKVTestRequest sent = server_.requests().back();
-    EXPECT_EQ(sent.header("Cache-Control"), cacheControl) << policy;
-    EXPECT_EQ(sent.header("Pragma"), pragma) << policy;
-    // The caller's own field replaces the added one rather than joining it.
-    EXPECT_EQ(std::ranges::count_if(sent.headers,
-                                    [](const auto& field) {
-                                      return strcasecmp(field.first.c_str(), "Cache-Control") == 0;
-                                    }),
-              cacheControl ? 1 : 0);
+  RKVURLRequest made = request("/echo");
+  for (size_t i = 0; i < std::size(bad); ++i)
+    made.setValue("refused-" + std::to_string(i), bad[i]);
+  // Every character a token may hold, then an ordinary name, both sent.
+  made.setValue("token", "X-Tok!#$%&'*+-.^_`|~9");
+  made.setValue("plain", "X-Plain");
+  ASSERT_FALSE(fetch(made).response.error);
+  auto sent = server_.requests();
+  ASSERT_EQ(sent.size(), 1u);
+  for (const auto& [name, value] : sent[0].headers)
+    EXPECT_EQ(value.find("refused-"), std::string::npos) << "sent " << name << ": " << value;
+  EXPECT_EQ(sent[0].header("X-Tok!#$%&'*+-.^_`|~9"), "token");
+  EXPECT_EQ(sent[0].header("X-Plain"), "plain");
+}
+
+TEST_F(RKVURLSessionProviderTest, CachePoliciesAddNoFields) {
+  server_.setRoute("/pixel", RKVTestRoute::answer(200, ""));
+  // Nothing is ever cached here, so every policy that may load simply loads; the caller's own
+  // Cache-Control goes out as set, alone.
+  for (int64_t policy :
+       {RKVURLRequest::UseProtocolCachePolicy, RKVURLRequest::ReloadIgnoringLocalCacheData,
+        RKVURLRequest::ReturnCacheDataElseLoad,
+        RKVURLRequest::ReloadIgnoringLocalAndRemoteCacheData,
+        RKVURLRequest::ReloadRevalidatingCacheData}) {
+    for (bool own : {false, true}) {
+      RKVURLRequest made(*RKVURL::withString(server_.url("/pixel")), policy, 10.0);
+      if (own) made.setValue("max-age=0", "cache-control");
+      // Both ways a request is run: the network thread's and the caller's.
+      ASSERT_FALSE(fetch(made).response.error);
+      ASSERT_FALSE(provider_->synchronousDataRequest(made)->error);
+      auto sent = server_.requests();
+      for (size_t i = sent.size() - 2; i < sent.size(); ++i) {
+        SCOPED_TRACE(testing::Message() << "policy " << policy << (own ? ", own field" : ""));
+        EXPECT_FALSE(sent[i].header("Pragma"));
+        EXPECT_EQ(sent[i].header("Cache-Control"),
+                  own ? std::optional<std::string>("max-age=0") : std::nullopt);
+        EXPECT_EQ(std::ranges::count_if(sent[i].headers,
+                                        [](const auto& field) {
+                                          return strcasecmp(field.first.c_str(), "Cache-Control") ==
+                                                 0;
+                                        }),
+                  own ? 1 : 0);
+      }
+    }
   }
   // Nothing is ever cached, so "cached answer only" cannot be served and loads nothing.
   const size_t before = server_.requests().size();
@@ -203,6 +232,9 @@ TEST_F(RKVURLSessionProviderTest, TransportFailuresBecomeURLErrors) {
     ASSERT_TRUE(completion.response.error);
     EXPECT_EQ(completion.response.error->domain, "NSURLErrorDomain");
     EXPECT_EQ(completion.response.error->code, cases[i].second);
+    // The reason a tool prints.
+    EXPECT_EQ(completion.response.error->localizedDescription,
+              RKVURLError::descriptionForCode(cases[i].second));
     EXPECT_FALSE(completion.response.data || completion.response.response);
   }
   ASSERT_TRUE(fits.waitFor(1));
@@ -237,6 +269,22 @@ TEST_F(RKVURLSessionProviderTest, CancelEndsARequestOnceAndDroppingTheTaskDoesNo
   task->cancel();
   fetch(request("/slow"));
   EXPECT_EQ(recorder.count() + released.count(), 2u);
+}
+
+TEST_F(RKVURLSessionProviderTest, ACompletionThatThrowsIsReportedAndTheThreadGoesOn) {
+  server_.setRoute("/ok", RKVTestRoute::answer(200, "ok"));
+  test::RKVErrorLogCapture errors;
+  test::RKVTestEvent thrown;
+  provider_->dataRequest(request("/ok"), [&](RKVURLSessionResponse, auto) {
+    thrown.set();
+    throw std::runtime_error("host failure");
+  });
+  ASSERT_TRUE(thrown.wait());
+  // The network thread survived and still runs completions.
+  EXPECT_EQ(fetch(request("/ok")).response.data, "ok");
+  auto lines = errors.lines();
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_NE(lines[0].find("host failure"), std::string::npos) << lines[0];
 }
 
 TEST_F(RKVURLSessionProviderTest, ConnectionsAreReusedAndCappedPerHost) {
@@ -318,7 +366,9 @@ TEST(RKVURLSessionProviderTLSTest, CertificatesAreVerified) {
   untrusting->dataRequest(request, refused.handler());
   ASSERT_TRUE(refused.waitFor(1));
   ASSERT_TRUE(refused.completions()[0].response.error);
-  EXPECT_EQ(refused.completions()[0].response.error->code, RKVURLError::ServerCertificateUntrusted);
+  EXPECT_EQ(refused.completions()[0].response.error->description(),
+            "Error Domain=NSURLErrorDomain Code=-1202 \"The certificate for this server is "
+            "invalid.\"");
   // The same server is fine once its certificate is trusted: the failure above was the
   // verification, not the connection.
   auto trusting = std::make_shared<RKVURLSessionProvider>(

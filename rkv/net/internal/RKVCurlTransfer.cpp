@@ -5,48 +5,30 @@
 #include <string_view>
 #include <utility>
 
+#include "rkv/foundation/internal/RKVHostCall.h"
+#include "rkv/foundation/internal/RKVText.h"
 #include "rkv/net/RKVURLError.h"
-#include "rkv/net/RKVURLSession.h"
 #include "rkv/net/internal/RKVCurlErrorMapping.h"
 #include "rkv/net/internal/RKVCurlSession.h"
 #include "rkv/net/internal/RKVHeaderFields.h"
+#include "rkv/net/internal/RKVRequestTimeout.h"
 
 namespace rkv::internal {
 
 namespace {
 
-// Longest time-out handed to libcurl: a day, far below where milliseconds overflow a long.
-constexpr double kMaximumTimeoutSeconds = 86400.0;
-
 long milliseconds(double seconds) {
   return std::max(1L, static_cast<long>(std::llround(seconds * 1000.0)));
 }
 
-// The request's time-out as libcurl takes it: the session default for a missing one.
-double effectiveTimeout(double seconds) {
-  if (!(seconds > 0.0)) return RKVURLSession::DEFAULT_TIMEOUT;  // zero, negative, NaN
-  return std::min(seconds, kMaximumTimeoutSeconds);
-}
-
 bool isHTTPScheme(const RKVURL& url) {
   auto scheme = url.scheme();
-  return scheme && (headerNamesEqual(*scheme, "http") || headerNamesEqual(*scheme, "https"));
+  return scheme &&
+         (asciiEqualsIgnoringCase(*scheme, "http") || asciiEqualsIgnoringCase(*scheme, "https"));
 }
 
-bool isToken(std::string_view text) {
-  if (text.empty()) return false;
-  return std::all_of(text.begin(), text.end(), [](char c) {
-    return c > ' ' && c < 127 &&
-           std::string_view("\"(),/:;<=>?@[\\]{}").find(c) == std::string_view::npos;
-  });
-}
-
-std::string_view trimmed(std::string_view text) {
-  size_t begin = text.find_first_not_of(" \t");
-  if (begin == std::string_view::npos) return {};
-  size_t end = text.find_last_not_of(" \t");
-  return text.substr(begin, end - begin + 1);
-}
+// Optional white space around a field's name and value.
+constexpr std::string_view kFieldWhiteSpace = " \t";
 
 RKVURLSessionResponse failure(int64_t code) {
   return RKVURLSessionResponse{std::nullopt, std::nullopt, RKVURLError::errorWithCode(code)};
@@ -85,17 +67,14 @@ void RKVCurlTransfer::complete(RKVURLSessionResponse response) {
   Completion completion = std::move(completion_);
   completion_ = nullptr;
   if (!completion) return;
-  try {
-    completion(std::move(response));
-  } catch (...) {
-    // A completion's exception must not end the network thread (and with it the process).
-  }
+  // A completion's exception must not end the network thread (and with it the process).
+  callHost("an HTTP transfer's completion", [&] { completion(std::move(response)); });
 }
 
 std::optional<RKVError> RKVCurlTransfer::prepare(const RKVURLSessionConfiguration& configuration,
                                                  RKVCurlEasy reused) {
   if (!isHTTPScheme(request_.URL())) return RKVURLError::errorWithCode(RKVURLError::UnsupportedURL);
-  if (!isToken(request_.HTTPMethod())) return RKVURLError::errorWithCode(RKVURLError::Unknown);
+  if (!isHTTPToken(request_.HTTPMethod())) return RKVURLError::errorWithCode(RKVURLError::Unknown);
   if (request_.cachePolicy() == RKVURLRequest::ReturnCacheDataDontLoad) {
     // Nothing is ever cached here, and this policy forbids loading.
     return RKVURLError::errorWithCode(RKVURLError::ResourceUnavailable);
@@ -112,7 +91,7 @@ std::optional<RKVError> RKVCurlTransfer::prepare(const RKVURLSessionConfiguratio
   urlText_ = request_.URL().absoluteString();
   maximumBodyBytes_ = configuration.maximumResponseBytes;
 
-  const double timeout = effectiveTimeout(request_.timeoutInterval());
+  const double timeout = effectiveRequestTimeout(request_.timeoutInterval());
   const double connectTimeout = std::min(
       timeout, configuration.connectTimeout > 0.0 ? configuration.connectTimeout : timeout);
 
@@ -173,16 +152,6 @@ std::optional<RKVError> RKVCurlTransfer::prepare(const RKVURLSessionConfiguratio
     // "Name;" is libcurl's way of sending a field with an empty value.
     add(value.empty() ? name + ";" : name + ": " + value);
   }
-  const int64_t policy = request_.cachePolicy();
-  if ((policy == RKVURLRequest::ReloadIgnoringLocalCacheData ||
-       policy == RKVURLRequest::ReloadIgnoringLocalAndRemoteCacheData) &&
-      !request_.valueForHTTPHeaderField("Cache-Control")) {
-    add("Cache-Control: no-cache");
-  }
-  if (policy == RKVURLRequest::ReloadIgnoringLocalAndRemoteCacheData &&
-      !request_.valueForHTTPHeaderField("Pragma")) {
-    add("Pragma: no-cache");
-  }
   // No "Expect: 100-continue" round trip before a body: the platform sends bodies at once.
   if (!request_.valueForHTTPHeaderField("Expect")) add("Expect:");
   requestHeaders_.reset(list);
@@ -228,14 +197,14 @@ size_t RKVCurlTransfer::appendHeaderLine(const char* data, size_t length) {
   if (line.front() == ' ' || line.front() == '\t') {
     // A folded continuation of the previous field.
     if (!responseHeaders_.empty()) {
-      responseHeaders_.back().second.append(" ").append(trimmed(line));
+      responseHeaders_.back().second.append(" ").append(trimmed(line, kFieldWhiteSpace));
     }
     return length;
   }
   size_t colon = line.find(':');
   if (colon == std::string_view::npos || colon == 0) return length;
-  responseHeaders_.emplace_back(std::string(trimmed(line.substr(0, colon))),
-                                std::string(trimmed(line.substr(colon + 1))));
+  responseHeaders_.emplace_back(std::string(trimmed(line.substr(0, colon), kFieldWhiteSpace)),
+                                std::string(trimmed(line.substr(colon + 1), kFieldWhiteSpace)));
   return length;
 }
 

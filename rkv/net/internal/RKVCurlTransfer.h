@@ -41,7 +41,7 @@ class RKVCurlTransfer final : public RKVURLDataTask,
   int64_t taskIdentifier() const override { return identifier_; }
 
   // Calls the completion unless it has been called already, on the calling thread; the first
-  // call wins. An exception thrown by the completion is swallowed.
+  // call wins. An exception thrown by the completion is reported at error level and dropped.
   void complete(RKVURLSessionResponse response);
 
   // Builds the easy handle, in `reused` (reset first) when one is given. nullopt when it is ready

@@ -16,8 +16,9 @@ RKVHTTPHeaderFields::iterator findHeaderField(RKVHTTPHeaderFields& fields, std::
 RKVHTTPHeaderFields::const_iterator findHeaderField(const RKVHTTPHeaderFields& fields,
                                                     std::string_view name);
 
-// True when the field can go on the wire: a non-empty name of visible ASCII other than ":", and
-// a value without CR, LF or NUL.
+// True when the field can go on the wire: a name that is an HTTP token (no separator such as
+// "(),/:;<=>?@[\]{}", no white space, control or non-ASCII byte) and a value without CR, LF or
+// NUL.
 bool isSendableHeaderField(std::string_view name, std::string_view value);
 
 }  // namespace rkv::internal
