@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "rkv/foundation/RKVMutex.h"
+#include "rkv/foundation/internal/RKVHostCall.h"
 #include "rkv/foundation/internal/RKVThreadName.h"
 
 namespace rkv {
@@ -27,7 +28,9 @@ RKVBackgroundExecutorOptions sanitized(RKVBackgroundExecutorOptions options) {
 // Shared by the executor and its threads: a thread left to end on its own (shutdown from one of
 // its tasks) keeps it alive until it has.
 struct RKVBackgroundExecutor::State {
-  explicit State(RKVBackgroundExecutorOptions o) : options(sanitized(std::move(o))) {}
+  explicit State(RKVBackgroundExecutorOptions o)
+      : options(sanitized(std::move(o))),
+        taskSite("A task on the background executor " + options.threadName) {}
 
   static void work(const std::shared_ptr<State>& self);
   bool startThread(const std::shared_ptr<State>& self) RKV_REQUIRES(mu);
@@ -36,6 +39,7 @@ struct RKVBackgroundExecutor::State {
   std::vector<std::thread> takeFinished() RKV_EXCLUDES(mu);
 
   const RKVBackgroundExecutorOptions options;
+  const std::string taskSite;  // names the executor when a task throws
 
   mutable RKVMutex mu;
   RKVCondVar wakeup;  // idle threads wait here for tasks
@@ -61,7 +65,7 @@ void RKVBackgroundExecutor::State::work(const std::shared_ptr<State>& self) {
   for (;;) {
     if (std::function<void()> task = self->takeTask()) {
       self->mu.unlock();
-      task();
+      internal::callHost(self->taskSite, task);
       task = nullptr;  // captured state goes before the thread counts as idle again
       self->mu.lock();
       continue;

@@ -13,7 +13,7 @@
 //   - A thread idle for idleTimeout ends, as long as more than minThreads remain. Threads are
 //     started on demand, so an executor that is never used has none.
 //
-// A task must not throw: an exception escaping it ends the process (std::terminate).
+// A task that throws is reported at error level and dropped; the thread goes on with the next.
 #pragma once
 
 #include <chrono>

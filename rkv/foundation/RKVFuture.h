@@ -9,8 +9,9 @@
 // callers on any threads can read the same one.
 //
 // The task runs on RKVBackgroundExecutor::sharedInstance() (default priority) unless another
-// executor is given. It may block. A task that throws, or that the executor destroys unrun
-// (shut down), ends with no result, exactly like a task that returned none.
+// executor is given. It may block. A task that throws (the exception is reported at error level),
+// or that the executor destroys unrun (shut down), ends with no result, exactly like a task that
+// returned none.
 #pragma once
 
 #include <chrono>
@@ -25,6 +26,7 @@
 #include "rkv/foundation/RKVClock.h"
 #include "rkv/foundation/RKVError.h"
 #include "rkv/foundation/RKVMutex.h"
+#include "rkv/foundation/internal/RKVHostCall.h"
 
 namespace rkv {
 
@@ -47,13 +49,8 @@ class RKVFuture {
     // The completion travels inside the submitted job: run or destroyed unrun, it ends the wait.
     auto job = [completion = std::make_shared<Completion>(state_),
                 fn = Task(std::forward<F>(task))]() mutable {
-      std::optional<T> result;
-      try {
-        result = fn();
-      } catch (...) {
-        result.reset();
-      }
-      completion->finish(std::move(result));
+      completion->finish(
+          internal::callHostOr<std::optional<T>>("An RKVFuture's task", std::nullopt, fn));
     };
     executor.submit(std::move(job));  // refused: the job is destroyed, which ends the future
   }

@@ -14,12 +14,14 @@
 #include <asio/steady_timer.hpp>
 
 #include "rkv/foundation/RKVMutex.h"
+#include "rkv/foundation/internal/RKVHostCall.h"
 #include "rkv/foundation/internal/RKVMainLoopAccess.h"
+#include "rkv/foundation/internal/RKVTimerState.h"
 
 namespace rkv {
 namespace {
 
-// Runs a callable when the scope ends, also when a handler throws through it.
+// Runs a callable when the scope ends.
 template <class F>
 class ScopeExit {
  public:
@@ -36,24 +38,13 @@ class ScopeExit {
 // hands asio a duration it cannot add to its own clock.
 constexpr auto kLongestWait = std::chrono::hours(24);
 
+constexpr std::string_view kHandlerSite = "A handler posted to the main loop";
+constexpr std::string_view kTimerSite = "A timer callback on the main loop";
+
 // Below this size the heap is never scanned for cancelled timers.
 constexpr size_t kCompactionThreshold = 64;
 
 }  // namespace
-
-struct RKVMainLoop::TimerState {
-  enum class Phase { kPending, kRunning, kFired, kCancelled };
-
-  TimerState(RKVClock::time_point d, std::function<void()> cb)
-      : deadline(d), callback(std::move(cb)) {}
-
-  const RKVClock::time_point deadline;
-  RKVMutex mu;
-  RKVCondVar finished;
-  Phase phase RKV_GUARDED_BY(mu) = Phase::kPending;
-  std::thread::id runningThread RKV_GUARDED_BY(mu);
-  std::function<void()> callback RKV_GUARDED_BY(mu);
-};
 
 struct RKVMainLoop::Impl {
   // What one round of processing may run: handlers and timers queued before the round (or, in
@@ -70,7 +61,7 @@ struct RKVMainLoop::Impl {
   struct Entry {
     RKVClock::time_point deadline;
     uint64_t seq;
-    std::shared_ptr<TimerState> state;
+    std::shared_ptr<internal::RKVTimerState> state;
   };
   // std::push_heap builds a max-heap; "later" entries sink, so the front is the earliest.
   static bool later(const Entry& a, const Entry& b) {
@@ -88,7 +79,7 @@ struct RKVMainLoop::Impl {
   void process(const Limits& limits) RKV_EXCLUDES(mu);
   void afterProcessing() RKV_EXCLUDES(mu);
   void armWake() RKV_EXCLUDES(mu);
-  void fire(const std::shared_ptr<TimerState>& state);
+  void fire(const std::shared_ptr<internal::RKVTimerState>& state);
   void dropCancelledFront() RKV_REQUIRES(mu);
   void compactIfNeeded() RKV_REQUIRES(mu);
   bool hasWorkDue(RKVClock::time_point now) RKV_EXCLUDES(mu);
@@ -126,14 +117,9 @@ RKVMainLoop::Impl::~Impl() {
     entries.swap(heap);
     handlers.swap(ready);
   }
-  for (const Entry& entry : entries) {
-    std::function<void()> dropped;
-    RKVMutexLock lock(entry.state->mu);
-    if (entry.state->phase == TimerState::Phase::kPending) {
-      entry.state->phase = TimerState::Phase::kCancelled;
-      dropped.swap(entry.state->callback);
-    }
-  }
+  // No thread drives the loop any more, so cancelling waits for nothing.
+  for (const Entry& entry : entries)
+    entry.state->cancel();
 }
 
 bool RKVMainLoop::Impl::beginDriving(bool polling) {
@@ -197,11 +183,7 @@ RKVMainLoop::Impl::Limits RKVMainLoop::Impl::currentLimits() {
 
 void RKVMainLoop::Impl::dropCancelledFront() {
   while (!heap.empty()) {
-    TimerState& state = *heap.front().state;
-    {
-      RKVMutexLock lock(state.mu);
-      if (state.phase == TimerState::Phase::kPending) return;
-    }
+    if (heap.front().state->isPending()) return;
     std::pop_heap(heap.begin(), heap.end(), later);
     heap.pop_back();
   }
@@ -209,10 +191,7 @@ void RKVMainLoop::Impl::dropCancelledFront() {
 
 void RKVMainLoop::Impl::compactIfNeeded() {
   if (heap.size() < kCompactionThreshold || heap.size() < 2 * heapSizeAfterCompaction) return;
-  std::erase_if(heap, [](const Entry& entry) {
-    RKVMutexLock lock(entry.state->mu);
-    return entry.state->phase != TimerState::Phase::kPending;
-  });
+  std::erase_if(heap, [](const Entry& entry) { return !entry.state->isPending(); });
   std::make_heap(heap.begin(), heap.end(), later);
   heapSizeAfterCompaction = heap.size();
 }
@@ -224,31 +203,15 @@ bool RKVMainLoop::Impl::hasWorkDue(RKVClock::time_point now) {
                             heap.front().deadline != RKVClock::time_point::max());
 }
 
-void RKVMainLoop::Impl::fire(const std::shared_ptr<TimerState>& state) {
-  std::function<void()> callback;
-  {
-    RKVMutexLock lock(state->mu);
-    if (state->phase != TimerState::Phase::kPending) return;
-    state->phase = TimerState::Phase::kRunning;
-    state->runningThread = std::this_thread::get_id();
-    callback.swap(state->callback);
-  }
-  ScopeExit done([&] {
-    // The captured state goes before a cancelling thread is let through.
-    callback = nullptr;
-    RKVMutexLock lock(state->mu);
-    state->phase = TimerState::Phase::kFired;
-    state->finished.notifyAll();
-  });
-  ++ranCount;
-  callback();
+void RKVMainLoop::Impl::fire(const std::shared_ptr<internal::RKVTimerState>& state) {
+  if (state->fire(kTimerSite)) ++ranCount;
 }
 
 void RKVMainLoop::Impl::process(const Limits& limits) {
   const bool polling = pollLimits.has_value();
   // Timers first, one at a time: a callback may cancel or schedule others.
   while (polling || !stopping.load()) {
-    std::shared_ptr<TimerState> due;
+    std::shared_ptr<internal::RKVTimerState> due;
     {
       RKVMutexLock lock(mu);
       dropCancelledFront();
@@ -273,7 +236,7 @@ void RKVMainLoop::Impl::process(const Limits& limits) {
       ready.pop_front();
     }
     ++ranCount;
-    handler();
+    internal::callHost(kHandlerSite, handler);
   }
 }
 
@@ -387,7 +350,7 @@ RKVMainLoop::TimerHandle RKVMainLoop::scheduleAfter(RKVClock::duration delay,
 RKVMainLoop::TimerHandle RKVMainLoop::scheduleAt(RKVClock::time_point deadline,
                                                  std::function<void()> callback) {
   if (!callback) return TimerHandle();
-  auto state = std::make_shared<TimerState>(deadline, std::move(callback));
+  auto state = std::make_shared<internal::RKVTimerState>(deadline, std::move(callback));
   bool first = false;
   {
     RKVMutexLock lock(impl_->mu);
@@ -399,40 +362,6 @@ RKVMainLoop::TimerHandle RKVMainLoop::scheduleAt(RKVClock::time_point deadline,
   // A new earliest deadline may be due already, or need a shorter wait than the one armed.
   if (first) impl_->queueKick();
   return TimerHandle(std::move(state));
-}
-
-// --- TimerHandle ---------------------------------------------------------------------------
-
-bool RKVMainLoop::TimerHandle::cancel() {
-  if (!state_) return false;
-  std::function<void()> dropped;  // destroyed after the lock is released
-  RKVMutexLock lock(state_->mu);
-  switch (state_->phase) {
-    case TimerState::Phase::kPending:
-      state_->phase = TimerState::Phase::kCancelled;
-      dropped.swap(state_->callback);
-      return true;
-    case TimerState::Phase::kRunning:
-      if (state_->runningThread != std::this_thread::get_id()) {
-        while (state_->phase == TimerState::Phase::kRunning)
-          state_->finished.wait(state_->mu);
-      }
-      return false;
-    case TimerState::Phase::kFired:
-    case TimerState::Phase::kCancelled:
-      return false;
-  }
-  return false;
-}
-
-bool RKVMainLoop::TimerHandle::isPending() const {
-  if (!state_) return false;
-  RKVMutexLock lock(state_->mu);
-  return state_->phase == TimerState::Phase::kPending;
-}
-
-RKVClock::time_point RKVMainLoop::TimerHandle::deadline() const {
-  return state_ ? state_->deadline : RKVClock::time_point();
 }
 
 // --- internal access -----------------------------------------------------------------------

@@ -9,8 +9,8 @@
 // Timers are kept on the loop's RKVClock (see RKVClock.h for the testing seam): a loop built on
 // an RKVManualClock fires its timers when the test moves the clock and then runs or polls it.
 // Timers that are due at the same time fire in deadline order, ties in the order they were
-// scheduled. Handlers should not throw: an exception leaves run() or poll() (the loop stays
-// usable, the rest of the work stays queued).
+// scheduled. A handler or timer callback that throws is reported at error level and dropped;
+// the loop goes on with the rest of its work.
 #pragma once
 
 #include <cstddef>
@@ -19,12 +19,14 @@
 #include <utility>
 
 #include "rkv/foundation/RKVClock.h"
+#include "rkv/foundation/RKVTimerHandle.h"
 
 namespace rkv {
 
 class RKVMainLoop {
  public:
-  class TimerHandle;
+  // One scheduled callback; see RKVTimerHandle.h.
+  using TimerHandle = RKVTimerHandle;
 
   // A loop on the real clock.
   RKVMainLoop();
@@ -59,7 +61,7 @@ class RKVMainLoop {
 
   // True on the thread that is driving the loop, or that drove it last (a host that pumps the
   // loop with poll() stays the main thread between its polls). False everywhere before the loop
-  // was first run or polled.
+  // was first run or polled. See RKVMainThread.h for the check of main-thread-only operations.
   bool isMainThread() const;
 
   // The clock this loop's timers use.
@@ -75,32 +77,7 @@ class RKVMainLoop {
  private:
   friend struct RKVMainLoopAccess;
   struct Impl;
-  struct TimerState;
   std::shared_ptr<Impl> impl_;
-};
-
-// One scheduled callback. Copies refer to the same timer. Thread-safe.
-class RKVMainLoop::TimerHandle {
- public:
-  TimerHandle() = default;
-
-  // Makes sure the callback does not start after this returns; its captured state is released.
-  // Returns true when this call prevented it from running, false when it has run, is running,
-  // was cancelled before, or the handle is empty. Called from another thread while the callback
-  // is running on the main thread, waits until the callback has returned (so the callback must
-  // not wait for the cancelling thread); called from inside the callback, returns at once.
-  bool cancel();
-  // True while the timer is armed: neither fired, running, nor cancelled.
-  bool isPending() const;
-  // The deadline on the loop's clock; time_point() for an empty handle.
-  RKVClock::time_point deadline() const;
-
-  explicit operator bool() const { return state_ != nullptr; }
-
- private:
-  friend class RKVMainLoop;
-  explicit TimerHandle(std::shared_ptr<TimerState> state) : state_(std::move(state)) {}
-  std::shared_ptr<TimerState> state_;
 };
 
 }  // namespace rkv

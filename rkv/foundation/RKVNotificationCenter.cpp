@@ -1,57 +1,50 @@
 #include "rkv/foundation/RKVNotificationCenter.h"
 
 #include <algorithm>
-#include <thread>
+#include <string>
 #include <utility>
 #include <vector>
 
 #include "rkv/foundation/RKVMutex.h"
+#include "rkv/foundation/internal/RKVCallGate.h"
+#include "rkv/foundation/internal/RKVHostCall.h"
 
 namespace rkv {
 namespace {
 
 struct Entry {
   Entry(uint64_t i, std::string n, RKVNotificationCenter::Observer o)
-      : id(i), name(std::move(n)), observer(std::move(o)) {}
+      : id(i),
+        name(std::move(n)),
+        observer(std::make_shared<const RKVNotificationCenter::Observer>(std::move(o))) {}
 
   bool matches(const std::string& posted) const { return name.empty() || name == posted; }
-  bool activeElsewhere() const RKV_REQUIRES(mu) {
-    const auto self = std::this_thread::get_id();
-    return std::any_of(active.begin(), active.end(),
-                       [self](auto thread) { return thread != self; });
-  }
 
   const uint64_t id;
   const std::string name;
-  RKVMutex mu;
-  RKVCondVar callReturned;
-  // Written only while no call is under way (active empty); read by the calls without the lock.
-  RKVNotificationCenter::Observer observer RKV_GUARDED_BY(mu);
-  bool removed RKV_GUARDED_BY(mu) = false;
-  std::vector<std::thread::id> active RKV_GUARDED_BY(mu);  // one element per call under way
+  // Closed by removeObserver(): no call starts after, and the calls under way on other threads
+  // have ended when close() returns.
+  internal::RKVCallGate gate;
+  // Read by calls inside the gate; reset by removeObserver() once the gate is closed, when no
+  // other thread reads it any more. A call under way on the removing thread keeps its own
+  // reference, so the observer is destroyed when that call returns.
+  std::shared_ptr<const RKVNotificationCenter::Observer> observer;
 };
 
-// Calls the entry's observer unless it was removed, tracking the call for removeObserver().
+// Calls the entry's observer unless it was removed; an exception it throws is reported and
+// dropped, so the observers after it are still called.
 void deliver(Entry& entry, const RKVNotification& notification) {
-  const RKVNotificationCenter::Observer* observer = nullptr;
-  {
-    RKVMutexLock lock(entry.mu);
-    if (entry.removed) return;
-    entry.active.push_back(std::this_thread::get_id());
-    observer = &entry.observer;
+  const internal::RKVCallGate::Pass pass = entry.gate.enter();
+  if (!pass) return;
+  // Released before the pass: a removing thread finds the observer gone, not in use.
+  const std::shared_ptr<const RKVNotificationCenter::Observer> observer = entry.observer;
+  try {
+    (*observer)(notification);
+  } catch (...) {
+    internal::reportHostException(entry.name.empty()
+                                      ? std::string("An observer of every notification")
+                                      : "An observer of the notification \"" + entry.name + "\"");
   }
-  struct CallEnd {
-    Entry& entry;
-    ~CallEnd() {
-      RKVNotificationCenter::Observer dropped;  // destroyed after the lock is released
-      RKVMutexLock lock(entry.mu);
-      entry.active.erase(
-          std::find(entry.active.begin(), entry.active.end(), std::this_thread::get_id()));
-      if (entry.removed && entry.active.empty()) dropped.swap(entry.observer);
-      entry.callReturned.notifyAll();
-    }
-  } end{entry};
-  (*observer)(notification);
 }
 
 }  // namespace
@@ -91,12 +84,8 @@ void RKVNotificationCenter::removeObserver(Token token) {
     entry = *it;
     state_->entries.erase(it);
   }
-  Observer dropped;  // destroyed after the lock is released
-  RKVMutexLock lock(entry->mu);
-  entry->removed = true;
-  while (entry->activeElsewhere())
-    entry->callReturned.wait(entry->mu);
-  if (entry->active.empty()) dropped.swap(entry->observer);
+  entry->gate.close();
+  entry->observer.reset();
 }
 
 void RKVNotificationCenter::post(const RKVNotification& notification) {

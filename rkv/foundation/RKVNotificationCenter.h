@@ -2,8 +2,8 @@
 // that posts them. Thread-safe.
 //
 // Observers are called in the order they were added, each with no lock of the centre held, so an
-// observer may post, add and remove observers. An observer must not throw: the exception would
-// leave post() with the observers after it not called.
+// observer may post, add and remove observers. An observer that throws is reported at error
+// level; the observers after it are still called.
 #pragma once
 
 #include <any>

@@ -5,6 +5,7 @@
 
 #include <arpa/inet.h>
 
+#include "rkv/foundation/internal/RKVText.h"
 #include "rkv/foundation/internal/RKVURLCharacters.h"
 
 namespace rkv {
@@ -14,10 +15,6 @@ using namespace url_internal;
 namespace {
 
 constexpr size_t kMaxTextSize = size_t{1} << 30;
-
-bool isASCIIWhiteSpace(char c) {
-  return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f' || c == '\v';
-}
 
 bool isOneOf(char c, char a, char b) {
   return c == a || c == b;
@@ -48,28 +45,8 @@ size_t appendEncodedUntil(std::string& out, std::string_view text, size_t i, uin
   return i;
 }
 
-std::string_view trimmed(std::string_view text) {
-  while (!text.empty() && isASCIIWhiteSpace(text.front()))
-    text.remove_prefix(1);
-  while (!text.empty() && isASCIIWhiteSpace(text.back()))
-    text.remove_suffix(1);
-  return text;
-}
-
-bool equalsIgnoringASCIICase(std::string_view a, std::string_view b) {
-  if (a.size() != b.size()) return false;
-  for (size_t i = 0; i < a.size(); ++i) {
-    char x = a[i], y = b[i];
-    if (x >= 'A' && x <= 'Z') x = static_cast<char>(x - 'A' + 'a');
-    if (y >= 'A' && y <= 'Z') y = static_cast<char>(y - 'A' + 'a');
-    if (x != y) return false;
-  }
-  return true;
-}
-
 bool isValidScheme(std::string_view scheme) {
-  const auto first = static_cast<unsigned char>(scheme.front());
-  if (!((first >= 'A' && first <= 'Z') || (first >= 'a' && first <= 'z'))) return false;
+  if (!internal::isASCIIAlpha(scheme.front())) return false;
   for (char c : scheme) {
     if (!hasClass(static_cast<unsigned char>(c), kSchemeChar)) return false;
   }
@@ -116,41 +93,6 @@ bool isValidIPLiteral(std::string_view host) {
   buffer[address.size()] = '\0';
   unsigned char bytes[16];
   return inet_pton(AF_INET6, buffer, bytes) == 1;
-}
-
-// Strict UTF-8: no overlong forms, no surrogates, nothing above U+10FFFF.
-bool isValidUTF8(std::string_view text) {
-  const auto* p = reinterpret_cast<const unsigned char*>(text.data());
-  const auto* end = p + text.size();
-  while (p < end) {
-    const unsigned char c = *p;
-    if (c < 0x80) {
-      ++p;
-      continue;
-    }
-    int length;
-    unsigned char low = 0x80, high = 0xBF;
-    if (c >= 0xC2 && c <= 0xDF) {
-      length = 2;
-    } else if (c >= 0xE0 && c <= 0xEF) {
-      length = 3;
-      if (c == 0xE0) low = 0xA0;
-      if (c == 0xED) high = 0x9F;
-    } else if (c >= 0xF0 && c <= 0xF4) {
-      length = 4;
-      if (c == 0xF0) low = 0x90;
-      if (c == 0xF4) high = 0x8F;
-    } else {
-      return false;
-    }
-    if (end - p < length) return false;
-    if (p[1] < low || p[1] > high) return false;
-    for (int k = 2; k < length; ++k) {
-      if (p[k] < 0x80 || p[k] > 0xBF) return false;
-    }
-    p += length;
-  }
-  return true;
 }
 
 // RFC 3986 section 5.2.4, on an encoded path.
@@ -200,7 +142,7 @@ std::string decodedOrRaw(std::string_view text) {
 class RKVURLParser {
  public:
   static std::optional<RKVURL> parse(std::string_view text) {
-    text = trimmed(text);
+    text = internal::trimmed(text);
     if (text.empty() || text.size() >= kMaxTextSize) return std::nullopt;
     RKVURL url;
     std::string& out = url.text_;
@@ -312,7 +254,8 @@ class RKVURLParser {
     }
     if (host.empty() && url.hasScheme()) {
       std::string_view scheme = *url.scheme();
-      if (equalsIgnoringASCIICase(scheme, "http") || equalsIgnoringASCIICase(scheme, "https")) {
+      if (internal::asciiEqualsIgnoringCase(scheme, "http") ||
+          internal::asciiEqualsIgnoringCase(scheme, "https")) {
         return false;
       }
     }
@@ -428,7 +371,7 @@ std::optional<std::string> RKVURL::removingPercentEncoding(std::string_view text
     runStart = i + 3;
   }
   out.append(text, runStart, text.size() - runStart);
-  if (!isValidUTF8(out)) return std::nullopt;
+  if (!internal::isValidUTF8(out)) return std::nullopt;
   return out;
 }
 

@@ -1,5 +1,6 @@
 #include "rkv/foundation/RKVUtils.h"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <utility>
@@ -7,6 +8,7 @@
 #include <fmt/format.h>
 
 #include "rkv/foundation/RKVStringTables.h"
+#include "rkv/foundation/internal/RKVText.h"
 
 namespace rkv {
 
@@ -95,8 +97,8 @@ bool RKVUtils::isValidGDPRConsentString(std::optional<std::string_view> string) 
   if (!string || string->empty()) return false;
   for (size_t i = 0; i < string->size(); ++i) {
     const char c = (*string)[i];
-    if ((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' ||
-        c == '_' || c == '.') {
+    if (internal::isASCIIAlpha(c) || internal::isASCIIDigit(c) || c == '-' || c == '_' ||
+        c == '.') {
       continue;
     }
     // The Kelvin sign (U+212A) is the one non-ASCII character whose lower case is an allowed
@@ -112,10 +114,7 @@ bool RKVUtils::isValidGDPRConsentString(std::optional<std::string_view> string) 
 
 bool RKVUtils::stringIsDigitsOnly(std::optional<std::string_view> string) {
   if (!string || string->empty()) return false;
-  for (char c : *string) {
-    if (c < '0' || c > '9') return false;
-  }
-  return true;
+  return std::all_of(string->begin(), string->end(), internal::isASCIIDigit);
 }
 
 std::optional<RKVColor> RKVUtils::colorFromString(std::optional<std::string_view> string) {

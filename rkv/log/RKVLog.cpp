@@ -5,6 +5,7 @@
 
 #include <execinfo.h>
 
+#include "rkv/foundation/internal/RKVErrorReport.h"
 #include "rkv/foundation/internal/RKVHostCall.h"
 #include "rkv/log/RKVLogDefaultDataSource.h"
 #include "rkv/log/RKVLogDefaultOutput.h"
@@ -21,9 +22,19 @@ void logHostException(std::string_view site, std::string_view what) {
                                                what);
 }
 
+// Errors found by the foundation layer (a main-thread operation called elsewhere), likewise.
+void logFoundationError(std::string_view message) {
+  try {
+    RKVLog::sharedInstance()->logError(message);
+  } catch (...) {
+    // A host output that throws loses this line; the reporter never throws.
+  }
+}
+
 // Installed when the library is loaded; the foundation layer writes to stderr before that.
-[[maybe_unused]] const bool kHostExceptionReporterInstalled = [] {
+[[maybe_unused]] const bool kReportersInstalled = [] {
   internal::setHostExceptionReporter(&logHostException);
+  internal::setErrorReporter(&logFoundationError);
   return true;
 }();
 }  // namespace
@@ -96,9 +107,19 @@ void RKVLog::setOutput(std::shared_ptr<RKVLogOutput> output) {
 }
 
 void RKVLog::logMessage(std::string_view message, int64_t level) {
+  if (isWritingLevel(level)) write(message, level);
+}
+
+bool RKVLog::isWritingLevel(int64_t level) const {
   // Debug lines depend on the debug switch alone; the data source is not asked about them.
-  const bool write = level == 0 ? isDebugLoggingEnabled() : isLoggingEnabledForLevel(level);
-  if (!write) return;
+  return level == 0 ? isDebugLoggingEnabled() : isLoggingEnabledForLevel(level);
+}
+
+void RKVLog::logWithFormat(int64_t level, fmt::string_view format, fmt::format_args args) {
+  if (isWritingLevel(level)) write(formatMessage(format, args), level);
+}
+
+void RKVLog::write(std::string_view message, int64_t level) {
   std::shared_ptr<RKVLogOutput> output;
   std::string tag;
   {

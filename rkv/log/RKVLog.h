@@ -50,23 +50,24 @@ class RKVLog {
   void logWarning(std::string_view message) { logMessage(message, 3); }
   void logError(std::string_view message) { logMessage(message, 2); }
 
-  // The message is formatted (fmt syntax, checked at compile time) before the level is tested.
-  // Absent texts should be passed through RKVUtils::nullableDescription to read "(null)".
+  // The message is formatted (fmt syntax, checked at compile time) only when the level is
+  // written, so that a silenced level costs no formatting. Absent texts should be passed through
+  // RKVUtils::nullableDescription to read "(null)".
   template <typename... Args>
   void logDebugWithFormat(fmt::format_string<Args...> format, Args&&... args) {
-    logMessage(formatMessage(fmt::string_view(format), fmt::make_format_args(args...)), 0);
+    logWithFormat(0, fmt::string_view(format), fmt::make_format_args(args...));
   }
   template <typename... Args>
   void logInfoWithFormat(fmt::format_string<Args...> format, Args&&... args) {
-    logMessage(formatMessage(fmt::string_view(format), fmt::make_format_args(args...)), 1);
+    logWithFormat(1, fmt::string_view(format), fmt::make_format_args(args...));
   }
   template <typename... Args>
   void logWarningWithFormat(fmt::format_string<Args...> format, Args&&... args) {
-    logMessage(formatMessage(fmt::string_view(format), fmt::make_format_args(args...)), 3);
+    logWithFormat(3, fmt::string_view(format), fmt::make_format_args(args...));
   }
   template <typename... Args>
   void logErrorWithFormat(fmt::format_string<Args...> format, Args&&... args) {
-    logMessage(formatMessage(fmt::string_view(format), fmt::make_format_args(args...)), 2);
+    logWithFormat(2, fmt::string_view(format), fmt::make_format_args(args...));
   }
 
   // logDebug.
@@ -82,8 +83,13 @@ class RKVLog {
 
   // What the data source answers for this logger and level (false without a data source).
   bool isLoggingEnabledForLevel(int64_t level) const;
+  // Whether logMessage(_, level) writes now: the debug switch for 0, the data source otherwise.
+  bool isWritingLevel(int64_t level) const;
 
  private:
+  void logWithFormat(int64_t level, fmt::string_view format, fmt::format_args args);
+  // One call of the output, without asking whether the level is written.
+  void write(std::string_view message, int64_t level);
   // fmt::vformat that never throws: a failure yields the format text itself.
   static std::string formatMessage(fmt::string_view format, fmt::format_args args);
 

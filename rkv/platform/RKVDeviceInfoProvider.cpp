@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 #include <sys/utsname.h>
 
+#include "rkv/foundation/internal/RKVText.h"
 #include "rkv/platform/internal/RKVLinuxDeviceFacts.h"
 
 namespace rkv {
@@ -26,19 +27,14 @@ std::optional<utsname> systemName() {
   return name;
 }
 
-std::string trimmed(std::string text) {
-  // Device-tree strings end in NUL, sysfs ones in a newline.
-  while (!text.empty() && (text.back() == '\0' || text.back() == '\n' || text.back() == ' ')) {
-    text.pop_back();
-  }
-  return text;
-}
+// Device-tree strings end in NUL, sysfs ones in a newline.
+constexpr std::string_view kModelPadding{"\0 \t\n\v\f\r", 7};
 
 std::string modelName() {
   for (const char* path : {"/proc/device-tree/model", "/sys/class/dmi/id/product_name"}) {
     if (auto model = internal::readSystemFile(path)) {
-      std::string text = trimmed(std::move(*model));
-      if (!text.empty()) return text;
+      const std::string_view text = internal::trimmed(*model, kModelPadding);
+      if (!text.empty()) return std::string(text);
     }
   }
   const auto name = systemName();

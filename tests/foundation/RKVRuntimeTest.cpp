@@ -13,6 +13,7 @@
 #include <thread>
 #include <vector>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "rkv/foundation/RKVBackgroundExecutor.h"
@@ -338,6 +339,106 @@ TEST(RKVSerialQueueTest, DestroyedByItsOwnTaskItFinishesTheRest) {
   gate.set();
   EXPECT_TRUE(later.wait());
   EXPECT_TRUE(eventually([&] { return watch.expired(); }));
+}
+
+class RKVSerialQueueDelayTest : public ::testing::Test {
+ protected:
+  // Moves the clock by `delta` and waits until what fell due has run: a marker due at the new
+  // time, scheduled last, joins the queue after every other task due by then.
+  void advanceAndSettle(RKVClock::duration delta) {
+    RKVTestEvent settled;
+    queue_.asyncAfter(delta, [&] { settled.set(); });
+    clock_->advance(delta);
+    ASSERT_TRUE(settled.wait());
+  }
+
+  std::shared_ptr<RKVManualClock> clock_ = std::make_shared<RKVManualClock>();
+  RKVSerialQueue queue_{"test.delayed", clock_};
+  Names ran_;  // written by the queue's tasks, read by the test after a settle
+};
+
+TEST_F(RKVSerialQueueDelayTest, DelayedTasksJoinTheQueueInDeadlineOrderOnceTheClockIsThere) {
+  auto record = [this](const char* name) { return [this, name] { ran_.push_back(name); }; };
+  // Out of order, with a tie (b1/b2) that keeps its scheduling order.
+  queue_.asyncAfter(30ms, record("c"));
+  queue_.asyncAfter(10ms, record("b1"));
+  queue_.asyncAfter(-5ms, record("a"));  // a negative delay is none
+  queue_.asyncAfter(10ms, record("b2"));
+  auto captured = std::make_shared<int>(0);
+  std::weak_ptr<int> watch = captured;
+  auto cancelled = queue_.asyncAfter(20ms, [this, captured] { ran_.push_back("cancelled"); });
+  captured.reset();
+  queue_.asyncAt(RKVClock::time_point::max(), record("never"));
+  ASSERT_TRUE(queue_.sync(record("now")));
+  EXPECT_TRUE(cancelled.isPending());
+  EXPECT_TRUE(cancelled.cancel());
+  EXPECT_TRUE(watch.expired()) << "cancel() must release what the task captured";
+  EXPECT_FALSE(cancelled.cancel()) << "cancelled before";
+
+  advanceAndSettle(10ms);
+  // "a" may run before or after "now": it was due at once but waited for the queue's thread.
+  EXPECT_THAT(ran_, ::testing::UnorderedElementsAre("a", "now", "b1", "b2"));
+  EXPECT_EQ(Names(ran_.end() - 2, ran_.end()), (Names{"b1", "b2"}));
+  advanceAndSettle(24h);
+  EXPECT_EQ(ran_.back(), "c");
+  EXPECT_EQ(ran_.size(), 5u) << "a cancelled task or an endless delay ran";
+}
+
+TEST_F(RKVSerialQueueDelayTest, CancelWhileTheTaskRunsWaitsForItUnlessCalledFromIt) {
+  RKVTestEvent started, release;
+  std::atomic<bool> finished{false};
+  bool selfCancelPrevented = true;
+  auto handle = std::make_shared<RKVTimerHandle>();
+  *handle = queue_.asyncAfter(1ms, [&, handle] {
+    selfCancelPrevented = handle->cancel();  // from inside: returns at once
+    started.set();
+    (void)release.wait();
+    finished = true;
+  });
+  clock_->advance(1ms);
+  ASSERT_TRUE(started.wait());
+  bool prevented = true, finishedAtCancel = false;
+  std::thread canceller([&] {
+    prevented = handle->cancel();
+    finishedAtCancel = finished.load();
+  });
+  std::this_thread::sleep_for(20ms);  // a shorter pause only makes the check weaker
+  release.set();
+  canceller.join();
+  EXPECT_FALSE(prevented);
+  EXPECT_TRUE(finishedAtCancel) << "cancel() returned while the task was running";
+  ASSERT_TRUE(queue_.drain());
+  EXPECT_FALSE(selfCancelPrevented);
+}
+
+TEST_F(RKVSerialQueueDelayTest, ShutdownDropsWhatIsNotDueAndTheRealClockIsWaitedFor) {
+  auto captured = std::make_shared<int>(0);
+  std::weak_ptr<int> watch = captured;
+  auto pending = queue_.asyncAfter(1h, [this, captured] { ran_.push_back("late"); });
+  captured.reset();
+  ASSERT_TRUE(queue_.async([this] { ran_.push_back("queued"); }));
+  queue_.shutdown();
+  EXPECT_EQ(ran_, (Names{"queued"}));
+  EXPECT_TRUE(watch.expired()) << "a dropped task must release what it captured";
+  EXPECT_FALSE(pending.isPending());
+  EXPECT_FALSE(pending.cancel());
+  EXPECT_FALSE(queue_.asyncAfter(0ms, [] {})) << "refused after shutdown";
+  EXPECT_FALSE(queue_.asyncAfter(0ms, nullptr));
+  clock_->advance(2h);  // the clock still knows the queue; nothing runs
+
+  // On the real clock the queue's thread sleeps until the deadline.
+  RKVSerialQueue real("test.real");
+  EXPECT_EQ(real.clock(), RKVClock::system());
+  RKVTestEvent ran;
+  RKVClock::time_point ranAt;
+  const auto scheduled = real.clock()->now();
+  auto handle = real.asyncAfter(5ms, [&] {
+    ranAt = real.clock()->now();
+    ran.set();
+  });
+  ASSERT_TRUE(ran.wait());
+  EXPECT_GE(handle.deadline(), scheduled + 5ms);
+  EXPECT_GE(ranAt, handle.deadline()) << "ran before its deadline";
 }
 
 TEST(RKVFutureTest, TimeOutsThenTheValue) {

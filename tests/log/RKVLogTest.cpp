@@ -13,6 +13,19 @@
 
 #include "tests/support/RKVTestThreads.h"
 
+// Counts how often it is formatted.
+struct CountedArgument {
+  int* formats;
+};
+
+template <>
+struct fmt::formatter<CountedArgument> : fmt::formatter<int> {
+  template <typename FormatContext>
+  auto format(const CountedArgument& argument, FormatContext& context) const {
+    return fmt::formatter<int>::format(++*argument.formats, context);
+  }
+};
+
 namespace rkv {
 namespace {
 
@@ -75,6 +88,22 @@ TEST(RKVLogTest, DebugIsDecidedByTheSwitchAloneOthersByTheDataSource) {
   defaults.setDataSource(nullptr);
   defaults.setOutput(nullptr);
   logAllLevels(defaults);
+}
+
+TEST(RKVLogTest, AFormattedMessageIsBuiltOnlyWhenItsLevelIsWritten) {
+  auto output = std::make_shared<Recorder>(std::set<int64_t>{2});
+  RKVLog log("Tag", output, output, false);
+  int formats = 0;
+  const CountedArgument argument{&formats};
+  log.logDebugWithFormat("d{}", argument);
+  log.logInfoWithFormat("i{}", argument);
+  log.logWarningWithFormat("w{}", argument);
+  EXPECT_EQ(formats, 0) << "a silenced level was formatted";
+  log.logErrorWithFormat("e{}", argument);
+  log.setDebugLoggingEnabled(true);
+  log.logDebugWithFormat("d{}", argument);
+  EXPECT_EQ(formats, 2);
+  EXPECT_EQ(output->lines(), (Lines{"2:Tag:e1", "0:Tag:d2"}));
 }
 
 TEST(RKVLogTest, PropertiesCanBeSwappedWhileOtherThreadsLog) {

@@ -28,14 +28,16 @@ class RKVLogCapture {
   RKVLogCapture(const RKVLogCapture&) = delete;
   RKVLogCapture& operator=(const RKVLogCapture&) = delete;
 
-  // The debug messages written, in order.
-  std::vector<std::string> debugMessages() const {
+  // The messages written at `level`, in order.
+  std::vector<std::string> messages(int64_t level) const {
     std::lock_guard lock(output_->mutex);
     std::vector<std::string> result;
-    for (const auto& [level, message] : output_->messages)
-      if (level == 0) result.push_back(message);
+    for (const auto& [written, message] : output_->messages)
+      if (written == level) result.push_back(message);
     return result;
   }
+  std::vector<std::string> debugMessages() const { return messages(0); }
+  std::vector<std::string> errorMessages() const { return messages(2); }
 
  private:
   struct Output : RKVLogOutput, RKVLogDataSource {

@@ -13,6 +13,8 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 
+#include "rkv/foundation/internal/RKVText.h"
+
 namespace rkv::internal {
 
 namespace {
@@ -21,14 +23,10 @@ constexpr uint32_t kRouteUp = 0x1;  // RTF_UP
 // System files read here are a few kilobytes; anything bigger is not what we expect.
 constexpr size_t kMaxSystemFileSize = 1 << 20;
 
-bool isDigit(char c) {
-  return c >= '0' && c <= '9';
-}
-bool isAlpha(char c) {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
-}
+// Blanks between the fields of a line (LF ends the line).
+constexpr std::string_view kBlanks = " \t\r";
 bool isBlank(char c) {
-  return c == ' ' || c == '\t' || c == '\r';
+  return kBlanks.find(c) != std::string_view::npos;
 }
 
 std::vector<std::string_view> lines(std::string_view text) {
@@ -71,8 +69,7 @@ std::optional<T> parseNumber(std::string_view text, int base) {
 // An os-release value: a quoted shell word (with backslash escapes inside double quotes) or a
 // bare one.
 std::string unquote(std::string_view value) {
-  while (!value.empty() && isBlank(value.back()))
-    value.remove_suffix(1);
+  value = value.substr(0, value.find_last_not_of(kBlanks) + 1);  // npos + 1: nothing left
   if (value.empty() || (value.front() != '"' && value.front() != '\'')) return std::string(value);
   const char quote = value.front();
   std::string result;
@@ -94,8 +91,7 @@ std::optional<std::string> osReleaseVersionID(std::string_view osRelease) {
   std::optional<std::string> version;
   constexpr std::string_view kKey = "VERSION_ID=";
   for (std::string_view line : lines(osRelease)) {
-    while (!line.empty() && isBlank(line.front()))
-      line.remove_prefix(1);
+    line = trimmed(line, kBlanks);
     if (!line.starts_with(kKey)) continue;
     std::string value = unquote(line.substr(kKey.size()));
     // The last assignment wins, as when the file is sourced by a shell.
@@ -160,7 +156,7 @@ std::optional<std::string> languageTagFromLocaleName(std::string_view localeName
       if (tag.empty() || tag.back() == '-') return std::nullopt;
       inLanguage = false;
       tag.push_back('-');
-    } else if (isAlpha(c) || (!inLanguage && isDigit(c))) {
+    } else if (isASCIIAlpha(c) || (!inLanguage && isASCIIDigit(c))) {
       if (inLanguage) ++letters;
       tag.push_back(c);
     } else {
@@ -195,12 +191,12 @@ int compareNumerically(std::string_view a, std::string_view b) {
   size_t i = 0;
   size_t j = 0;
   while (i < a.size() && j < b.size()) {
-    if (isDigit(a[i]) && isDigit(b[j])) {
+    if (isASCIIDigit(a[i]) && isASCIIDigit(b[j])) {
       size_t aEnd = i;
       size_t bEnd = j;
-      while (aEnd < a.size() && isDigit(a[aEnd]))
+      while (aEnd < a.size() && isASCIIDigit(a[aEnd]))
         ++aEnd;
-      while (bEnd < b.size() && isDigit(b[bEnd]))
+      while (bEnd < b.size() && isASCIIDigit(b[bEnd]))
         ++bEnd;
       std::string_view aRun = a.substr(i, aEnd - i);
       std::string_view bRun = b.substr(j, bEnd - j);
