@@ -29,15 +29,19 @@ class RKVLogCapture {
   RKVLogCapture& operator=(const RKVLogCapture&) = delete;
 
   // The debug messages written, in order.
-  std::vector<std::string> debugMessages() const {
+  std::vector<std::string> debugMessages() const { return messagesAtLevel(0); }
+  // The error messages written, in order.
+  std::vector<std::string> errorMessages() const { return messagesAtLevel(2); }
+
+ private:
+  std::vector<std::string> messagesAtLevel(int64_t wanted) const {
     std::lock_guard lock(output_->mutex);
     std::vector<std::string> result;
     for (const auto& [level, message] : output_->messages)
-      if (level == 0) result.push_back(message);
+      if (level == wanted) result.push_back(message);
     return result;
   }
 
- private:
   struct Output : RKVLogOutput, RKVLogDataSource {
     void logMessage(std::string_view message, int64_t level, std::string_view) override {
       std::lock_guard lock(mutex);
