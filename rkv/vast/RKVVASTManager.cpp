@@ -1,41 +1,46 @@
 #include "rkv/vast/RKVVASTManager.h"
 
-#include <algorithm>
-#include <exception>
+#include <chrono>
+#include <cmath>
+#include <optional>
 #include <string>
-#include <thread>
 #include <utility>
 
 #include "rkv/foundation/RKVBackgroundExecutor.h"
 #include "rkv/foundation/RKVMutex.h"
 #include "rkv/foundation/RKVUtils.h"
+#include "rkv/foundation/internal/RKVCallGate.h"
+#include "rkv/foundation/internal/RKVHostCall.h"
 #include "rkv/log/RKVLog.h"
 #include "rkv/vast/RKVVASTModelGenerator.h"
 #include "rkv/vast/errors/RKVVASTError.h"
+#include "rkv/vast/errors/RKVVASTErrorCodes.h"
+#include "rkv/vast/internal/RKVPassbackResolution.h"
+#include "rkv/vast/internal/RKVVASTAdStores.h"
 
 namespace rkv {
 
 namespace {
 
-constexpr const char* kErrorDomain = "RKVVASTErrorDomain";
-
-RKVError managerError(int64_t code, const char* description) {
-  return RKVUtils::errorWithDomain(kErrorDomain, code, description);
-}
-
-bool storeContains(const RKVVASTManager::Ads& store, const RKVVASTAd* ad) {
-  return std::any_of(store.begin(), store.end(),
-                     [ad](const std::shared_ptr<RKVVASTAd>& entry) { return entry.get() == ad; });
-}
-
-bool hasUnconsumed(const RKVVASTManager::Ads& store) {
-  return std::any_of(store.begin(), store.end(), [](const std::shared_ptr<RKVVASTAd>& entry) {
-    return !entry->hasBeenConsumed();
-  });
-}
+using internal::RKVPassbackResolution;
+using internal::RKVVASTAdStores;
+using Clock = std::chrono::steady_clock;
+// When a request for an ad stops waiting for passback wrappers; none: no limit.
+using Deadline = std::optional<Clock::time_point>;
 
 std::shared_ptr<RKVLog> consoleLog() {
   return RKVLog::sharedInstance();
+}
+
+// The deadline of a request for an ad that starts now.
+Deadline deadlineFrom(const RKVVASTManagerConfig& config) {
+  const std::optional<double>& seconds = config.adRequestDeadline();
+  if (!seconds) return std::nullopt;
+  const Clock::time_point now = Clock::now();
+  if (!(*seconds > 0)) return now;  // zero, negative or not a number: at once
+  // Beyond a century the deadline is as good as none (and would overflow the clock).
+  if (*seconds > 3.2e9) return std::nullopt;
+  return now + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(*seconds));
 }
 
 }  // namespace
@@ -44,26 +49,6 @@ std::shared_ptr<RKVLog> consoleLog() {
 // can keep what they use alive after the manager is gone.
 class RKVVASTManager::Core : public std::enable_shared_from_this<Core> {
  public:
-  // One resolution of the passback wrappers: the result slot its tasks share and the semaphore its
-  // caller waits on. Lock order: the manager's mutex first, then this one.
-  struct PassbackResolution {
-    explicit PassbackResolution(uint64_t passbackGeneration) : generation(passbackGeneration) {}
-
-    const uint64_t generation;  // the manager's passback generation when it started
-    RKVMutex mu;
-    RKVCondVar signalled;
-    std::shared_ptr<RKVConsumableVideoAd> slot RKV_GUARDED_BY(mu);
-    std::shared_ptr<RKVVASTAd> slotAd RKV_GUARDED_BY(mu);  // what the slot was made of
-    // A task won the slot and is converting its ad; the slot counts as full meanwhile.
-    bool claimed RKV_GUARDED_BY(mu) = false;
-    // A task put its result in the slot (the adapter may have made nothing of it).
-    bool filled RKV_GUARDED_BY(mu) = false;
-    // The caller has taken the slot; results that come later stay in the inline passback store.
-    bool closed RKV_GUARDED_BY(mu) = false;
-    int signals RKV_GUARDED_BY(mu) = 0;
-    size_t unfinishedTasks RKV_GUARDED_BY(mu) = 0;
-  };
-
   explicit Core(RKVVASTManager* owner) : owner_(owner) {}
 
   void configure(std::weak_ptr<RKVVASTManagerDelegate> delegate,
@@ -71,17 +56,13 @@ class RKVVASTManager::Core : public std::enable_shared_from_this<Core> {
                  std::shared_ptr<RKVURLSession> sessionManager, RKVVASTManagerConfig config)
       RKV_EXCLUDES(mu_) {
     if (!sessionManager) sessionManager = RKVURLSession::sharedInstance();
-    Ads main;
-    Ads inlinePassbacks;
-    Ads wrapperPassbacks;
+    RKVVASTAdStores replaced;
     {
       RKVMutexLock lock(mu_);
       isResolvingPassbackWrappers_ = false;
       didResolvePassbackWrappers_ = false;
       ++passbackGeneration_;
-      main.swap(mainAdsStore_);
-      inlinePassbacks.swap(inlinePassbackAdsStore_);
-      wrapperPassbacks.swap(wrapperPassbackAdsStore_);
+      std::swap(replaced, stores_);
       delegate_.swap(delegate);
       adapter_.swap(adapter);
       session_.swap(sessionManager);
@@ -90,20 +71,32 @@ class RKVVASTManager::Core : public std::enable_shared_from_this<Core> {
     // What was replaced is released here, without the mutex.
   }
 
-  // The manager is being destroyed: no delegate or adapter call starts from now on, and those
-  // under way on other threads end before this returns.
+  // The manager is being destroyed: no delegate or adapter call starts from now on, those under
+  // way on other threads end before this returns, and passback tasks not yet started skip their
+  // fetches. Fetches under way are not waited for.
   void detach() RKV_EXCLUDES(mu_) {
-    RKVMutexLock lock(mu_);
-    owner_ = nullptr;
-    delegate_.reset();
-    adapter_.reset();
-    while (hasDelegateCallsOnOtherThreads())
-      delegateCallsEnded_.wait(mu_);
+    {
+      RKVMutexLock lock(mu_);
+      owner_ = nullptr;
+      delegate_.reset();
+      adapter_.reset();
+    }
+    delegateCalls_.close();
   }
 
+  // Forgets the delegate, then waits for its calls under way on other threads: a call enters
+  // the gate under the mutex, together with its copy of the delegate, so none starts after this.
   void cancel() RKV_EXCLUDES(mu_) {
+    {
+      RKVMutexLock lock(mu_);
+      delegate_.reset();
+    }
+    delegateCalls_.drain();
+  }
+
+  bool isDetached() const RKV_EXCLUDES(mu_) {
     RKVMutexLock lock(mu_);
-    delegate_.reset();
+    return owner_ == nullptr;
   }
 
   // --- Accessors
@@ -130,15 +123,15 @@ class RKVVASTManager::Core : public std::enable_shared_from_this<Core> {
   }
   Ads mainAdsStore() const RKV_EXCLUDES(mu_) {
     RKVMutexLock lock(mu_);
-    return mainAdsStore_;
+    return stores_.mainAds();
   }
   Ads inlinePassbackAdsStore() const RKV_EXCLUDES(mu_) {
     RKVMutexLock lock(mu_);
-    return inlinePassbackAdsStore_;
+    return stores_.inlinePassbackAds();
   }
   Ads wrapperPassbackAdsStore() const RKV_EXCLUDES(mu_) {
     RKVMutexLock lock(mu_);
-    return wrapperPassbackAdsStore_;
+    return stores_.wrapperPassbackAds();
   }
   std::shared_ptr<RKVVASTAd> currentRootAd() const RKV_EXCLUDES(mu_) {
     RKVMutexLock lock(mu_);
@@ -146,7 +139,7 @@ class RKVVASTManager::Core : public std::enable_shared_from_this<Core> {
   }
   void setCurrentRootAd(std::shared_ptr<RKVVASTAd> ad) RKV_EXCLUDES(mu_) {
     RKVMutexLock lock(mu_);
-    currentRootAd_ = std::move(ad);
+    currentRootAd_.swap(ad);
   }
   bool isResolvingPassbackWrappers() const RKV_EXCLUDES(mu_) {
     RKVMutexLock lock(mu_);
@@ -161,50 +154,23 @@ class RKVVASTManager::Core : public std::enable_shared_from_this<Core> {
 
   void addMainAds(const Ads& ads) RKV_EXCLUDES(mu_) {
     RKVMutexLock lock(mu_);
-    if (!currentRootAd_) {
-      mainAdsStore_.insert(mainAdsStore_.end(), ads.begin(), ads.end());
-      return;
-    }
-    const RKVVASTAd* replaced = currentRootAd_.get();
-    const size_t at = std::min(adIndex(replaced, mainAdsStore_) + 1, mainAdsStore_.size());
-    mainAdsStore_.insert(mainAdsStore_.begin() + static_cast<std::ptrdiff_t>(at), ads.begin(),
-                         ads.end());
-    std::erase_if(mainAdsStore_, [replaced](const std::shared_ptr<RKVVASTAd>& ad) {
-      return ad.get() == replaced;
-    });
+    stores_.addMainAds(ads, currentRootAd_.get());
   }
-
   void addPassbackAds(const Ads& ads) RKV_EXCLUDES(mu_) {
     RKVMutexLock lock(mu_);
-    if (!rootVASTModel_) return;
-    for (const auto& ad : ads) {
-      if (!ad || !rootVASTModel_->isOwnerOf(ad.get())) continue;
-      if (ad->isInline()) {
-        if (!storeContains(inlinePassbackAdsStore_, ad.get()))
-          inlinePassbackAdsStore_.push_back(ad);
-      } else if (ad->isWrapper() && !storeContains(wrapperPassbackAdsStore_, ad.get())) {
-        wrapperPassbackAdsStore_.push_back(ad);
-      }
-    }
+    if (rootVASTModel_) stores_.addPassbackAds(ads, *rootVASTModel_);
   }
-
   Ads consumableMainAds() const RKV_EXCLUDES(mu_) {
     RKVMutexLock lock(mu_);
-    Ads consumable;
-    for (const auto& ad : mainAdsStore_) {
-      if (!ad->hasBeenConsumed()) consumable.push_back(ad);
-    }
-    return consumable;
+    return stores_.consumableMainAds();
   }
-
   bool hasInlinePassbacksAvailable() const RKV_EXCLUDES(mu_) {
     RKVMutexLock lock(mu_);
-    return hasUnconsumed(inlinePassbackAdsStore_);
+    return stores_.hasInlinePassbacksAvailable();
   }
-
   bool hasWrapperPassbacksAvailable() const RKV_EXCLUDES(mu_) {
     RKVMutexLock lock(mu_);
-    return hasUnconsumed(wrapperPassbackAdsStore_);
+    return stores_.hasWrapperPassbacksAvailable();
   }
 
   // --- The protocol
@@ -238,9 +204,10 @@ class RKVVASTManager::Core : public std::enable_shared_from_this<Core> {
         });
     const std::shared_ptr<RKVVASTModel>& model = response.model();
     if (!model) {
-      tellDelegate([&response](RKVVASTManagerDelegate& delegate, RKVVASTManager&) {
-        delegate.vastManagerDidFailWithError(response.error());
-      });
+      tellDelegate("RKVVASTManagerDelegate::vastManagerDidFailWithError",
+                   [&response](RKVVASTManagerDelegate& delegate, RKVVASTManager&) {
+                     delegate.vastManagerDidFailWithError(response.error());
+                   });
       return;
     }
     {
@@ -249,30 +216,30 @@ class RKVVASTManager::Core : public std::enable_shared_from_this<Core> {
     }
     addMainAds(model->mainAds());
     addPassbackAds(model->passbackAds());
-    tellDelegate([](RKVVASTManagerDelegate& delegate, RKVVASTManager&) {
-      delegate.vastManagerIsReadyToProvideAds();
-    });
+    tellDelegate("RKVVASTManagerDelegate::vastManagerIsReadyToProvideAds",
+                 [](RKVVASTManagerDelegate& delegate, RKVVASTManager&) {
+                   delegate.vastManagerIsReadyToProvideAds();
+                 });
   }
 
   RKVVASTManagerResponse nextAd(double timeout, bool dueToAdFailure) RKV_EXCLUDES(mu_) {
-    if (timeout <= 0) return {nullptr, managerError(kErrorTimeout, "VASTManager Timeout.")};
-    if (!rootVASTModel())
-      return {nullptr, managerError(kErrorNoModel, "Unable to create VAST Model.")};
+    using Codes = RKVVASTErrorCodes;
+    const Deadline deadline = deadlineFrom(config());
+    if (timeout <= 0) return {nullptr, Codes::errorWithCode(Codes::ManagerTimeout)};
+    if (!rootVASTModel()) return {nullptr, Codes::errorWithCode(Codes::UnableToCreateVASTModel)};
     if (dueToAdFailure) {
-      if (auto ad = findNextPassbackAd()) return {std::move(ad), std::nullopt};
-      if (isResolvingPassbackWrappers()) {
-        return {nullptr, managerError(kErrorPassbackResolutionIncomplete,
-                                      "Passback resolution incomplete.")};
-      }
-      return {nullptr, managerError(kErrorNoMorePassback, "No more Passback.")};
+      if (auto ad = findNextPassbackAd(deadline)) return {std::move(ad), std::nullopt};
+      if (isResolvingPassbackWrappers())
+        return {nullptr, Codes::errorWithCode(Codes::PassbackResolutionIncomplete)};
+      return {nullptr, Codes::errorWithCode(Codes::NoMorePassback)};
     }
-    if (auto ad = findNextMainAd()) return {std::move(ad), std::nullopt};
-    return {nullptr, managerError(kErrorNoMoreAds, "No more ads available.")};
+    if (auto ad = findNextMainAd(deadline)) return {std::move(ad), std::nullopt};
+    return {nullptr, Codes::errorWithCode(Codes::NoMoreAdsAvailable)};
   }
 
   // --- Resolution
 
-  std::shared_ptr<RKVConsumableVideoAd> findNextMainAd() RKV_EXCLUDES(mu_) {
+  std::shared_ptr<RKVConsumableVideoAd> findNextMainAd(const Deadline& deadline) RKV_EXCLUDES(mu_) {
     // Each round starts again from the first main ad not yet consumed (a loop rather than the
     // recursion it stands for, so that a long store cannot exhaust the stack).
     while (true) {
@@ -281,7 +248,7 @@ class RKVVASTManager::Core : public std::enable_shared_from_this<Core> {
       for (const auto& ad : snapshot) {
         if (!take(*ad)) continue;  // another caller took it meanwhile
         if (!ad->isValid()) {
-          if (auto passback = findNextPassbackAd()) return passback;
+          if (auto passback = findNextPassbackAd(deadline)) return passback;
           startAgain = true;
           break;
         }
@@ -290,7 +257,7 @@ class RKVVASTManager::Core : public std::enable_shared_from_this<Core> {
         const RKVVASTManagerConfig settings = config();
         if (ad->wrapperDepth() >= settings.maximumWrappers()) {
           reportLimitReached(*ad);
-          if (auto passback = findNextPassbackAd()) return passback;
+          if (auto passback = findNextPassbackAd(deadline)) return passback;
           startAgain = true;
           break;
         }
@@ -303,7 +270,7 @@ class RKVVASTManager::Core : public std::enable_shared_from_this<Core> {
         }
         if (response.error()) {
           checkIfWrapperErrorShouldTriggerVNoAdPixel(*response.error(), ad);
-          if (auto passback = findNextPassbackAd()) return passback;
+          if (auto passback = findNextPassbackAd(deadline)) return passback;
           startAgain = true;
           break;
         }
@@ -316,7 +283,7 @@ class RKVVASTManager::Core : public std::enable_shared_from_this<Core> {
   RKVVASTParserResponse resolveWrapper(const std::shared_ptr<RKVVASTAd>& ad, double timeout,
                                        const RKVVASTErrorHandler& errorHandler) RKV_EXCLUDES(mu_) {
     if (!ad || !ad->isWrapper()) {
-      return {nullptr, managerError(kErrorNoAdAvailable, "No ad available.")};
+      return {nullptr, RKVVASTErrorCodes::errorWithCode(RKVVASTErrorCodes::NoAdAvailable)};
     }
     const std::optional<RKVURL> adTagURL = ad->nextActionURL();
     if (!adTagURL) {
@@ -337,38 +304,35 @@ class RKVVASTManager::Core : public std::enable_shared_from_this<Core> {
       return refuseWrapper(RKVVASTError::VAST_VALIDATION_ERROR_MISSING_IMPRESSION(), errorHandler);
     }
     if (firstLevel) {
-      tellDelegate([&ad](RKVVASTManagerDelegate& delegate, RKVVASTManager& manager) {
-        delegate.didStartToResolveWrapperAd(manager, ad);
-      });
+      tellDelegate("RKVVASTManagerDelegate::didStartToResolveWrapperAd",
+                   [&ad](RKVVASTManagerDelegate& delegate, RKVVASTManager& manager) {
+                     delegate.didStartToResolveWrapperAd(manager, ad);
+                   });
     }
     RKVVASTModelGenerator generator(session, true);
     return generator.generateVASTModelFromXML(std::nullopt, adTagURL, timeout, errorHandler);
   }
 
-  std::shared_ptr<RKVConsumableVideoAd> findNextPassbackAd() RKV_EXCLUDES(mu_) {
+  std::shared_ptr<RKVConsumableVideoAd> findNextPassbackAd(const Deadline& deadline)
+      RKV_EXCLUDES(mu_) {
     while (true) {
       std::shared_ptr<RKVVASTAd> ad;
       bool wrappersLeft;
       {
         RKVMutexLock lock(mu_);
-        for (const auto& candidate : inlinePassbackAdsStore_) {
-          if (!candidate->hasBeenConsumed()) {
-            candidate->consume();
-            ad = candidate;
-            break;
-          }
-        }
-        wrappersLeft = hasUnconsumed(wrapperPassbackAdsStore_);
+        ad = stores_.takeInlinePassback();
+        wrappersLeft = stores_.hasWrapperPassbacksAvailable();
       }
       if (ad) {
         if (ad->isValid()) return convert(ad);
         continue;
       }
-      return wrappersLeft ? resolvePassbackWrappers() : nullptr;
+      return wrappersLeft ? resolvePassbackWrappers(deadline) : nullptr;
     }
   }
 
-  std::shared_ptr<RKVConsumableVideoAd> resolvePassbackWrappers() RKV_EXCLUDES(mu_);
+  std::shared_ptr<RKVConsumableVideoAd> resolvePassbackWrappers(const Deadline& deadline)
+      RKV_EXCLUDES(mu_);
 
   std::shared_ptr<RKVVASTAd> transformWrapperToInline(std::shared_ptr<RKVVASTAd> ad)
       RKV_EXCLUDES(mu_) {
@@ -379,8 +343,7 @@ class RKVVASTManager::Core : public std::enable_shared_from_this<Core> {
                                        RKVUtils::nullableDescription(ad->adID()));
       if (ad->isInline()) {
         RKVMutexLock lock(mu_);
-        if (!storeContains(inlinePassbackAdsStore_, ad.get()))
-          inlinePassbackAdsStore_.push_back(ad);
+        stores_.addInlinePassback(ad);
         return ad;
       }
       if (!ad->isWrapper() || !take(*ad)) return nullptr;
@@ -420,25 +383,25 @@ class RKVVASTManager::Core : public std::enable_shared_from_this<Core> {
       RKV_EXCLUDES(mu_) {
     static const int64_t noAdCode =
         RKVVASTError::VAST_VALIDATION_ERROR_MISSING_INLINE_AND_WRAPPER().vireoCode();
-    if (error.domain != kErrorDomain || !error.vastError) return;
+    if (!RKVVASTErrorCodes::isInDomain(error) || !error.vastError) return;
     if (error.vastError->vireoCode() != noAdCode) return;
-    tellDelegate([&ad](RKVVASTManagerDelegate& delegate, RKVVASTManager& manager) {
-      delegate.didFailToResolveWrapperAd(manager, ad);
-    });
+    tellDelegate("RKVVASTManagerDelegate::didFailToResolveWrapperAd",
+                 [&ad](RKVVASTManagerDelegate& delegate, RKVVASTManager& manager) {
+                   delegate.didFailToResolveWrapperAd(manager, ad);
+                 });
   }
 
  private:
-  struct PassbackTask;
+  class PassbackTask;
 
   // Checks and consumes in one step, so that two threads never both take an ad.
   bool take(RKVVASTAd& ad) RKV_EXCLUDES(mu_) {
     RKVMutexLock lock(mu_);
-    if (ad.hasBeenConsumed()) return false;
-    ad.consume();
-    return true;
+    return RKVVASTAdStores::take(ad);
   }
 
-  // The adapter's player ad for `ad`; null without an adapter. Called without the mutex held.
+  // The adapter's player ad for `ad`; null without an adapter or when the adapter threw. Called
+  // without the mutex held.
   std::shared_ptr<RKVConsumableVideoAd> convert(const std::shared_ptr<RKVVASTAd>& ad)
       RKV_EXCLUDES(mu_) {
     std::shared_ptr<RKVVASTManagerAdapter> adapter;
@@ -447,51 +410,36 @@ class RKVVASTManager::Core : public std::enable_shared_from_this<Core> {
       adapter = adapter_.lock();
     }
     if (!adapter) return nullptr;
-    try {
-      return adapter->convertVASTAdToConsumableVideoAd(ad);
-    } catch (...) {
-      consoleLog()->logError("VAST Manager: the adapter threw while converting an ad.");
-      return nullptr;
-    }
+    return internal::callHostOr<std::shared_ptr<RKVConsumableVideoAd>>(
+        "RKVVASTManagerAdapter::convertVASTAdToConsumableVideoAd", nullptr,
+        [&] { return adapter->convertVASTAdToConsumableVideoAd(ad); });
   }
 
   // Calls the delegate, when there is one and the manager is alive, without the mutex held. The
-  // call is counted so that the manager's destruction can wait for it.
+  // copy of the delegate and the entry into the gate happen under the mutex, so that cancel and
+  // destruction (which forget the delegate under it, then wait at the gate) wait for this call.
   template <typename Call>
-  void tellDelegate(const Call& call) RKV_EXCLUDES(mu_) {
+  void tellDelegate(std::string_view site, const Call& call) RKV_EXCLUDES(mu_) {
     std::shared_ptr<RKVVASTManagerDelegate> delegate;
     RKVVASTManager* owner;
+    std::optional<internal::RKVCallGate::Pass> pass;  // left before the delegate is released
     {
       RKVMutexLock lock(mu_);
       delegate = delegate_.lock();
       owner = owner_;
       if (!delegate || !owner) return;
-      delegateCalls_.push_back(std::this_thread::get_id());
+      pass.emplace(delegateCalls_.enter());
+      if (!*pass) return;
     }
-    try {
-      call(*delegate, *owner);
-    } catch (...) {
-      consoleLog()->logError("VAST Manager: the delegate threw; the exception was dropped.");
-    }
-    RKVMutexLock lock(mu_);
-    auto it = std::find(delegateCalls_.begin(), delegateCalls_.end(), std::this_thread::get_id());
-    if (it != delegateCalls_.end()) delegateCalls_.erase(it);
-    delegateCallsEnded_.notifyAll();
-  }
-
-  bool hasDelegateCallsOnOtherThreads() const RKV_REQUIRES(mu_) {
-    const std::thread::id self = std::this_thread::get_id();
-    for (const std::thread::id& id : delegateCalls_) {
-      if (id != self) return true;
-    }
-    return false;
+    internal::callHost(site, [&] { call(*delegate, *owner); });
   }
 
   void reportError(const RKVVASTError& error, const std::vector<RKVVASTURL>& errorURLs,
                    const std::optional<std::string>& vastText) RKV_EXCLUDES(mu_) {
-    tellDelegate([&](RKVVASTManagerDelegate& delegate, RKVVASTManager& manager) {
-      delegate.didEncounterError(manager, error, errorURLs, vastText);
-    });
+    tellDelegate("RKVVASTManagerDelegate::didEncounterError",
+                 [&](RKVVASTManagerDelegate& delegate, RKVVASTManager& manager) {
+                   delegate.didEncounterError(manager, error, errorURLs, vastText);
+                 });
   }
 
   void reportLimitReached(const RKVVASTAd& ad) RKV_EXCLUDES(mu_) {
@@ -517,9 +465,7 @@ class RKVVASTManager::Core : public std::enable_shared_from_this<Core> {
         std::vector<RKVVASTURL> pixels;
         {
           RKVMutexLock lock(mu_);
-          if (!mainAdsStore_.empty()) {
-            pixels = mainAdsStore_[adIndex(wrapper.get(), mainAdsStore_)]->errorPixels();
-          }
+          pixels = stores_.mainErrorPixelsAtPlaceOf(wrapper.get());
         }
         errorURLs.insert(errorURLs.end(), pixels.begin(), pixels.end());
       }
@@ -541,58 +487,58 @@ class RKVVASTManager::Core : public std::enable_shared_from_this<Core> {
     for (const auto& ad : resolved)
       ad->merge(*wrapper);
     RKVMutexLock lock(mu_);
-    const size_t at = std::min(adIndex(wrapper.get(), mainAdsStore_) + 1, mainAdsStore_.size());
-    mainAdsStore_.insert(mainAdsStore_.begin() + static_cast<std::ptrdiff_t>(at), resolved.begin(),
-                         resolved.end());
+    stores_.insertMainAdsAfter(wrapper.get(), resolved);
   }
 
   // A passback task's result goes into the slot when the slot is still empty; true when it did
   // (the caller is woken by finishPassbackTask, once the flags are settled).
-  bool offerPassbackResult(PassbackResolution& resolution, const std::shared_ptr<RKVVASTAd>& result)
-      RKV_EXCLUDES(mu_);
+  bool offerPassbackResult(RKVPassbackResolution& resolution,
+                           const std::shared_ptr<RKVVASTAd>& result) RKV_EXCLUDES(mu_);
   // The end of one passback task, with or without a result. When every wrapper passback has
   // been taken up (or this was the last task) the flags move to "resolved"; then the caller is
   // woken if this task filled the slot, or if the slot is still empty in that case.
-  void finishPassbackTask(PassbackResolution& resolution, bool filledSlot) RKV_EXCLUDES(mu_);
+  void finishPassbackTask(RKVPassbackResolution& resolution, bool filledSlot) RKV_EXCLUDES(mu_);
 
   mutable RKVMutex mu_;
-  RKVCondVar delegateCallsEnded_;
+  // Delegate calls under way, waited for by cancel and destruction.
+  internal::RKVCallGate delegateCalls_;
   RKVVASTManager* owner_ RKV_GUARDED_BY(mu_);
   std::weak_ptr<RKVVASTManagerDelegate> delegate_ RKV_GUARDED_BY(mu_);
   std::weak_ptr<RKVVASTManagerAdapter> adapter_ RKV_GUARDED_BY(mu_);
   std::shared_ptr<RKVURLSession> session_ RKV_GUARDED_BY(mu_);
   RKVVASTManagerConfig config_ RKV_GUARDED_BY(mu_);
   std::shared_ptr<RKVVASTModel> rootVASTModel_ RKV_GUARDED_BY(mu_);
-  Ads mainAdsStore_ RKV_GUARDED_BY(mu_);
-  Ads inlinePassbackAdsStore_ RKV_GUARDED_BY(mu_);
-  Ads wrapperPassbackAdsStore_ RKV_GUARDED_BY(mu_);
+  RKVVASTAdStores stores_ RKV_GUARDED_BY(mu_);
   std::shared_ptr<RKVVASTAd> currentRootAd_ RKV_GUARDED_BY(mu_);
   bool isResolvingPassbackWrappers_ RKV_GUARDED_BY(mu_) = false;
   bool didResolvePassbackWrappers_ RKV_GUARDED_BY(mu_) = false;
   // Counts configurations, so that tasks of a resolution started before a reconfiguration leave
   // the new flags alone.
   uint64_t passbackGeneration_ RKV_GUARDED_BY(mu_) = 0;
-  // One entry per delegate call under way: the thread making it.
-  std::vector<std::thread::id> delegateCalls_ RKV_GUARDED_BY(mu_);
 };
 
 // One wrapper passback being resolved on the background executor, owned by the submitted task.
 // When the executor drops the task unrun (it is shutting down), the destructor still counts the
 // task as finished (its wrapper consumed, without a result), so the caller is never left waiting.
-struct RKVVASTManager::Core::PassbackTask {
-  PassbackTask(std::shared_ptr<Core> core, std::shared_ptr<PassbackResolution> resolution,
+// A task that starts after the manager is gone takes up its wrapper without fetching it: nobody
+// can ask for the result, and a process that is exiting should not start new transfers.
+class RKVVASTManager::Core::PassbackTask {
+ public:
+  PassbackTask(std::shared_ptr<Core> core, std::shared_ptr<RKVPassbackResolution> resolution,
                std::shared_ptr<RKVVASTAd> wrapper)
       : core_(std::move(core)), resolution_(std::move(resolution)), wrapper_(std::move(wrapper)) {}
   ~PassbackTask() {
-    if (ran_) return;
-    core_->take(*wrapper_);
-    core_->finishPassbackTask(*resolution_, false);
+    if (!ran_) skip();
   }
   PassbackTask(const PassbackTask&) = delete;
   PassbackTask& operator=(const PassbackTask&) = delete;
 
   void run() {
     ran_ = true;
+    if (core_->isDetached()) {
+      skip();
+      return;
+    }
     std::shared_ptr<RKVVASTAd> result = core_->transformWrapperToInline(wrapper_);
     if (result) {
       consoleLog()->logDebugWithFormat("Resolved wrapper ad: {}",
@@ -603,101 +549,83 @@ struct RKVVASTManager::Core::PassbackTask {
   }
 
  private:
+  void skip() {
+    core_->take(*wrapper_);
+    core_->finishPassbackTask(*resolution_, false);
+  }
+
   std::shared_ptr<Core> core_;
-  std::shared_ptr<PassbackResolution> resolution_;
+  std::shared_ptr<RKVPassbackResolution> resolution_;
   std::shared_ptr<RKVVASTAd> wrapper_;
   bool ran_ = false;
 };
 
-std::shared_ptr<RKVConsumableVideoAd> RKVVASTManager::Core::resolvePassbackWrappers() {
+std::shared_ptr<RKVConsumableVideoAd> RKVVASTManager::Core::resolvePassbackWrappers(
+    const Deadline& deadline) {
   Ads wrappers;
   uint64_t generation;
   {
     RKVMutexLock lock(mu_);
     if (isResolvingPassbackWrappers_ || didResolvePassbackWrappers_ ||
-        !hasUnconsumed(wrapperPassbackAdsStore_)) {
+        !stores_.hasWrapperPassbacksAvailable()) {
       return nullptr;
     }
     isResolvingPassbackWrappers_ = true;
-    wrappers = wrapperPassbackAdsStore_;
+    wrappers = stores_.wrapperPassbackAds();
     generation = passbackGeneration_;
   }
-  auto resolution = std::make_shared<PassbackResolution>(generation);
-  {
-    RKVMutexLock lock(resolution->mu);
-    resolution->unfinishedTasks = wrappers.size();
-  }
+  auto resolution = std::make_shared<RKVPassbackResolution>(generation, wrappers.size());
   for (const auto& wrapper : wrappers) {
     auto task = std::make_shared<PassbackTask>(shared_from_this(), resolution, wrapper);
     RKVBackgroundExecutor::sharedInstance().submit([task] { task->run(); },
                                                    RKVTaskPriority::kBackground);
   }
 
-  std::shared_ptr<RKVConsumableVideoAd> result;
-  std::shared_ptr<RKVVASTAd> resultAd;
-  {
-    // No time limit: every task ends, its fetches being bounded by the request time-out.
-    RKVMutexLock lock(resolution->mu);
-    while (resolution->signals == 0)
-      resolution->signalled.wait(resolution->mu);
-    resolution->closed = true;
-    result = resolution->slot;
-    resultAd = resolution->slotAd;
+  // Without a deadline there is no time limit: every task ends, its fetches being bounded by the
+  // request time-out. With one, the caller leaves at the deadline as if woken with an empty slot.
+  const RKVPassbackResolution::Outcome outcome = resolution->wait(deadline);
+  if (outcome.deadlinePassed && !outcome.ad) {
+    consoleLog()->logDebug("Passback resolution: the request's deadline passed.");
   }
   consoleLog()->logDebugWithFormat(
       "Returning resolved ad: {}",
-      RKVUtils::nullableDescription(resultAd ? resultAd->adID() : std::nullopt));
-  return result;
+      RKVUtils::nullableDescription(outcome.vastAd ? outcome.vastAd->adID() : std::nullopt));
+  return outcome.ad;
 }
 
-bool RKVVASTManager::Core::offerPassbackResult(PassbackResolution& resolution,
+bool RKVVASTManager::Core::offerPassbackResult(RKVPassbackResolution& resolution,
                                                const std::shared_ptr<RKVVASTAd>& result) {
   if (!result) return false;
   {
     RKVMutexLock lock(mu_);
-    RKVMutexLock slotLock(resolution.mu);
-    // The first task to find the slot empty wins. A slot that is being filled, filled or taken
-    // is not empty; a result that loses stays in the inline passback store for a later call.
-    if (resolution.closed || resolution.claimed || resolution.filled || result->hasBeenConsumed()) {
-      return false;
-    }
+    // The first task to find the slot empty wins, even after the caller was woken with an empty
+    // slot (that result is consumed into a slot nobody reads). A result that loses stays,
+    // unconsumed, in the inline passback store for a later call.
+    if (result->hasBeenConsumed() || !resolution.claim()) return false;
     result->consume();
-    resolution.claimed = true;
   }
-  std::shared_ptr<RKVConsumableVideoAd> converted;
-  const bool valid = result->isValid();
-  if (valid) converted = convert(result);
-  RKVMutexLock slotLock(resolution.mu);
-  resolution.claimed = false;
-  if (!valid) return false;
-  resolution.filled = true;
-  resolution.slot = std::move(converted);
-  resolution.slotAd = result;
+  if (!result->isValid()) {
+    resolution.release();
+    return false;
+  }
+  resolution.fill(convert(result), result);
   return true;
 }
 
-void RKVVASTManager::Core::finishPassbackTask(PassbackResolution& resolution, bool filledSlot) {
-  bool lastTask;
-  {
-    RKVMutexLock slotLock(resolution.mu);
-    lastTask = --resolution.unfinishedTasks == 0;
-  }
+void RKVVASTManager::Core::finishPassbackTask(RKVPassbackResolution& resolution, bool filledSlot) {
+  const bool lastTask = resolution.finishTask();
   bool settled = false;
   {
     RKVMutexLock lock(mu_);
-    if (lastTask || !hasUnconsumed(wrapperPassbackAdsStore_)) {
+    if (lastTask || !stores_.hasWrapperPassbacksAvailable()) {
       settled = true;
-      if (resolution.generation == passbackGeneration_) {
+      if (resolution.generation() == passbackGeneration_) {
         isResolvingPassbackWrappers_ = false;
         didResolvePassbackWrappers_ = true;
       }
     }
   }
-  RKVMutexLock slotLock(resolution.mu);
-  if (filledSlot || (settled && !resolution.filled && !resolution.claimed)) {
-    ++resolution.signals;
-    resolution.signalled.notifyAll();
-  }
+  resolution.wakeAfterTask(filledSlot, settled);
 }
 
 // --- RKVVASTManager
@@ -809,15 +737,12 @@ bool RKVVASTManager::hasWrapperPassbacksAvailable() const {
 }
 
 size_t RKVVASTManager::adIndex(const RKVVASTAd* ad, const Ads& inStore) {
-  for (size_t i = 0; i < inStore.size(); ++i) {
-    if (inStore[i].get() == ad) return i;
-  }
-  return 0;
+  return RKVVASTAdStores::adIndex(ad, inStore);
 }
 
 std::shared_ptr<RKVConsumableVideoAd> RKVVASTManager::findNextMainAd() {
   std::shared_ptr<Core> core = core_;
-  return core->findNextMainAd();
+  return core->findNextMainAd(deadlineFrom(core->config()));
 }
 
 RKVVASTParserResponse RKVVASTManager::resolveWrapper(const std::shared_ptr<RKVVASTAd>& ad,
@@ -829,12 +754,12 @@ RKVVASTParserResponse RKVVASTManager::resolveWrapper(const std::shared_ptr<RKVVA
 
 std::shared_ptr<RKVConsumableVideoAd> RKVVASTManager::findNextPassbackAd() {
   std::shared_ptr<Core> core = core_;
-  return core->findNextPassbackAd();
+  return core->findNextPassbackAd(deadlineFrom(core->config()));
 }
 
 std::shared_ptr<RKVConsumableVideoAd> RKVVASTManager::resolvePassbackWrappers() {
   std::shared_ptr<Core> core = core_;
-  return core->resolvePassbackWrappers();
+  return core->resolvePassbackWrappers(deadlineFrom(core->config()));
 }
 
 std::shared_ptr<RKVVASTAd> RKVVASTManager::transformWrapperToInline(

@@ -11,11 +11,15 @@
 // (checked and consumed) under that mutex, so it is handed out at most once even when several
 // threads ask at a time. docs/ARCHITECTURE.md ("The VAST manager") has the details.
 //
+// Errors are records of RKVVASTErrorCodes::Domain with the manager's codes listed there.
+//
 // Lifetime: background tasks of a passback resolution may outlive the call that started them
-// (their results then wait in the inline passback store) and even the manager; they keep the
-// state they need alive themselves. Destruction forgets the delegate and the adapter and waits
-// for delegate calls under way on other threads, so no delegate call names a destroyed manager:
-// do not destroy a manager while holding a lock that its delegate takes.
+// (results that lost the race for the slot then wait in the inline passback store) and even the
+// manager; they keep the state they need alive themselves. Destruction forgets the delegate and
+// the adapter and waits for delegate calls under way on other threads, so no delegate call names
+// a destroyed manager (do not destroy a manager while holding a lock that its delegate takes);
+// it does not wait for fetches, and tasks that start afterwards fetch nothing. Delegate and
+// adapter calls that throw are caught and logged at error level.
 #pragma once
 
 #include <cstddef>
@@ -47,17 +51,6 @@ class RKVPixelManager;
 class RKVVASTManager : public RKVVASTManagerProtocol {
  public:
   using Ads = std::vector<std::shared_ptr<RKVVASTAd>>;
-
-  // The manager's own error codes, domain "RKVVASTErrorDomain", with their descriptions:
-  // 10001 "VASTManager Timeout.", 10004 "Unable to create VAST Model.", 10005 "No more ads
-  // available.", 10006 "Passback resolution incomplete.", 10007 "No more Passback.",
-  // 10008 "No ad available.".
-  static constexpr int64_t kErrorTimeout = 10001;
-  static constexpr int64_t kErrorNoModel = 10004;
-  static constexpr int64_t kErrorNoMoreAds = 10005;
-  static constexpr int64_t kErrorPassbackResolutionIncomplete = 10006;
-  static constexpr int64_t kErrorNoMorePassback = 10007;
-  static constexpr int64_t kErrorNoAdAvailable = 10008;
 
   // A null session means the shared one (RKVURLSession::sharedInstance()). The delegate and the
   // adapter are held weakly: the host keeps them alive.
@@ -99,12 +92,14 @@ class RKVVASTManager : public RKVVASTManagerProtocol {
   void createAdsStoreWithXML(std::optional<std::string_view> xml, const std::optional<RKVURL>& url,
                              double timeout) override;
   // `timeout` <= 0: error 10001 (it bounds nothing else: every fetch is bounded by the config's
-  // requestTimeout). No root model: 10004. `dueToAdFailure`: the next passback ad, else 10006
-  // while passback wrappers are resolving, 10007 otherwise. Else the next main ad, else 10005.
-  // VAST failures never come back here; they go to the delegate.
+  // requestTimeout, and the wait for passback wrappers only by the config's adRequestDeadline,
+  // when set). No root model: 10004. `dueToAdFailure`: the next passback ad, else 10006 while
+  // passback wrappers are resolving, 10007 otherwise. Else the next main ad, else 10005. VAST
+  // failures never come back here; they go to the delegate.
   RKVVASTManagerResponse nextAdWithTimeout(double timeout, bool dueToAdFailure) override;
-  // Forgets the delegate: no delegate call starts after this returns (one already under way on
-  // another thread finishes). Nothing in flight is stopped.
+  // Forgets the delegate and waits for its calls under way on other threads: no delegate call
+  // starts, and none is under way, after this returns (except one on the calling thread, when
+  // the delegate cancels from its own callback). Nothing in flight is stopped.
   void cancel() override;
 
   // --- State (snapshots: each accessor copies under the mutex)
@@ -157,11 +152,13 @@ class RKVVASTManager : public RKVVASTManagerProtocol {
   // The first inline passback not yet consumed (skipping invalid ones), else the result of
   // resolving the passback wrappers, else null.
   std::shared_ptr<RKVConsumableVideoAd> findNextPassbackAd();
-  // Resolves every wrapper passback in parallel on the background executor and waits, with no
-  // time limit, until one gives a valid ad (the first task to find the result slot empty wins)
-  // or until every wrapper has been taken up and one task found nothing. Results that come later
-  // stay in the inline passback store for the next call. Null at once while, or after, the
-  // passback wrappers resolve, and when none is left.
+  // Resolves every wrapper passback in parallel on the background executor and waits until one
+  // gives a valid ad (the first task to find the result slot empty wins) or until every wrapper
+  // has been taken up and one task found nothing; with the config's adRequestDeadline, at most
+  // that long. Results that lose the race for a filled slot stay in the inline passback store for
+  // the next call; the first result to come after the caller left with an empty slot is consumed
+  // into that slot, which nobody reads. Null at once while, or after, the passback wrappers
+  // resolve, and when none is left.
   std::shared_ptr<RKVConsumableVideoAd> resolvePassbackWrappers();
   // Follows a wrapper passback down to an inline ad (one level deeper than the main path allows:
   // depth <= maximumWrappers is still fetched), merging each wrapper into the ad it leads to;

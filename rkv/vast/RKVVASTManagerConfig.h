@@ -1,8 +1,10 @@
 // RKVVASTManagerConfig: how a VAST manager resolves its ads (fetch time-out, wrapper limit, pods,
-// strict first-level impression validation). A plain value; copy it freely between threads.
+// strict first-level impression validation, and an optional deadline for one request for an ad).
+// A plain value; copy it freely between threads.
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 namespace rkv {
@@ -36,6 +38,17 @@ class RKVVASTManagerConfig {
     strictWrapperFirstLevelImpressionValidation_ = strict;
   }
 
+  // Seconds one nextAdWithTimeout may wait, counted from its start, for passback wrappers to
+  // resolve. Off by default: the wait then has no limit of its own and ends when the fetches do
+  // (each bounded by requestTimeout, but many wrappers take turns on the executor's threads).
+  // When it passes, the caller is answered as if it had been woken with an empty result slot
+  // (10006 while the wrappers still resolve); the tasks go on, and the ads they resolve later
+  // serve later requests. It does not cut short a fetch on the main path (each bounded by
+  // requestTimeout), but the time those take counts against it. Zero or less (or not a number):
+  // the wait ends at once. Not part of description().
+  const std::optional<double>& adRequestDeadline() const { return adRequestDeadline_; }
+  void setAdRequestDeadline(std::optional<double> seconds) { adRequestDeadline_ = seconds; }
+
   // "RKVVASTManagerConfig(requestTimeout: 5.000000, maximumWrappers: 5, handleWrappersAdpods: NO,
   // strictWrapperFirstLevelImpressionValidation: NO)".
   std::string description() const;
@@ -45,6 +58,7 @@ class RKVVASTManagerConfig {
   int64_t maximumWrappers_ = DEFAULT_MAXIMUM_WRAPPERS;
   bool handleWrappersAdpods_ = false;
   bool strictWrapperFirstLevelImpressionValidation_ = false;
+  std::optional<double> adRequestDeadline_;
 };
 
 }  // namespace rkv

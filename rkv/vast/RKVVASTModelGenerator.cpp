@@ -1,27 +1,20 @@
 #include "rkv/vast/RKVVASTModelGenerator.h"
 
-#include <cstdint>
 #include <utility>
 #include <vector>
 
-#include "rkv/foundation/RKVUtils.h"
 #include "rkv/net/RKVURLError.h"
 #include "rkv/net/RKVURLRequest.h"
 #include "rkv/vast/RKVVASTParser.h"
 #include "rkv/vast/errors/RKVVASTError.h"
+#include "rkv/vast/errors/RKVVASTErrorCodes.h"
 
 namespace rkv {
 
 namespace {
 
-constexpr const char* kVASTErrorDomain = "RKVVASTErrorDomain";
-constexpr int64_t kTimedOutCode = 5031;
-constexpr int64_t kNoInputCode = 10002;
-constexpr int64_t kDownloadFailedCode = 10003;
-
 RKVError downloadFailed() {
-  return RKVUtils::errorWithDomain(kVASTErrorDomain, kDownloadFailedCode,
-                                   "Unable to download XML.");
+  return RKVVASTErrorCodes::errorWithCode(RKVVASTErrorCodes::UnableToDownloadXML);
 }
 
 void report(const RKVVASTErrorHandler& errorHandler, const RKVVASTError& error) {
@@ -46,13 +39,13 @@ RKVVASTParserResponse RKVVASTModelGenerator::generateVASTModelFromXML(
     std::optional<std::string_view> xml, const std::optional<RKVURL>& url, double timeout,
     const RKVVASTErrorHandler& errorHandler) const {
   if (timeout <= 0) {
-    return RKVVASTParserResponse(nullptr, RKVUtils::errorWithDomain(kVASTErrorDomain, kTimedOutCode,
-                                                                    "Connection timed out."));
+    return RKVVASTParserResponse(
+        nullptr, RKVVASTErrorCodes::errorWithCode(RKVVASTErrorCodes::ConnectionTimedOut));
   }
   if (xml) return transformXMLDatasIntoVASTModel(*xml, errorHandler);
   if (!url) {
-    return RKVVASTParserResponse(
-        nullptr, RKVUtils::errorWithDomain(kVASTErrorDomain, kNoInputCode, "No XML Input."));
+    return RKVVASTParserResponse(nullptr,
+                                 RKVVASTErrorCodes::errorWithCode(RKVVASTErrorCodes::NoXMLInput));
   }
   return downloadXMLAndGenerateVASTModel(*url, timeout, errorHandler);
 }

@@ -1,13 +1,12 @@
 #include "rkv/vast/RKVVASTParser.h"
 
-#include <cstdint>
-#include <cstring>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "rkv/foundation/RKVUtils.h"
+#include "rkv/foundation/internal/RKVText.h"
 #include "rkv/vast/errors/RKVVASTError.h"
+#include "rkv/vast/errors/RKVVASTErrorCodes.h"
 #include "rkv/vast/internal/RKVVASTModelBuilder.h"
 #include "rkv/xml/RKVXMLDictionary.h"
 #include "rkv/xml/RKVXMLDictionaryParser.h"
@@ -15,49 +14,6 @@
 namespace rkv {
 
 namespace {
-
-constexpr int64_t kNoBytesCode = 5032;
-constexpr const char* kVASTErrorDomain = "RKVVASTErrorDomain";
-
-// Well-formed UTF-8: no overlong forms, no surrogates, nothing above U+10FFFF.
-bool isValidUTF8(std::string_view bytes) {
-  const auto* p = reinterpret_cast<const unsigned char*>(bytes.data());
-  const auto* end = p + bytes.size();
-  while (p < end) {
-    // Documents are mostly ASCII: skip it eight bytes at a time.
-    uint64_t word;
-    while (end - p >= 8 && (std::memcpy(&word, p, 8), (word & 0x8080808080808080ULL) == 0))
-      p += 8;
-    if (p == end) break;
-    const unsigned char c = *p;
-    if (c < 0x80) {
-      ++p;
-      continue;
-    }
-    size_t length;
-    unsigned char low = 0x80, high = 0xBF;  // the bounds of the second byte
-    if (c >= 0xC2 && c <= 0xDF) {
-      length = 2;
-    } else if (c >= 0xE0 && c <= 0xEF) {
-      length = 3;
-      if (c == 0xE0) low = 0xA0;
-      if (c == 0xED) high = 0x9F;
-    } else if (c >= 0xF0 && c <= 0xF4) {
-      length = 4;
-      if (c == 0xF0) low = 0x90;
-      if (c == 0xF4) high = 0x8F;
-    } else {
-      return false;
-    }
-    if (static_cast<size_t>(end - p) < length) return false;
-    if (p[1] < low || p[1] > high) return false;
-    for (size_t i = 2; i < length; ++i) {
-      if ((p[i] & 0xC0) != 0x80) return false;
-    }
-    p += length;
-  }
-  return true;
-}
 
 // The document's text for the error handler: the bytes decoded as UTF-8 (absent when they are
 // not UTF-8). Made on the first report only, so that a document without errors costs no copy.
@@ -68,7 +24,7 @@ class DocumentText {
   const std::optional<std::string>& text() {
     if (!decoded_) {
       decoded_ = true;
-      if (isValidUTF8(bytes_)) text_ = std::string(bytes_);
+      if (internal::isValidUTF8(bytes_)) text_ = std::string(bytes_);
     }
     return text_;
   }
@@ -92,7 +48,7 @@ RKVVASTParserResponse RKVVASTParser::parseXMLAndGenerateVASTObjectModel(
   if (!bytes) {
     report(errorHandler, RKVVASTError::VAST_VPAID_ERROR_FETCH(), {}, std::nullopt);
     return RKVVASTParserResponse(
-        nullptr, RKVUtils::errorWithDomain(kVASTErrorDomain, kNoBytesCode, "Unexpected response."));
+        nullptr, RKVVASTErrorCodes::errorWithCode(RKVVASTErrorCodes::UnexpectedResponse));
   }
   DocumentText document(*bytes);
 

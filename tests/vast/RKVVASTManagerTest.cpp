@@ -1,12 +1,15 @@
 // The VAST manager against real HTTP servers on 127.0.0.1.
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <functional>
 #include <future>
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -14,7 +17,9 @@
 
 #include "rkv/foundation/RKVBackgroundExecutor.h"
 #include "rkv/net/RKVURLSessionProvider.h"
+#include "rkv/net/RKVURLSessionProviderProtocol.h"
 #include "rkv/vast/RKVVASTManager.h"
+#include "rkv/vast/errors/RKVVASTErrorCodes.h"
 
 #include "tests/support/RKVLogCapture.h"
 #include "tests/support/RKVTestHTTPServer.h"
@@ -46,6 +51,7 @@ const auto* const kJoinTheSharedExecutor =
 
 const std::string kNoMoreAds = "10005 No more ads available.";
 const std::string kNoMorePassback = "10007 No more Passback.";
+const std::string kIncomplete = "10006 Passback resolution incomplete.";
 
 class HandedOutAd : public RKVConsumableVideoAd {
  public:
@@ -57,8 +63,10 @@ class PassThroughAdapter : public RKVVASTManagerAdapter {
  public:
   std::shared_ptr<RKVConsumableVideoAd> convertVASTAdToConsumableVideoAd(
       const std::shared_ptr<RKVVASTAd>& ad) override {
+    if (throws) throw std::runtime_error("adapter failure");
     return std::make_shared<HandedOutAd>(ad);
   }
+  std::atomic<bool> throws{false};
 };
 
 std::string joined(const Lines& lines, const std::string& separator = " | ") {
@@ -120,7 +128,7 @@ std::string answer(const RKVVASTManagerResponse& response) {
     return handed->ad->adID().value_or("?") + "/" + std::to_string(handed->ad->wrapperDepth());
   }
   if (!response.error()) return "neither ad nor error";
-  EXPECT_EQ(response.error()->domain, "RKVVASTErrorDomain");
+  EXPECT_TRUE(RKVVASTErrorCodes::isInDomain(*response.error())) << response.error()->domain;
   return std::to_string(response.error()->code) + " " +
          response.error()->localizedDescription.value_or("");
 }
@@ -208,7 +216,8 @@ TEST_F(RKVVASTManagerTest, ConfigAndErrorCodesWhereTheyArise) {
   const RKVVASTParserResponse notAWrapper =
       manager->resolveWrapper(manager->mainAdsStore().at(0), 5.0, nullptr);
   EXPECT_FALSE(notAWrapper.model());
-  EXPECT_EQ(notAWrapper.error(), RKVError("RKVVASTErrorDomain", 10008, "No ad available."));
+  EXPECT_EQ(notAWrapper.error(),
+            RKVError(std::string(RKVVASTErrorCodes::Domain), 10008, "No ad available."));
 }
 
 // The root document's w0, then /c1 ... /c5 answer the wrappers w1 ... w5 and /c6 the inline ad,
@@ -369,7 +378,7 @@ TEST_F(RKVVASTManagerTest, AskingWhilePassbacksResolveAndCancellingSilenceTheLat
       std::async(std::launch::async, [&] { return answer(manager->nextAdWithTimeout(5.0, true)); });
   ASSERT_TRUE(test::eventually([&] { return server_.requestCount("/silent") == 1; }));
   EXPECT_TRUE(manager->isResolvingPassbackWrappers());
-  EXPECT_EQ(answer(manager->nextAdWithTimeout(5.0, true)), "10006 Passback resolution incomplete.");
+  EXPECT_EQ(answer(manager->nextAdWithTimeout(5.0, true)), kIncomplete);
   manager->cancel();
   ASSERT_EQ(resolving.wait_for(test::kHangGuard), std::future_status::ready);
   EXPECT_EQ(resolving.get(), kNoMorePassback);
@@ -400,6 +409,151 @@ TEST_F(RKVVASTManagerTest, ADelegateMayCancelFromItsCallbackOrOutliveTheManager)
   manager->createAdsStoreWithXML(vastXML({wrapperAd("w", url("/untitled"))}), std::nullopt, 5.0);
   EXPECT_EQ(drain(*manager), "late/1 | " + kNoMoreAds);
   EXPECT_EQ(delegate_->calls(), "ready | start w") << "no report of the missing title";
+}
+
+// One passback wrapper fails fast, the other answers late. The fast failure is the end of the
+// last wrapper to be taken up, so the caller is woken with an empty slot; the late result then
+// finds the slot empty and is consumed into it, and nobody hands it out afterwards.
+TEST_F(RKVVASTManagerTest, AResultAfterTheCallerWasWokenEmptyGoesIntoTheSlotNobodyReads) {
+  server_.setRoute("/fails", RKVTestRoute::answer(200, vastXML({}), 300ms));
+  serve("/slow", {inlineAd("slow")}, 1500ms);
+  auto manager =
+      managerOver({inlineAd("main"), wrapperAd("f", url("/fails")), wrapperAd("s", url("/slow"))});
+  EXPECT_EQ(drain(*manager), "main/0 | " + kNoMoreAds);
+  EXPECT_EQ(answer(manager->nextAdWithTimeout(5.0, true)), kNoMorePassback);
+  ASSERT_TRUE(test::eventually([&] {
+    const RKVVASTManager::Ads store = manager->inlinePassbackAdsStore();
+    return store.size() == 1 && store[0]->hasBeenConsumed();
+  })) << "the late result was left unconsumed for a later call";
+  EXPECT_EQ(drain(*manager, true), kNoMorePassback);
+  EXPECT_EQ(delegate_->calls(true),
+            "error VAST_WRAPPER_ERROR_NOT_VAST_RESPONSE [] text | ready | start f | start s");
+}
+
+TEST_F(RKVVASTManagerTest, CancelWaitsForADelegateCallUnderWayAndNothingReachesTheDelegateAfter) {
+  server_.setRoute("/noad", RKVTestRoute::answer(200, vastXML({})));
+  auto manager = managerOver({inlineAd("main"), wrapperAd("w", url("/noad"))});
+  EXPECT_EQ(drain(*manager), "main/0 | " + kNoMoreAds);
+  test::RKVTestEvent entered;
+  test::RKVTestEvent release;
+  std::atomic<bool> callEnded{false};
+  delegate_->onStart = [&](RKVVASTManager&) {  // on the passback task's thread
+    entered.set();
+    EXPECT_TRUE(release.wait());
+    callEnded = true;
+  };
+  auto resolving =
+      std::async(std::launch::async, [&] { return answer(manager->nextAdWithTimeout(5.0, true)); });
+  ASSERT_TRUE(entered.wait());
+  auto cancelling = std::async(std::launch::async, [&] {
+    manager->cancel();
+    return callEnded.load();
+  });
+  std::this_thread::sleep_for(200ms);  // lets cancel reach its wait; not a bound on anything
+  release.set();
+  ASSERT_EQ(cancelling.wait_for(test::kHangGuard), std::future_status::ready);
+  EXPECT_TRUE(cancelling.get()) << "cancel returned while a delegate call was under way";
+  ASSERT_EQ(resolving.wait_for(test::kHangGuard), std::future_status::ready);
+  EXPECT_EQ(resolving.get(), kNoMorePassback);
+  // The errors of the wrapper's answer were met after cancel.
+  EXPECT_EQ(delegate_->calls(), "ready | start w");
+}
+
+// On a passback task's thread an exception would end the process; it is logged once instead, and
+// resolution goes on (an adapter that threw made nothing of its ad).
+TEST_F(RKVVASTManagerTest, ADelegateOrAdapterThatThrowsIsLoggedOnceAndResolutionGoesOn) {
+  serve("/p", {inlineAd("p")});
+  struct Case {
+    bool delegateThrows;
+    std::string answers;
+    std::string logged;
+  };
+  const Case cases[] = {
+      {true, "p/1 | " + kNoMorePassback,
+       "RKVVASTManagerDelegate::didStartToResolveWrapperAd threw (delegate failure); the "
+       "exception was dropped."},
+      {false, kNoMorePassback,
+       "RKVVASTManagerAdapter::convertVASTAdToConsumableVideoAd threw (adapter failure); the "
+       "exception was dropped."},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.logged);
+    auto manager = managerOver({inlineAd("main"), wrapperAd("w", url("/p"))});
+    EXPECT_EQ(drain(*manager), "main/0 | " + kNoMoreAds);
+    test::RKVLogCapture log;
+    if (c.delegateThrows) {
+      delegate_->onStart = [](RKVVASTManager&) { throw std::runtime_error("delegate failure"); };
+    }
+    adapter_->throws = !c.delegateThrows;
+    EXPECT_EQ(drain(*manager, true), c.answers);
+    adapter_->throws = false;
+    EXPECT_EQ(log.errorMessages(), Lines{c.logged});
+    EXPECT_EQ(delegate_->calls(), "ready | start w");
+  }
+}
+
+TEST_F(RKVVASTManagerTest, ADeadlineBoundsARequestThatWaitsForPassbackWrappers) {
+  RKVVASTManagerConfig config(30.0, 5, false, false);
+  EXPECT_FALSE(config.adRequestDeadline()) << "off by default";
+  const std::string description = config.description();
+  constexpr double kDeadline = 1.0;
+  config.setAdRequestDeadline(kDeadline);
+  EXPECT_EQ(config.description(), description);
+
+  server_.setRoute("/silent", RKVTestRoute::misbehaving(Behavior::NeverAnswer));
+  auto manager = managerOver(
+      {inlineAd("main"), wrapperAd("w1", url("/silent")), wrapperAd("w2", url("/silent"))}, config);
+  EXPECT_EQ(drain(*manager), "main/0 | " + kNoMoreAds);
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(answer(manager->nextAdWithTimeout(5.0, true)), kIncomplete);
+  EXPECT_GE(secondsSince(start), kDeadline);
+  EXPECT_LT(secondsSince(start), kDeadline + 2.0) << "the fetches take 30 s";
+  EXPECT_EQ(answer(manager->nextAdWithTimeout(5.0, true)), kIncomplete);
+  // Destruction does not wait for the fetches either.
+  manager.reset();
+  EXPECT_LT(secondsSince(start), kDeadline + 2.0);
+  EXPECT_EQ(server_.requestCount("/silent"), 2u);
+}
+
+// A transport that keeps every completion and never calls it.
+class NeverCompletingProvider : public RKVURLSessionProviderProtocol {
+ public:
+  std::shared_ptr<RKVURLSessionTask> dataRequest(const RKVURLRequest& /*request*/,
+                                                 RKVURLSessionCompletion completion) override {
+    std::lock_guard lock(mutex_);
+    kept_.push_back(std::move(completion));
+    return std::make_shared<RKVURLSessionTask>();
+  }
+  // Destroys the completions uncalled, which ends any wait for them.
+  void forget() {
+    std::vector<RKVURLSessionCompletion> kept;
+    std::lock_guard lock(mutex_);
+    kept.swap(kept_);
+  }
+
+ private:
+  std::mutex mutex_;
+  std::vector<RKVURLSessionCompletion> kept_;
+};
+
+TEST_F(RKVVASTManagerTest, ATransportThatNeverCompletesDoesNotHangARequestForAnAd) {
+  auto provider = std::make_shared<NeverCompletingProvider>();
+  auto delegate = std::make_shared<RecordingDelegate>();
+  auto manager = std::make_shared<RKVVASTManager>(delegate, adapter_,
+                                                  std::make_shared<RKVURLSession>(provider),
+                                                  RKVVASTManagerConfig(1.0, 5, false, false));
+  manager->createAdsStoreWithXML(vastXML({wrapperAd("w", closed_)}), std::nullopt, 5.0);
+  // On a thread of its own, so that a hang fails the test instead of stalling the suite.
+  auto answered = std::make_shared<std::promise<std::string>>();
+  std::future<std::string> answer_ = answered->get_future();
+  std::thread([manager, answered] {
+    answered->set_value(answer(manager->nextAdWithTimeout(5.0, false)));
+  }).detach();
+  const bool ended = answer_.wait_for(test::kHangGuard) == std::future_status::ready;
+  provider->forget();  // ends the wait, had it hung
+  ASSERT_TRUE(ended) << "the request for an ad waits for a completion that never comes";
+  EXPECT_EQ(answer_.get(), kNoMoreAds);
+  EXPECT_EQ(delegate->calls(), "ready | start w | error VAST_WRAPPER_ERROR_FETCH_TIMEOUT [] -");
 }
 
 }  // namespace

@@ -6,12 +6,9 @@
 #include <fmt/format.h>
 
 #include "rkv/foundation/RKVUtils.h"
+#include "rkv/vast/errors/RKVVASTErrorCodes.h"
 
 namespace rkv {
-
-namespace {
-constexpr const char* kVASTErrorDomain = "RKVVASTErrorDomain";
-}  // namespace
 
 RKVVASTError::RKVVASTError(std::optional<std::string> errorName,
                            std::optional<std::string> errorDescription, int64_t VASTCode,
@@ -23,8 +20,8 @@ RKVVASTError::RKVVASTError(std::optional<std::string> errorName,
 
 RKVError RKVVASTError::error() const {
   const int64_t code = VASTCode_ == -1 ? vireoCode_ : VASTCode_;
-  if (!errorDescription_) return RKVError(kVASTErrorDomain, code);
-  return RKVError(kVASTErrorDomain, code, errorDescription_,
+  if (!errorDescription_) return RKVError(std::string(RKVVASTErrorCodes::Domain), code);
+  return RKVError(std::string(RKVVASTErrorCodes::Domain), code, errorDescription_,
                   std::make_shared<const RKVVASTError>(*this));
 }
 

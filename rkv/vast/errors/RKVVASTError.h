@@ -83,8 +83,8 @@ class RKVVASTError {
   int64_t vireoCode() const { return vireoCode_; }
   void setVireoCode(int64_t vireoCode) { vireoCode_ = vireoCode; }
 
-  // The record of domain "RKVVASTErrorDomain" with the VAST code (the vendor code when the VAST
-  // code is -1). Only when a description is present does it carry user information: the
+  // The record of domain RKVVASTErrorCodes::Domain with the VAST code (the vendor code when the
+  // VAST code is -1). Only when a description is present does it carry user information: the
   // description and a copy of this value (RKVError::vastError); otherwise both are absent.
   RKVError error() const;
 

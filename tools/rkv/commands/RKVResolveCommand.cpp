@@ -33,6 +33,7 @@ using Json = nlohmann::ordered_json;
 struct ResolveOptions {
   std::string input;
   double timeout = RKVVASTManagerConfig::DEFAULT_REQUEST_TIMEOUT;
+  std::optional<double> deadline;
   int64_t maximumWrappers = RKVVASTManagerConfig::DEFAULT_MAXIMUM_WRAPPERS;
   bool pods = false;
   bool strictImpressions = false;
@@ -183,9 +184,10 @@ int resolve(const ResolveOptions& options, RKVCommandStreams& streams) {
   const auto transport = std::make_shared<RKVTransportLog>();
   int handedOut = 0;
   {
-    RKVVASTManager manager(log, adapter, std::make_shared<RKVURLSession>(transport),
-                           RKVVASTManagerConfig(options.timeout, options.maximumWrappers,
-                                                options.pods, options.strictImpressions));
+    RKVVASTManagerConfig config(options.timeout, options.maximumWrappers, options.pods,
+                                options.strictImpressions);
+    config.setAdRequestDeadline(options.deadline);
+    RKVVASTManager manager(log, adapter, std::make_shared<RKVURLSession>(transport), config);
     manager.createAdsStoreWithXML(xml ? std::optional<std::string_view>(*xml) : std::nullopt, url,
                                   options.timeout);
     while (true) {
@@ -238,9 +240,14 @@ void registerRKVResolveCommand(RKVCommandLine& commandLine) {
                  "A VAST file, - for standard input, or an http(s) URL to download")
       ->required();
   sub.add_option("--timeout", options->timeout,
-                 "Seconds: the download and every wrapper fetch, and each request for an ad")
+                 "Seconds: bounds the download and each wrapper fetch (not a request for an ad, "
+                 "which may wait for many passback fetches; see --deadline)")
       ->check(positiveSeconds())
       ->capture_default_str();
+  sub.add_option("--deadline", options->deadline,
+                 "Seconds: the longest a request for an ad waits for passback wrappers (no "
+                 "limit by default); then it answers 10006")
+      ->check(positiveSeconds());
   sub.add_option("--max-wrappers", options->maximumWrappers,
                  "Wrapper levels followed on the main path (passbacks follow one more)")
       ->check(nonNegativeCount())
