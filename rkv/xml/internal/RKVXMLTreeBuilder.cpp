@@ -50,6 +50,13 @@ bool hasAttributesChildrenOrComments(const RKVXMLDictionary& node) {
 }  // namespace
 
 void trimWhiteSpaceAndNewlines(std::string& text) {
+  // Every character trimmed begins with a byte up to 0x20 (ASCII) or above 0x7F (UTF-8) and ends
+  // with one too: most runs ("00:00:30", a URL) need no more than this look at their two ends.
+  auto mayBeSpace = [](char c) {
+    const auto byte = static_cast<unsigned char>(c);
+    return byte <= 0x20 || byte >= 0x80;
+  };
+  if (text.empty() || (!mayBeSpace(text.front()) && !mayBeSpace(text.back()))) return;
   // ASCII white space (the indentation between elements, nearly always all there is) through the
   // shared helper, then any Unicode separator at either end, until neither end changes.
   std::string_view rest = text;
