@@ -1,11 +1,14 @@
 #include "rkv/xml/RKVXMLDictionary.h"
 
+#include <algorithm>
 #include <cstring>
 #include <unordered_map>
 
 #include <fmt/format.h>
 
 #include "rkv/xml/RKVXMLDictionaryParser.h"
+#include "rkv/xml/internal/RKVSipHash.h"
+#include "rkv/xml/internal/RKVXMLDictionaryAccess.h"
 
 namespace rkv {
 
@@ -139,9 +142,15 @@ namespace {
 // differently named siblings do not make every insertion a linear scan.
 constexpr size_t kIndexThreshold = 16;
 
+// Keyed with the process's secret: element names come from the network, and an unkeyed hash
+// lets a document of names built to collide make every insertion walk one long chain. Not
+// noexcept on purpose: libstdc++ then keeps each key's hash in its node instead of hashing keys
+// again while it walks a bucket or rehashes.
 struct KeyHash {
   using is_transparent = void;
-  size_t operator()(std::string_view key) const { return std::hash<std::string_view>{}(key); }
+  size_t operator()(std::string_view key) const {
+    return static_cast<size_t>(internal::keyedHash(key));
+  }
 };
 
 }  // namespace
@@ -152,6 +161,15 @@ struct RKVXMLDictionary::KeyIndex {
 
 void RKVXMLDictionary::KeyIndexDeleter::operator()(KeyIndex* index) const {
   delete index;
+}
+
+size_t internal::RKVXMLDictionaryAccess::longestIndexChain(const RKVXMLDictionary& dictionary) {
+  if (!dictionary.index_) return 0;
+  const auto& positions = dictionary.index_->positions;
+  size_t longest = 0;
+  for (size_t bucket = 0; bucket < positions.bucket_count(); ++bucket)
+    longest = std::max(longest, positions.bucket_size(bucket));
+  return longest;
 }
 
 RKVXMLDictionary::RKVXMLDictionary(std::initializer_list<Entry> entries) {

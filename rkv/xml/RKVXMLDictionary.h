@@ -24,6 +24,9 @@ namespace rkv {
 class RKVXMLDictionary;
 class RKVXMLArray;
 class RKVXMLPushParser;
+namespace internal {
+struct RKVXMLDictionaryAccess;
+}
 using RKVXMLDictionaryPtr = std::shared_ptr<RKVXMLDictionary>;
 using RKVXMLArrayPtr = std::shared_ptr<RKVXMLArray>;
 
@@ -174,6 +177,7 @@ class RKVXMLDictionary {
 
  private:
   friend struct RKVXMLTreeRelease;
+  friend struct internal::RKVXMLDictionaryAccess;
   struct KeyIndex;  // hash index over the keys of a large dictionary
   struct KeyIndexDeleter {
     void operator()(KeyIndex* index) const;

@@ -1,11 +1,14 @@
 #include "rkv/xml/RKVXMLPushParser.h"
 
+#include <algorithm>
 #include <climits>
 #include <memory>
 #include <random>
 #include <utility>
 
 #include <expat.h>
+
+#include "rkv/xml/internal/RKVXMLEncodings.h"
 
 namespace rkv {
 
@@ -50,6 +53,20 @@ ExpatParser takeParser() {
 
 void giveBackParser(ExpatParser parser, size_t documentBytes) {
   if (!cachedParser && documentBytes <= kLargestReusedDocument) cachedParser = std::move(parser);
+}
+
+// Encodings expat does not know itself (it knows UTF-8, UTF-16, ISO-8859-1 and US-ASCII): a
+// single-byte one is described to it by its byte table; any other stays unknown and the
+// document fails.
+int XMLCALL onUnknownEncoding(void*, const XML_Char* name, XML_Encoding* info) {
+  const internal::RKVSingleByteTable* table =
+      name != nullptr ? internal::singleByteEncodingTable(name) : nullptr;
+  if (table == nullptr) return XML_STATUS_ERROR;
+  std::copy(table->begin(), table->end(), info->map);
+  info->data = nullptr;
+  info->convert = nullptr;  // single bytes only
+  info->release = nullptr;
+  return XML_STATUS_OK;
 }
 
 }  // namespace
@@ -119,6 +136,8 @@ bool RKVXMLPushParser::parse(RKVXMLPushParserDelegate& delegate) {
   impl.delegate = &delegate;
   impl.maximumDepth = maximumDepth_;
   XML_SetHashSalt(parser, hashSalt());
+  // A reset keeps this handler, but a new parser has none; setting it costs one store.
+  XML_SetUnknownEncodingHandler(parser, &onUnknownEncoding, nullptr);
   XML_SetUserData(parser, &impl);
   XML_SetElementHandler(parser, &Impl::onStart, &Impl::onEnd);
   XML_SetCharacterDataHandler(parser, &Impl::onCharacters);

@@ -2,44 +2,27 @@
 
 #include <cstdint>
 
+#include "rkv/foundation/internal/RKVText.h"
 #include "rkv/xml/internal/RKVNodeCache.h"
 
 namespace rkv::internal {
 
 namespace {
 
-// Length of the white-space or line-break character that ends at `end` (exclusive), or 0.
-size_t trailingSpaceLength(const std::string& s, size_t end) {
-  auto byte = [&](size_t i) { return static_cast<uint8_t>(s[i]); };
-  uint8_t last = byte(end - 1);
-  if (last == ' ' || (last >= 0x09 && last <= 0x0D)) return 1;
-  if (last < 0x80) return 0;
-  if (end >= 2 && byte(end - 2) == 0xC2 && (last == 0x85 || last == 0xA0)) return 2;
-  if (end >= 3) {
-    uint8_t a = byte(end - 3), b = byte(end - 2);
-    if (a == 0xE1 && b == 0x9A && last == 0x80) return 3;  // U+1680
-    if (a == 0xE2 && b == 0x80 && (last <= 0x8A || last == 0xA8 || last == 0xA9 || last == 0xAF))
-      return 3;                                            // U+2000..U+200A, U+2028, U+2029, U+202F
-    if (a == 0xE2 && b == 0x81 && last == 0x9F) return 3;  // U+205F
-    if (a == 0xE3 && b == 0x80 && last == 0x80) return 3;  // U+3000
-  }
-  return 0;
-}
-
-// Length of the white-space or line-break character that starts at `begin`, or 0.
-size_t leadingSpaceLength(const std::string& s, size_t begin) {
-  auto byte = [&](size_t i) { return static_cast<uint8_t>(s[i]); };
-  size_t n = s.size() - begin;
-  uint8_t first = byte(begin);
-  if (first == ' ' || (first >= 0x09 && first <= 0x0D)) return 1;
-  if (first < 0x80) return 0;
-  if (n >= 2 && first == 0xC2 && (byte(begin + 1) == 0x85 || byte(begin + 1) == 0xA0)) return 2;
-  if (n >= 3) {
-    uint8_t b = byte(begin + 1), c = byte(begin + 2);
-    if (first == 0xE1 && b == 0x9A && c == 0x80) return 3;
-    if (first == 0xE2 && b == 0x80 && (c <= 0x8A || c == 0xA8 || c == 0xA9 || c == 0xAF)) return 3;
-    if (first == 0xE2 && b == 0x81 && c == 0x9F) return 3;
-    if (first == 0xE3 && b == 0x80 && c == 0x80) return 3;
+// Whether `text` starts (or ends) with a non-ASCII white-space or line-break character
+// (U+0085, U+00A0, U+1680, U+2000..U+200A, U+2028, U+2029, U+202F, U+205F, U+3000); its length in
+// bytes, or 0. The text is valid UTF-8 (expat checked it).
+size_t unicodeSpaceLength(std::string_view text, bool atEnd) {
+  auto matches = [&](std::string_view sequence) {
+    return atEnd ? text.ends_with(sequence) : text.starts_with(sequence);
+  };
+  static constexpr std::string_view kSpaces[] = {
+      "\xC2\x85",     "\xC2\xA0",     "\xE1\x9A\x80", "\xE2\x80\x80", "\xE2\x80\x81",
+      "\xE2\x80\x82", "\xE2\x80\x83", "\xE2\x80\x84", "\xE2\x80\x85", "\xE2\x80\x86",
+      "\xE2\x80\x87", "\xE2\x80\x88", "\xE2\x80\x89", "\xE2\x80\x8A", "\xE2\x80\xA8",
+      "\xE2\x80\xA9", "\xE2\x80\xAF", "\xE2\x81\x9F", "\xE3\x80\x80"};
+  for (std::string_view space : kSpaces) {
+    if (matches(space)) return space.size();
   }
   return 0;
 }
@@ -67,20 +50,31 @@ bool hasAttributesChildrenOrComments(const RKVXMLDictionary& node) {
 }  // namespace
 
 void trimWhiteSpaceAndNewlines(std::string& text) {
-  size_t end = text.size();
-  while (end > 0) {
-    size_t n = trailingSpaceLength(text, end);
-    if (n == 0) break;
-    end -= n;
+  // Every character trimmed begins with a byte up to 0x20 (ASCII) or above 0x7F (UTF-8) and ends
+  // with one too: most runs ("00:00:30", a URL) need no more than this look at their two ends.
+  auto mayBeSpace = [](char c) {
+    const auto byte = static_cast<unsigned char>(c);
+    return byte <= 0x20 || byte >= 0x80;
+  };
+  if (text.empty() || (!mayBeSpace(text.front()) && !mayBeSpace(text.back()))) return;
+  // ASCII white space (the indentation between elements, nearly always all there is) through the
+  // shared helper, then any Unicode separator at either end, until neither end changes.
+  std::string_view rest = text;
+  for (;;) {
+    rest = trimmed(rest);
+    if (rest.empty() || (static_cast<unsigned char>(rest.front()) < 0x80 &&
+                         static_cast<unsigned char>(rest.back()) < 0x80))
+      break;
+    size_t tail = unicodeSpaceLength(rest, true);
+    rest.remove_suffix(tail);
+    size_t head = unicodeSpaceLength(rest, false);
+    rest.remove_prefix(head);
+    if (head == 0 && tail == 0) break;
   }
-  size_t begin = 0;
-  while (begin < end) {
-    size_t n = leadingSpaceLength(text, begin);
-    if (n == 0) break;
-    begin += n;
-  }
-  if (end < text.size()) text.resize(end);
-  if (begin > 0) text.erase(0, begin);
+  if (rest.size() == text.size()) return;
+  const size_t begin = static_cast<size_t>(rest.data() - text.data());
+  text.resize(begin + rest.size());
+  text.erase(0, begin);
 }
 
 void RKVXMLTreeBuilder::addText(std::string_view piece) {
@@ -91,11 +85,8 @@ void RKVXMLTreeBuilder::addText(std::string_view piece) {
   // Trimming drops every leading white-space character anyway, so leading ASCII white space
   // (the indentation between elements, mostly) is not even copied.
   if (text_.empty() && options_.trimWhiteSpace) {
-    size_t skip = 0;
-    while (skip < piece.size() &&
-           (piece[skip] == ' ' || (piece[skip] >= 0x09 && piece[skip] <= 0x0D)))
-      ++skip;
-    piece.remove_prefix(skip);
+    size_t skip = piece.find_first_not_of(kASCIIWhiteSpace);
+    piece.remove_prefix(skip == std::string_view::npos ? piece.size() : skip);
   }
   text_.append(piece);
 }
