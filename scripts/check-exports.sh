@@ -17,9 +17,9 @@ if [ -n "$internal" ]; then
   echo "$internal" >&2
   status=1
 fi
-for expected in 'rkv::RKVURL::RKVURL' 'rkv::RKVLog::' 'rkv::RKVXMLDictionary::' \
+for expected in 'rkv::RKVURL::' 'rkv::RKVLog::' 'rkv::RKVXMLDictionary::' \
   'rkv::RKVURLSession::' 'rkv::RKVVASTError::' 'rkv::RKVVASTAd::' 'rkv::RKVVASTManager::' \
-  'typeinfo for rkv::RKVConsumableVideoAd' 'vtable for rkv::RKVVASTManager'; do
+  'typeinfo for rkv::RKVVASTManagerProtocol' 'vtable for rkv::RKVVASTManager'; do
   if ! grep -qF "$expected" <<<"$exported"; then
     echo "check-exports: $library does not export $expected" >&2
     status=1
