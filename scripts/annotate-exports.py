@@ -16,6 +16,7 @@ Inline definitions need no mark. Running it again changes nothing.
 
   scripts/annotate-exports.py           annotate, then clang-format the changed headers
   scripts/annotate-exports.py --check   change nothing; list what lacks the mark, fail if any
+  scripts/annotate-exports.py --commit  annotate, then commit the changed headers alone (git)
 """
 
 import pathlib
@@ -263,6 +264,11 @@ def main():
     if changed:
         subprocess.run(["clang-format", "-i", *changed], check=True)
     print(f"annotate-exports: {missing} mark(s) added in {len(changed)} header(s)")
+    if changed and "--commit" in sys.argv[1:]:
+        subprocess.run(["git", "-C", str(ROOT), "add", "--", *changed], check=True)
+        subprocess.run(["git", "-C", str(ROOT), "commit", "--quiet", "--only", "-m",
+                        f"Exports: mark the public API RKV_EXPORT ({len(changed)} headers), "
+                        "made by scripts/annotate-exports.py", "--", *changed], check=True)
     return 0
 
 
