@@ -18,11 +18,12 @@
 #include <memory>
 #include <utility>
 
+#include "rkv/RKVExport.h"
 #include "rkv/foundation/RKVClock.h"
 
 namespace rkv {
 
-class RKVMainLoop {
+class RKV_EXPORT RKVMainLoop {
  public:
   class TimerHandle;
 
@@ -80,7 +81,7 @@ class RKVMainLoop {
 };
 
 // One scheduled callback. Copies refer to the same timer. Thread-safe.
-class RKVMainLoop::TimerHandle {
+class RKV_EXPORT RKVMainLoop::TimerHandle {
  public:
   TimerHandle() = default;
 

@@ -10,9 +10,11 @@
 #include <memory>
 #include <string>
 
+#include "rkv/RKVExport.h"
+
 namespace rkv {
 
-class RKVSerialQueue {
+class RKV_EXPORT RKVSerialQueue {
  public:
   // `label` names the thread (shortened to the system's limit) for debuggers.
   explicit RKVSerialQueue(std::string label = "rkv.serial");
