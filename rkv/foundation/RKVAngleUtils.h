@@ -1,9 +1,11 @@
 // RKVAngleUtils: degrees to radians and back. Stateless; thread-safe.
 #pragma once
 
+#include "rkv/RKVExport.h"
+
 namespace rkv {
 
-class RKVAngleUtils {
+class RKV_EXPORT RKVAngleUtils {
  public:
   // degrees * pi / 180.
   static double radiansFromDegrees(double degrees);

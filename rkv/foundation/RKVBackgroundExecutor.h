@@ -22,6 +22,8 @@
 #include <memory>
 #include <string>
 
+#include "rkv/RKVExport.h"
+
 namespace rkv {
 
 enum class RKVTaskPriority {
@@ -29,7 +31,7 @@ enum class RKVTaskPriority {
   kBackground,  // work nobody waits for
 };
 
-struct RKVBackgroundExecutorOptions {
+struct RKV_EXPORT RKVBackgroundExecutorOptions {
   // Idle threads kept however long they idle.
   size_t minThreads = 2;
   // Threads at most (at least 1; minThreads is lowered to it when larger).
@@ -40,7 +42,7 @@ struct RKVBackgroundExecutorOptions {
   std::string threadName = "rkv.worker";
 };
 
-class RKVBackgroundExecutor {
+class RKV_EXPORT RKVBackgroundExecutor {
  public:
   RKVBackgroundExecutor();
   explicit RKVBackgroundExecutor(RKVBackgroundExecutorOptions options);

@@ -7,9 +7,11 @@
 #include <cstdint>
 #include <optional>
 
+#include "rkv/RKVExport.h"
+
 namespace rkv {
 
-class RKVCalendar {
+class RKV_EXPORT RKVCalendar {
  public:
   struct TimeOfDay {
     int64_t hour = 0;    // 0 to 23

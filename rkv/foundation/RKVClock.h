@@ -30,9 +30,11 @@
 #include <memory>
 #include <optional>
 
+#include "rkv/RKVExport.h"
+
 namespace rkv {
 
-class RKVClock {
+class RKV_EXPORT RKVClock {
  public:
   using duration = std::chrono::nanoseconds;
   using time_point = std::chrono::time_point<std::chrono::steady_clock, duration>;

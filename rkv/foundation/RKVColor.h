@@ -1,9 +1,11 @@
 // RKVColor: an RGB colour with alpha, each component a double from 0 to 1. A plain value.
 #pragma once
 
+#include "rkv/RKVExport.h"
+
 namespace rkv {
 
-struct RKVColor {
+struct RKV_EXPORT RKVColor {
   double red = 0.0;
   double green = 0.0;
   double blue = 0.0;

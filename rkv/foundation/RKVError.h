@@ -7,11 +7,13 @@
 #include <optional>
 #include <string>
 
+#include "rkv/RKVExport.h"
+
 namespace rkv {
 
 class RKVVASTError;
 
-struct RKVError {
+struct RKV_EXPORT RKVError {
   std::string domain;
   int64_t code = 0;
   // The record's user information holds the localized description and, for records made from a
@@ -30,7 +32,7 @@ struct RKVError {
   std::string description() const;
 
   // Domain, code and description are compared; the VAST error it came from is not.
-  friend bool operator==(const RKVError& a, const RKVError& b);
+  friend RKV_EXPORT bool operator==(const RKVError& a, const RKVError& b);
 };
 
 }  // namespace rkv

@@ -22,6 +22,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "rkv/RKVExport.h"
 #include "rkv/foundation/RKVBackgroundExecutor.h"
 #include "rkv/foundation/RKVClock.h"
 #include "rkv/foundation/RKVError.h"
@@ -35,7 +36,7 @@ inline constexpr const char* kRKVFutureErrorDomain = "RKVFutureError";
 inline constexpr int64_t kRKVFutureErrorTimeout = 1000;
 
 template <class T>
-class RKVFuture {
+class RKV_EXPORT RKVFuture {
  public:
   using Task = std::function<std::optional<T>()>;
 

@@ -18,12 +18,13 @@
 #include <memory>
 #include <utility>
 
+#include "rkv/RKVExport.h"
 #include "rkv/foundation/RKVClock.h"
 #include "rkv/foundation/RKVTimerHandle.h"
 
 namespace rkv {
 
-class RKVMainLoop {
+class RKV_EXPORT RKVMainLoop {
  public:
   // One scheduled callback; see RKVTimerHandle.h.
   using TimerHandle = RKVTimerHandle;

@@ -9,12 +9,13 @@
 #include <cstdint>
 #include <map>
 
+#include "rkv/RKVExport.h"
 #include "rkv/foundation/RKVClock.h"
 #include "rkv/foundation/RKVMutex.h"
 
 namespace rkv {
 
-class RKVManualClock final : public RKVClock {
+class RKV_EXPORT RKVManualClock final : public RKVClock {
  public:
   // Starts at `start` (monotonic) and `startDate` (wall clock). The default monotonic start is
   // one day after the epoch of time_point, so that it never equals a default-constructed one.

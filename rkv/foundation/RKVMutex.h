@@ -18,6 +18,8 @@
 #include <condition_variable>
 #include <mutex>
 
+#include "rkv/RKVExport.h"
+
 #if defined(__clang__)
 #define RKV_THREAD_ANNOTATION(x) __attribute__((x))
 #else
@@ -44,7 +46,7 @@ namespace rkv {
 class RKVCondVar;
 
 // Not recursive: locking it twice on one thread is undefined, as with std::mutex.
-class RKV_CAPABILITY("mutex") RKVMutex {
+class RKV_EXPORT RKV_CAPABILITY("mutex") RKVMutex {
  public:
   RKVMutex() = default;
   RKVMutex(const RKVMutex&) = delete;
@@ -63,7 +65,7 @@ class RKV_CAPABILITY("mutex") RKVMutex {
 };
 
 // Holds an RKVMutex for its scope.
-class RKV_SCOPED_CAPABILITY RKVMutexLock {
+class RKV_EXPORT RKV_SCOPED_CAPABILITY RKVMutexLock {
  public:
   explicit RKVMutexLock(RKVMutex& mu) RKV_ACQUIRE(mu) : mu_(mu) { mu_.lock(); }
   ~RKVMutexLock() RKV_RELEASE() { mu_.unlock(); }
@@ -75,7 +77,7 @@ class RKV_SCOPED_CAPABILITY RKVMutexLock {
 };
 
 // A condition variable for RKVMutex. Every wait may wake spuriously: re-check the condition.
-class RKVCondVar {
+class RKV_EXPORT RKVCondVar {
  public:
   RKVCondVar() = default;
   RKVCondVar(const RKVCondVar&) = delete;

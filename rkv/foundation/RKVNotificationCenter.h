@@ -13,17 +13,19 @@
 #include <memory>
 #include <string>
 
+#include "rkv/RKVExport.h"
+
 namespace rkv {
 
 // The notification's user information: keys to values of any type (std::any_cast to read).
 using RKVUserInfo = std::map<std::string, std::any>;
 
-struct RKVNotification {
+struct RKV_EXPORT RKVNotification {
   std::string name;
   RKVUserInfo userInfo;
 };
 
-class RKVNotificationCenter {
+class RKV_EXPORT RKVNotificationCenter {
  public:
   using Observer = std::function<void(const RKVNotification&)>;
 

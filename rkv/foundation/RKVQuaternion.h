@@ -4,9 +4,11 @@
 #include <array>
 #include <cstdint>
 
+#include "rkv/RKVExport.h"
+
 namespace rkv {
 
-class RKVQuaternion {
+class RKV_EXPORT RKVQuaternion {
  public:
   // The components, stored unchanged.
   RKVQuaternion(double w, double x, double y, double z) : w_(w), x_(x), y_(y), z_(z) {}

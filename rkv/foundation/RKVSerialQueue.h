@@ -21,12 +21,13 @@
 #include <memory>
 #include <string>
 
+#include "rkv/RKVExport.h"
 #include "rkv/foundation/RKVClock.h"
 #include "rkv/foundation/RKVTimerHandle.h"
 
 namespace rkv {
 
-class RKVSerialQueue {
+class RKV_EXPORT RKVSerialQueue {
  public:
   // `label` names the thread (shortened to the system's limit) for debuggers. Delayed tasks use
   // `clock` (RKVClock::system() when null).

@@ -8,9 +8,11 @@
 #include <string>
 #include <string_view>
 
+#include "rkv/RKVExport.h"
+
 namespace rkv {
 
-class RKVStringTables {
+class RKV_EXPORT RKVStringTables {
  public:
   // The table searched when a look-up names none (absent or empty table name).
   static constexpr std::string_view kDefaultTable = "Localizable";

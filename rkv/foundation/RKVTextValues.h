@@ -8,9 +8,11 @@
 #include <string>
 #include <string_view>
 
+#include "rkv/RKVExport.h"
+
 namespace rkv {
 
-class RKVTextValues {
+class RKV_EXPORT RKVTextValues {
  public:
   // The leading decimal number (sign, digits, optional fraction and exponent), whatever the
   // process locale; +-HUGE_VAL when it overflows. "inf", "nan" and hexadecimal forms read 0.

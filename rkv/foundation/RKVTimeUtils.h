@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "rkv/RKVExport.h"
 #include "rkv/foundation/RKVCalendar.h"
 
 namespace rkv {
@@ -21,7 +22,7 @@ enum RKVVASTOffsetType : int64_t {
 };
 
 // A number of seconds split into hours, minutes and seconds.
-struct RKVHoursMinutesSeconds {
+struct RKV_EXPORT RKVHoursMinutesSeconds {
   int64_t hours = 0;
   int64_t minutes = 0;
   int64_t seconds = 0;
@@ -29,7 +30,7 @@ struct RKVHoursMinutesSeconds {
   friend bool operator==(const RKVHoursMinutesSeconds&, const RKVHoursMinutesSeconds&) = default;
 };
 
-class RKVTimeUtils {
+class RKV_EXPORT RKVTimeUtils {
  public:
   // Parsers answer -1.0 for a text they do not accept; an absent text is never accepted.
 

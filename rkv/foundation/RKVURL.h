@@ -10,10 +10,12 @@
 #include <string_view>
 #include <vector>
 
+#include "rkv/RKVExport.h"
+
 namespace rkv {
 
 // One name/value pair of a query, percent-decoded. A pair written without "=" has no value.
-struct RKVURLQueryItem {
+struct RKV_EXPORT RKVURLQueryItem {
   std::string name;
   std::optional<std::string> value;
 
@@ -40,7 +42,7 @@ struct RKVURLQueryItem {
 // authority, a ":" in the first path segment is encoded as %3A so that it cannot read as a
 // scheme. The components below are views into absoluteString(), so they are percent-encoded
 // exactly as it is; they stay valid as long as this object lives.
-class RKVURL {
+class RKV_EXPORT RKVURL {
  public:
   // Parses a URI or relative reference; nullopt when the text is rejected (see above).
   static std::optional<RKVURL> withString(std::string_view text);
@@ -106,7 +108,7 @@ class RKVURL {
 };
 
 // Writes the absolute string.
-std::ostream& operator<<(std::ostream& out, const RKVURL& url);
+RKV_EXPORT std::ostream& operator<<(std::ostream& out, const RKVURL& url);
 
 }  // namespace rkv
 

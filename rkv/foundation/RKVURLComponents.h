@@ -7,11 +7,12 @@
 #include <string_view>
 #include <vector>
 
+#include "rkv/RKVExport.h"
 #include "rkv/foundation/RKVURL.h"
 
 namespace rkv {
 
-class RKVURLComponents {
+class RKV_EXPORT RKVURLComponents {
  public:
   explicit RKVURLComponents(const RKVURL& url);
   // nullopt when the text does not parse as an RKVURL.

@@ -7,12 +7,13 @@
 #include <string>
 #include <string_view>
 
+#include "rkv/RKVExport.h"
 #include "rkv/foundation/RKVColor.h"
 #include "rkv/foundation/RKVError.h"
 
 namespace rkv {
 
-class RKVUtils {
+class RKV_EXPORT RKVUtils {
  public:
   // White space is the horizontal set: tab and the Unicode space separators (U+0020, U+00A0,
   // U+1680, U+2000 to U+200A, U+202F, U+205F, U+3000), never line breaks. Texts are UTF-8.

@@ -13,13 +13,14 @@
 
 #include <fmt/format.h>
 
+#include "rkv/RKVExport.h"
 #include "rkv/foundation/RKVMutex.h"
 #include "rkv/log/RKVLogDataSource.h"
 #include "rkv/log/RKVLogOutput.h"
 
 namespace rkv {
 
-class RKVLog {
+class RKV_EXPORT RKVLog {
  public:
   // The process-wide logger, created on first use: tagged with the framework's name, with the
   // default data source and output, and debug logging on only in a debug build of the library.

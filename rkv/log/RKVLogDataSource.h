@@ -4,11 +4,13 @@
 
 #include <cstdint>
 
+#include "rkv/RKVExport.h"
+
 namespace rkv {
 
 class RKVLog;
 
-class RKVLogDataSource {
+class RKV_EXPORT RKVLogDataSource {
  public:
   virtual ~RKVLogDataSource() = default;
 

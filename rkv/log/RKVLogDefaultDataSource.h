@@ -6,11 +6,12 @@
 #include <cstdint>
 #include <memory>
 
+#include "rkv/RKVExport.h"
 #include "rkv/log/RKVLogDataSource.h"
 
 namespace rkv {
 
-class RKVLogDefaultDataSource : public RKVLogDataSource {
+class RKV_EXPORT RKVLogDefaultDataSource : public RKVLogDataSource {
  public:
   // The process-wide instance, created on first use.
   static std::shared_ptr<RKVLogDefaultDataSource> sharedInstance();

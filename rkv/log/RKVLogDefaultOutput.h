@@ -11,12 +11,13 @@
 #include <string>
 #include <string_view>
 
+#include "rkv/RKVExport.h"
 #include "rkv/foundation/RKVCalendar.h"
 #include "rkv/log/RKVLogOutput.h"
 
 namespace rkv {
 
-class RKVLogDefaultOutput : public RKVLogOutput {
+class RKV_EXPORT RKVLogDefaultOutput : public RKVLogOutput {
  public:
   using Clock = std::function<std::chrono::system_clock::time_point()>;
 

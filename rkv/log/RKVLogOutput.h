@@ -5,9 +5,11 @@
 #include <cstdint>
 #include <string_view>
 
+#include "rkv/RKVExport.h"
+
 namespace rkv {
 
-class RKVLogOutput {
+class RKV_EXPORT RKVLogOutput {
  public:
   virtual ~RKVLogOutput() = default;
 

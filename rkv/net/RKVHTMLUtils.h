@@ -3,11 +3,13 @@
 
 #include <string_view>
 
+#include "rkv/RKVExport.h"
+
 namespace rkv {
 
 // Each test is true when its text occurs anywhere in `script`, compared without regard to the
 // case of ASCII letters.
-class RKVHTMLUtils {
+class RKV_EXPORT RKVHTMLUtils {
  public:
   // 'mraid.js' in single quotes.
   static bool containsMRAIDBridgeSingleQuoteInScript(std::string_view script);

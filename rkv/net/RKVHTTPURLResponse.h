@@ -7,12 +7,13 @@
 #include <string>
 #include <string_view>
 
+#include "rkv/RKVExport.h"
 #include "rkv/foundation/RKVURL.h"
 #include "rkv/net/RKVURLRequest.h"
 
 namespace rkv {
 
-class RKVHTTPURLResponse {
+class RKV_EXPORT RKVHTTPURLResponse {
  public:
   // `headerFields` as received, repeated names allowed: fields of the same name (compared
   // without ASCII case) are joined into the first one's entry with ", ", in order.

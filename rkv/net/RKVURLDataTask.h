@@ -5,9 +5,11 @@
 
 #include <cstdint>
 
+#include "rkv/RKVExport.h"
+
 namespace rkv {
 
-class RKVURLDataTask {
+class RKV_EXPORT RKVURLDataTask {
  public:
   virtual ~RKVURLDataTask() = default;
 

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <string_view>
 
+#include "rkv/RKVExport.h"
 #include "rkv/foundation/RKVError.h"
 
 namespace rkv {
@@ -12,7 +13,7 @@ namespace rkv {
 // Every transport failure reaches callers as an RKVError of domain "NSURLErrorDomain", the name
 // callers compare, with one of the platform's URL loading codes below. Which transport failure
 // gives which code is decided in one table (see docs/ARCHITECTURE.md, "HTTP session").
-class RKVURLError {
+class RKV_EXPORT RKVURLError {
  public:
   static constexpr std::string_view Domain = "NSURLErrorDomain";
 

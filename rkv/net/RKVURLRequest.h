@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "rkv/RKVExport.h"
 #include "rkv/foundation/RKVURL.h"
 
 namespace rkv {
@@ -17,7 +18,7 @@ namespace rkv {
 // Header fields in order, one entry per name.
 using RKVHTTPHeaderFields = std::vector<std::pair<std::string, std::string>>;
 
-class RKVURLRequest {
+class RKV_EXPORT RKVURLRequest {
  public:
   // The platform's cache policies. No answer is ever kept on the device, so every policy but 3
   // is met by loading, and none adds a header field (docs/ARCHITECTURE.md, "HTTP session"): a

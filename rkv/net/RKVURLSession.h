@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "rkv/RKVExport.h"
 #include "rkv/foundation/RKVMutex.h"
 #include "rkv/foundation/RKVURL.h"
 #include "rkv/net/RKVURLRequest.h"
@@ -15,7 +16,7 @@
 
 namespace rkv {
 
-class RKVURLSession {
+class RKV_EXPORT RKVURLSession {
  public:
   static constexpr double DEFAULT_TIMEOUT = 60.0;  // seconds
   static constexpr int64_t DEFAULT_CACHE_POLICY = RKVURLRequest::UseProtocolCachePolicy;

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 
+#include "rkv/RKVExport.h"
 #include "rkv/net/RKVURLSessionProviderProtocol.h"
 
 namespace rkv {
@@ -16,7 +17,7 @@ class RKVCurlSession;
 }
 
 // The limits every request of a provider runs under (docs/ARCHITECTURE.md, "HTTP session").
-struct RKVURLSessionConfiguration {
+struct RKV_EXPORT RKVURLSessionConfiguration {
   // Bytes of body (after content decoding) an answer may have; a longer one fails with -1103 as
   // soon as it goes past, without keeping more. Header fields are capped at 256 KiB apart.
   size_t maximumResponseBytes = 16 * 1024 * 1024;
@@ -30,7 +31,7 @@ struct RKVURLSessionConfiguration {
   std::optional<std::string> certificateAuthorityFile;
 };
 
-class RKVURLSessionProvider final : public RKVURLSessionProviderProtocol {
+class RKV_EXPORT RKVURLSessionProvider final : public RKVURLSessionProviderProtocol {
  public:
   // The process-wide provider with the default configuration, created on first use. It is
   // never destroyed; its network thread is stopped at process exit (see shutdown()).

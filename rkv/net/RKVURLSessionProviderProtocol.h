@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 
+#include "rkv/RKVExport.h"
 #include "rkv/net/RKVURLRequest.h"
 #include "rkv/net/RKVURLSessionResponse.h"
 #include "rkv/net/RKVURLSessionTask.h"
@@ -17,7 +18,7 @@ namespace rkv {
 using RKVURLSessionCompletion =
     std::function<void(RKVURLSessionResponse response, std::shared_ptr<RKVURLSessionTask> task)>;
 
-class RKVURLSessionProviderProtocol {
+class RKV_EXPORT RKVURLSessionProviderProtocol {
  public:
   virtual ~RKVURLSessionProviderProtocol() = default;
 

@@ -6,12 +6,13 @@
 #include <memory>
 #include <optional>
 
+#include "rkv/RKVExport.h"
 #include "rkv/foundation/RKVMutex.h"
 #include "rkv/net/RKVURLDataTask.h"
 
 namespace rkv {
 
-class RKVURLSessionTask {
+class RKV_EXPORT RKVURLSessionTask {
  public:
   // A task that wraps no data task, as test doubles hand out; see testIdentifier().
   RKVURLSessionTask() = default;

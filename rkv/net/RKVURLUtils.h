@@ -10,6 +10,7 @@
 #include <variant>
 #include <vector>
 
+#include "rkv/RKVExport.h"
 #include "rkv/foundation/RKVURL.h"
 
 namespace rkv {
@@ -45,7 +46,7 @@ enum class RKVAppStoreURLType : int {
   None = 3,
 };
 
-class RKVURLUtils {
+class RKV_EXPORT RKVURLUtils {
  public:
   // The base without its trailing slashes, then "/" and the path (one "/" between them whether
   // or not the path starts with one; just "/" without a path), then the parameters as the

@@ -7,17 +7,19 @@
 #include <optional>
 #include <string>
 
+#include "rkv/RKVExport.h"
+
 namespace rkv {
 
 // What an application bundle would say about itself; absent entries are missing.
-struct RKVMainBundleInfo {
+struct RKV_EXPORT RKVMainBundleInfo {
   std::optional<std::string> displayName;         // "CFBundleDisplayName"
   std::optional<std::string> bundleName;          // "CFBundleName"
   std::optional<std::string> shortVersionString;  // "CFBundleShortVersionString"
   std::optional<std::string> bundleIdentifier;    // "CFBundleIdentifier"
 };
 
-class RKVAppInfo {
+class RKV_EXPORT RKVAppInfo {
  public:
   // The process-wide instance, made on first use from the facts set until then.
   static std::shared_ptr<const RKVAppInfo> sharedInstance();

@@ -8,11 +8,12 @@
 #include <string>
 #include <string_view>
 
+#include "rkv/RKVExport.h"
 #include "rkv/platform/RKVDeviceInfoProviderProtocol.h"
 
 namespace rkv {
 
-class RKVDeviceInfo {
+class RKV_EXPORT RKVDeviceInfo {
  public:
   // The process-wide instance over a RKVDeviceInfoProvider, created on first use.
   static std::shared_ptr<const RKVDeviceInfo> sharedInstance();

@@ -6,11 +6,12 @@
 #include <cstdint>
 #include <string>
 
+#include "rkv/RKVExport.h"
 #include "rkv/platform/RKVDeviceInfoProviderProtocol.h"
 
 namespace rkv {
 
-class RKVDeviceInfoProvider : public RKVDeviceInfoProviderProtocol {
+class RKV_EXPORT RKVDeviceInfoProvider : public RKVDeviceInfoProviderProtocol {
  public:
   // uname(2)'s machine ("x86_64", "aarch64"); "" if uname fails.
   std::string currentPlatform() const override;

@@ -5,9 +5,11 @@
 #include <cstdint>
 #include <string>
 
+#include "rkv/RKVExport.h"
+
 namespace rkv {
 
-class RKVDeviceInfoProviderProtocol {
+class RKV_EXPORT RKVDeviceInfoProviderProtocol {
  public:
   virtual ~RKVDeviceInfoProviderProtocol() = default;
 

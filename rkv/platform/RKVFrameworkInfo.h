@@ -5,9 +5,11 @@
 #include <memory>
 #include <string>
 
+#include "rkv/RKVExport.h"
+
 namespace rkv {
 
-class RKVFrameworkInfo {
+class RKV_EXPORT RKVFrameworkInfo {
  public:
   // The process-wide instance, created on first use.
   static std::shared_ptr<const RKVFrameworkInfo> sharedInstance();

@@ -4,9 +4,11 @@
 // it cannot change in a small derived holder). Thread-safety is the deriving type's.
 #pragma once
 
+#include "rkv/RKVExport.h"
+
 namespace rkv {
 
-class RKVConsumableVideoAd {
+class RKV_EXPORT RKVConsumableVideoAd {
  public:
   virtual ~RKVConsumableVideoAd() = default;
 

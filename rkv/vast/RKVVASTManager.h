@@ -29,6 +29,7 @@
 #include <string_view>
 #include <vector>
 
+#include "rkv/RKVExport.h"
 #include "rkv/foundation/RKVError.h"
 #include "rkv/foundation/RKVURL.h"
 #include "rkv/net/RKVURLSession.h"
@@ -48,7 +49,7 @@ namespace rkv {
 // The pixel manager is accepted by one initialiser for compatibility and not used.
 class RKVPixelManager;
 
-class RKVVASTManager : public RKVVASTManagerProtocol {
+class RKV_EXPORT RKVVASTManager : public RKVVASTManagerProtocol {
  public:
   using Ads = std::vector<std::shared_ptr<RKVVASTAd>>;
 

@@ -6,12 +6,13 @@
 
 #include <memory>
 
+#include "rkv/RKVExport.h"
 #include "rkv/vast/RKVConsumableVideoAd.h"
 #include "rkv/vast/model/RKVVASTAd.h"
 
 namespace rkv {
 
-class RKVVASTManagerAdapter {
+class RKV_EXPORT RKVVASTManagerAdapter {
  public:
   virtual ~RKVVASTManagerAdapter() = default;
 

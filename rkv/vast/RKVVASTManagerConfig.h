@@ -7,9 +7,11 @@
 #include <optional>
 #include <string>
 
+#include "rkv/RKVExport.h"
+
 namespace rkv {
 
-class RKVVASTManagerConfig {
+class RKV_EXPORT RKVVASTManagerConfig {
  public:
   static constexpr double DEFAULT_REQUEST_TIMEOUT = 5.0;  // seconds
   static constexpr int64_t DEFAULT_MAXIMUM_WRAPPERS = 5;

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "rkv/RKVExport.h"
 #include "rkv/foundation/RKVError.h"
 #include "rkv/vast/errors/RKVVASTError.h"
 #include "rkv/vast/model/RKVVASTAd.h"
@@ -19,7 +20,7 @@ namespace rkv {
 
 class RKVVASTManager;
 
-class RKVVASTManagerDelegate {
+class RKV_EXPORT RKVVASTManagerDelegate {
  public:
   virtual ~RKVVASTManagerDelegate() = default;
 

@@ -6,12 +6,13 @@
 #include <optional>
 #include <string_view>
 
+#include "rkv/RKVExport.h"
 #include "rkv/foundation/RKVURL.h"
 #include "rkv/vast/RKVVASTManagerResponse.h"
 
 namespace rkv {
 
-class RKVVASTManagerProtocol {
+class RKV_EXPORT RKVVASTManagerProtocol {
  public:
   virtual ~RKVVASTManagerProtocol() = default;
 

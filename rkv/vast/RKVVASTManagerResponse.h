@@ -6,12 +6,13 @@
 #include <optional>
 #include <utility>
 
+#include "rkv/RKVExport.h"
 #include "rkv/foundation/RKVError.h"
 #include "rkv/vast/RKVConsumableVideoAd.h"
 
 namespace rkv {
 
-class RKVVASTManagerResponse {
+class RKV_EXPORT RKVVASTManagerResponse {
  public:
   RKVVASTManagerResponse(std::shared_ptr<RKVConsumableVideoAd> ad, std::optional<RKVError> error)
       : ad_(std::move(ad)), error_(std::move(error)) {}

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "rkv/RKVExport.h"
 #include "rkv/foundation/RKVError.h"
 #include "rkv/vast/model/RKVVASTAd.h"
 #include "rkv/vast/model/RKVVASTErrorHandler.h"
@@ -17,7 +18,7 @@
 
 namespace rkv {
 
-class RKVVASTModel {
+class RKV_EXPORT RKVVASTModel {
  public:
   using Ads = std::vector<std::shared_ptr<RKVVASTAd>>;
 

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string_view>
 
+#include "rkv/RKVExport.h"
 #include "rkv/foundation/RKVURL.h"
 #include "rkv/net/RKVURLSession.h"
 #include "rkv/vast/RKVVASTParserResponse.h"
@@ -14,7 +15,7 @@
 
 namespace rkv {
 
-class RKVVASTModelGenerator {
+class RKV_EXPORT RKVVASTModelGenerator {
  public:
   // On the shared session, not for a wrapper.
   RKVVASTModelGenerator();

@@ -6,12 +6,13 @@
 #include <optional>
 #include <string_view>
 
+#include "rkv/RKVExport.h"
 #include "rkv/vast/RKVVASTParserResponse.h"
 #include "rkv/vast/model/RKVVASTErrorHandler.h"
 
 namespace rkv {
 
-class RKVVASTParser {
+class RKV_EXPORT RKVVASTParser {
  public:
   // `isWrapper`: the bytes answer a wrapper's ad-tag URI (selects the wrapper forms of the
   // errors). nullopt bytes: VAST_VPAID_ERROR_FETCH and error 5032 "Unexpected response.".

@@ -5,12 +5,13 @@
 #include <memory>
 #include <optional>
 
+#include "rkv/RKVExport.h"
 #include "rkv/foundation/RKVError.h"
 #include "rkv/vast/RKVVASTModel.h"
 
 namespace rkv {
 
-class RKVVASTParserResponse {
+class RKV_EXPORT RKVVASTParserResponse {
  public:
   RKVVASTParserResponse(std::shared_ptr<RKVVASTModel> model, std::optional<RKVError> error)
       : model_(std::move(model)), error_(std::move(error)) {}

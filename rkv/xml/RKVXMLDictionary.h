@@ -17,6 +17,7 @@
 #include <variant>
 #include <vector>
 
+#include "rkv/RKVExport.h"
 #include "rkv/xml/internal/RKVInlineVector.h"
 
 namespace rkv {
@@ -32,7 +33,7 @@ using RKVXMLArrayPtr = std::shared_ptr<RKVXMLArray>;
 
 // One value of the tree. Copying a value shares its dictionary or list (like an object
 // reference); strings are copied.
-class RKVXMLValue {
+class RKV_EXPORT RKVXMLValue {
  public:
   RKVXMLValue() = default;  // absent
   RKVXMLValue(std::string string) : value_(std::move(string)) {}
@@ -68,7 +69,7 @@ class RKVXMLValue {
 };
 
 // A mutable list of values.
-class RKVXMLArray {
+class RKV_EXPORT RKVXMLArray {
  public:
   RKVXMLArray() = default;
   explicit RKVXMLArray(std::vector<RKVXMLValue> items);
@@ -104,7 +105,7 @@ class RKVXMLArray {
 // Besides the container operations it offers the tree's read-back operations (the rkv_ family)
 // that interpret the reserved keys: "__name", "__text", "__attributes", "__comments" and
 // "_"-prefixed attributes.
-class RKVXMLDictionary {
+class RKV_EXPORT RKVXMLDictionary {
  public:
   using Entry = std::pair<std::string, RKVXMLValue>;
 
@@ -191,6 +192,6 @@ class RKVXMLDictionary {
 };
 
 // The text with "&", "<", ">", "\"" and "'" escaped as XML entities (ampersand first).
-std::string rkv_XMLEncodedString(std::string_view text);
+RKV_EXPORT std::string rkv_XMLEncodedString(std::string_view text);
 
 }  // namespace rkv

@@ -15,6 +15,7 @@
 #include <string>
 #include <string_view>
 
+#include "rkv/RKVExport.h"
 #include "rkv/xml/RKVXMLDictionary.h"
 #include "rkv/xml/RKVXMLPushParser.h"
 
@@ -35,7 +36,7 @@ enum RKVXMLDictionaryNodeNameMode : int64_t {
   RKVXMLDictionaryNodeNameModeNever = 2,  // also any other value
 };
 
-class RKVXMLDictionaryParser {
+class RKV_EXPORT RKVXMLDictionaryParser {
  public:
   struct Options {
     bool collapseTextNodes = false;

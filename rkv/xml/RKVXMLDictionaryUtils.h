@@ -10,11 +10,12 @@
 #include <string>
 #include <string_view>
 
+#include "rkv/RKVExport.h"
 #include "rkv/xml/RKVXMLDictionary.h"
 
 namespace rkv {
 
-class RKVXMLDictionaryUtils {
+class RKV_EXPORT RKVXMLDictionaryUtils {
  public:
   // The list under the key, or null when the value is absent or not a list.
   static const RKVXMLArray* findArrayForKey(std::string_view key,

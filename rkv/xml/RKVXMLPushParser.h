@@ -12,10 +12,12 @@
 #include <string>
 #include <string_view>
 
+#include "rkv/RKVExport.h"
+
 namespace rkv {
 
 // The attributes of a start tag, in document order. Valid only during the callback.
-class RKVXMLAttributes {
+class RKV_EXPORT RKVXMLAttributes {
  public:
   explicit RKVXMLAttributes(const char* const* pairs) : pairs_(pairs) {}
   bool empty() const { return !pairs_ || !pairs_[0]; }
@@ -39,7 +41,7 @@ class RKVXMLAttributes {
 };
 
 // Why a parse failed.
-struct RKVXMLParseError {
+struct RKV_EXPORT RKVXMLParseError {
   int64_t code = 0;  // expat's error code, or kDepthLimitExceeded
   std::string description;
   uint64_t line = 0;
@@ -50,7 +52,7 @@ struct RKVXMLParseError {
 
 // Receives the parser's events. Text may arrive in several pieces; CDATA content arrives through
 // foundCDATA. All strings are UTF-8 and valid only during the callback.
-class RKVXMLPushParserDelegate {
+class RKV_EXPORT RKVXMLPushParserDelegate {
  public:
   virtual ~RKVXMLPushParserDelegate() = default;
   virtual void didStartElement(std::string_view name, const RKVXMLAttributes& attributes) = 0;
@@ -61,7 +63,7 @@ class RKVXMLPushParserDelegate {
   virtual void parseErrorOccurred(const RKVXMLParseError& error) = 0;
 };
 
-class RKVXMLPushParser {
+class RKV_EXPORT RKVXMLPushParser {
  public:
   // The default limit on element nesting. The reader's writers and comparisons are iterative or
   // bounded by it; real VAST documents nest about a dozen levels.

@@ -37,7 +37,9 @@ std::shared_ptr<RKVCurlSession> RKVCurlSession::create(RKVURLSessionConfiguratio
   std::shared_ptr<RKVCurlSession> session(new RKVCurlSession(std::move(configuration)));
   RKVMutexLock lock(session->joinMutex_);
   try {
-    session->thread_ = std::thread(&RKVCurlSession::run, session);
+    // A lambda rather than &run: std::thread's state type for a function pointer taking an
+    // internal type would be exported from the shared library.
+    session->thread_ = std::thread([self = session]() mutable { run(std::move(self)); });
   } catch (const std::system_error&) {
     // No thread to run anything: every request ends at once (see RKVCurlTransfer::resume).
     RKVMutexLock stateLock(session->mutex_);

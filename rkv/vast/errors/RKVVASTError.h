@@ -8,11 +8,12 @@
 #include <utility>
 #include <vector>
 
+#include "rkv/RKVExport.h"
 #include "rkv/foundation/RKVError.h"
 
 namespace rkv {
 
-class RKVVASTError {
+class RKV_EXPORT RKVVASTError {
  public:
   // Stores the four values as given; nothing is validated. A VAST code of -1 means that the
   // failure has no IAB code (the record then carries the vendor code, and no error pixel is

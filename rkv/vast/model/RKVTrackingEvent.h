@@ -4,12 +4,13 @@
 
 #include <string>
 
+#include "rkv/RKVExport.h"
 #include "rkv/foundation/RKVURL.h"
 
 namespace rkv {
 
 // An event that turns into one URL call when it happens.
-class RKVTrackingEvent {
+class RKV_EXPORT RKVTrackingEvent {
  public:
   virtual ~RKVTrackingEvent() = default;
 
@@ -26,7 +27,7 @@ class RKVTrackingEvent {
 };
 
 // An event that may also fire by itself at a position of the media.
-class RKVVideoTrackingEvent : public RKVTrackingEvent {
+class RKV_EXPORT RKVVideoTrackingEvent : public RKVTrackingEvent {
  public:
   // Seconds from the start of the media at which the event fires; negative when the event is not
   // fired by time.

@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "rkv/RKVExport.h"
 #include "rkv/foundation/RKVError.h"
 #include "rkv/vast/model/RKVVASTAdExtension.h"
 #include "rkv/vast/model/RKVVASTAdVerification.h"
@@ -28,7 +29,7 @@
 
 namespace rkv {
 
-class RKVVASTAd {
+class RKV_EXPORT RKVVASTAd {
  public:
   RKVVASTAd() = default;
   virtual ~RKVVASTAd() = default;

@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "rkv/RKVExport.h"
 #include "rkv/foundation/RKVURL.h"
 #include "rkv/vast/model/RKVVASTAdExtensionAdVerification.h"
 #include "rkv/vast/model/RKVVASTTrackingEvent.h"
@@ -19,7 +20,7 @@
 
 namespace rkv {
 
-class RKVVASTAdExtension {
+class RKV_EXPORT RKVVASTAdExtension {
  public:
   using Metrics = std::vector<std::shared_ptr<RKVVASTTrackingEvent>>;
   using AdVerifications = std::vector<std::shared_ptr<RKVVASTAdExtensionAdVerification>>;

@@ -7,11 +7,12 @@
 #include <string>
 #include <string_view>
 
+#include "rkv/RKVExport.h"
 #include "rkv/foundation/RKVURL.h"
 
 namespace rkv {
 
-class RKVVASTAdExtensionAdVerification {
+class RKV_EXPORT RKVVASTAdExtensionAdVerification {
  public:
   explicit RKVVASTAdExtensionAdVerification(
       RKVURL javascriptResourceURL, std::optional<std::string> vendor = std::nullopt,

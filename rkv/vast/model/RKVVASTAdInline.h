@@ -4,11 +4,12 @@
 
 #include <memory>
 
+#include "rkv/RKVExport.h"
 #include "rkv/vast/model/RKVVASTAd.h"
 
 namespace rkv {
 
-class RKVVASTAdInline : public RKVVASTAd {
+class RKV_EXPORT RKVVASTAdInline : public RKVVASTAd {
  public:
   // Reads the Ad element. Without an InLine child: the error place gets the record of
   // XML_PARSING_ERROR, the handler receives it with an empty list, and the result is null.

@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "rkv/RKVExport.h"
 #include "rkv/foundation/RKVURL.h"
 #include "rkv/vast/model/RKVVASTAdVerificationEvent.h"
 #include "rkv/vast/model/RKVVASTAdVerificationResource.h"
@@ -16,7 +17,7 @@
 
 namespace rkv {
 
-class RKVVASTAdVerification {
+class RKV_EXPORT RKVVASTAdVerification {
  public:
   using Resources = std::vector<std::shared_ptr<RKVVASTAdVerificationResource>>;
   using Events = std::vector<std::shared_ptr<RKVVASTAdVerificationEvent>>;

@@ -7,13 +7,14 @@
 #include <string>
 #include <string_view>
 
+#include "rkv/RKVExport.h"
 #include "rkv/foundation/RKVURL.h"
 #include "rkv/vast/model/RKVTrackingEvent.h"
 #include "rkv/xml/RKVXMLDictionary.h"
 
 namespace rkv {
 
-class RKVVASTAdVerificationEvent : public RKVTrackingEvent {
+class RKV_EXPORT RKVVASTAdVerificationEvent : public RKVTrackingEvent {
  public:
   // The event, or null unless the name is "verificationNotExecuted". isEventConsumable is
   // isEventConsumableFromName(name), worked out (and logged for an unknown name) before the name

@@ -9,12 +9,13 @@
 #include <string>
 #include <string_view>
 
+#include "rkv/RKVExport.h"
 #include "rkv/foundation/RKVURL.h"
 #include "rkv/xml/RKVXMLDictionary.h"
 
 namespace rkv {
 
-class RKVVASTAdVerificationResource {
+class RKV_EXPORT RKVVASTAdVerificationResource {
  public:
   // Stores the fields as given. The type is carried, compared and archived but tells nothing:
   // resources built from XML all have type 0 and differ by executableType and apiFramework.

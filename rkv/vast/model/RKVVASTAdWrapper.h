@@ -5,11 +5,12 @@
 #include <memory>
 #include <optional>
 
+#include "rkv/RKVExport.h"
 #include "rkv/vast/model/RKVVASTAd.h"
 
 namespace rkv {
 
-class RKVVASTAdWrapper : public RKVVASTAd {
+class RKV_EXPORT RKVVASTAdWrapper : public RKVVASTAd {
  public:
   // Reads the Ad element. Without a Wrapper child: as RKVVASTAdInline but with
   // XML_PARSING_ERROR_WRAPPER, and null.

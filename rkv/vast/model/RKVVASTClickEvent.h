@@ -6,11 +6,12 @@
 #include <string>
 #include <string_view>
 
+#include "rkv/RKVExport.h"
 #include "rkv/foundation/RKVURL.h"
 
 namespace rkv {
 
-class RKVVASTClickEvent {
+class RKV_EXPORT RKVVASTClickEvent {
  public:
   RKVVASTClickEvent(std::string type, RKVURL url);
 

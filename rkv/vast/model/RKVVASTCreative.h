@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "rkv/RKVExport.h"
 #include "rkv/foundation/RKVError.h"
 #include "rkv/vast/model/RKVVASTErrorHandler.h"
 #include "rkv/vast/model/RKVVASTTrackingEvent.h"
@@ -22,7 +23,7 @@ namespace rkv {
 
 using RKVVASTTrackingEventList = std::vector<std::shared_ptr<RKVVASTTrackingEvent>>;
 
-class RKVVASTCreative {
+class RKV_EXPORT RKVVASTCreative {
  public:
   // An empty creative: empty lists, no click-through.
   RKVVASTCreative() = default;

@@ -6,12 +6,13 @@
 #include <optional>
 #include <string>
 
+#include "rkv/RKVExport.h"
 #include "rkv/vast/model/RKVVASTCreative.h"
 #include "rkv/vast/model/internal/RKVCreativeResource.h"
 
 namespace rkv {
 
-class RKVVASTCreativeCompanion : public RKVVASTCreative {
+class RKV_EXPORT RKVVASTCreativeCompanion : public RKVVASTCreative {
  public:
   // An empty creative: no fields, no resource.
   RKVVASTCreativeCompanion() = default;

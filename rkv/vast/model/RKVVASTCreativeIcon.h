@@ -6,12 +6,13 @@
 #include <optional>
 #include <string>
 
+#include "rkv/RKVExport.h"
 #include "rkv/vast/model/RKVVASTCreative.h"
 #include "rkv/vast/model/internal/RKVCreativeResource.h"
 
 namespace rkv {
 
-class RKVVASTCreativeIcon : public RKVVASTCreative {
+class RKV_EXPORT RKVVASTCreativeIcon : public RKVVASTCreative {
  public:
   // An empty creative: no fields, no resource.
   RKVVASTCreativeIcon() = default;

@@ -8,13 +8,14 @@
 #include <string>
 #include <vector>
 
+#include "rkv/RKVExport.h"
 #include "rkv/vast/model/RKVVASTCreative.h"
 #include "rkv/vast/model/RKVVASTCreativeIcon.h"
 #include "rkv/vast/model/RKVVASTMediaFile.h"
 
 namespace rkv {
 
-class RKVVASTCreativeLinear : public RKVVASTCreative {
+class RKV_EXPORT RKVVASTCreativeLinear : public RKVVASTCreative {
  public:
   // An empty creative: no fields, no media files.
   RKVVASTCreativeLinear() = default;

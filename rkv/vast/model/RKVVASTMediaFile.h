@@ -6,12 +6,13 @@
 #include <optional>
 #include <string>
 
+#include "rkv/RKVExport.h"
 #include "rkv/foundation/RKVURL.h"
 #include "rkv/xml/RKVXMLDictionary.h"
 
 namespace rkv {
 
-class RKVVASTMediaFile {
+class RKV_EXPORT RKVVASTMediaFile {
  public:
   // Reads the element's attributes and its text as the URL (RKVVASTURL::fromXML). Null unless
   // the result isValid.

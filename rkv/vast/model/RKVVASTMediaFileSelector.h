@@ -7,11 +7,12 @@
 #include <memory>
 #include <vector>
 
+#include "rkv/RKVExport.h"
 #include "rkv/vast/model/RKVVASTMediaFile.h"
 
 namespace rkv {
 
-class RKVVASTMediaFileSelector {
+class RKV_EXPORT RKVVASTMediaFileSelector {
  public:
   // The network access type the network information reports for Wi-Fi: a caller that does not
   // give one is treated as well connected.

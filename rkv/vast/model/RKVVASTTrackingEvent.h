@@ -10,13 +10,14 @@
 #include <string_view>
 #include <vector>
 
+#include "rkv/RKVExport.h"
 #include "rkv/foundation/RKVURL.h"
 #include "rkv/vast/model/RKVTrackingEvent.h"
 #include "rkv/xml/RKVXMLDictionary.h"
 
 namespace rkv {
 
-class RKVVASTTrackingEvent : public RKVVideoTrackingEvent {
+class RKV_EXPORT RKVVASTTrackingEvent : public RKVVideoTrackingEvent {
  public:
   // isEventConsumable is isEventConsumableFromName(name); eventOffset -1.0 when not given.
   RKVVASTTrackingEvent(std::string name, std::optional<std::string> offset, RKVURL url,

@@ -7,12 +7,13 @@
 #include <string_view>
 #include <utility>
 
+#include "rkv/RKVExport.h"
 #include "rkv/foundation/RKVURL.h"
 #include "rkv/xml/RKVXMLDictionary.h"
 
 namespace rkv {
 
-class RKVVASTURL {
+class RKV_EXPORT RKVVASTURL {
  public:
   explicit RKVVASTURL(RKVURL url) : url_(std::move(url)) {}
 

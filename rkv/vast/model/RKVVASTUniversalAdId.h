@@ -6,11 +6,12 @@
 #include <string>
 #include <string_view>
 
+#include "rkv/RKVExport.h"
 #include "rkv/xml/RKVXMLDictionary.h"
 
 namespace rkv {
 
-class RKVVASTUniversalAdId {
+class RKV_EXPORT RKVVASTUniversalAdId {
  public:
   // nullopt when the pair is not isValid.
   static std::optional<RKVVASTUniversalAdId> withRegistry(std::string registry, std::string value);

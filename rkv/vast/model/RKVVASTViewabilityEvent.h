@@ -6,12 +6,13 @@
 #include <string>
 #include <string_view>
 
+#include "rkv/RKVExport.h"
 #include "rkv/foundation/RKVURL.h"
 #include "rkv/vast/model/RKVTrackingEvent.h"
 
 namespace rkv {
 
-class RKVVASTViewabilityEvent : public RKVTrackingEvent {
+class RKV_EXPORT RKVVASTViewabilityEvent : public RKVTrackingEvent {
  public:
   // isEventConsumable is isEventConsumableFromName(name).
   RKVVASTViewabilityEvent(std::string name, RKVURL url);
