@@ -16,25 +16,26 @@
 
 #include <string_view>
 
+#include "rkv/RKVExport.h"
 #include "rkv/foundation/RKVMainLoop.h"
 
 namespace rkv {
 
 // True on the thread driving `loop`.
-bool isMainThread(const RKVMainLoop& loop);
+RKV_EXPORT bool isMainThread(const RKVMainLoop& loop);
 // True on the thread driving the shared loop (RKVMainLoop::sharedInstance()).
-bool isMainThread();
+RKV_EXPORT bool isMainThread();
 
 // The check behind RKV_ASSERT_MAIN_THREAD: true on the main thread of `loop`; elsewhere it
 // reports `operation` at error level, aborts when violations abort, and returns false.
-bool assertMainThread(const RKVMainLoop& loop, std::string_view operation);
+RKV_EXPORT bool assertMainThread(const RKVMainLoop& loop, std::string_view operation);
 // The same for the shared loop.
-bool assertMainThread(std::string_view operation);
+RKV_EXPORT bool assertMainThread(std::string_view operation);
 
 // Whether a failed assertion aborts the process. Defaults to true in builds of the library
 // without NDEBUG, false otherwise.
-void setMainThreadViolationsAbort(bool abort);
-bool mainThreadViolationsAbort();
+RKV_EXPORT void setMainThreadViolationsAbort(bool abort);
+RKV_EXPORT bool mainThreadViolationsAbort();
 
 }  // namespace rkv
 

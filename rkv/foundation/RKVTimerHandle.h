@@ -4,6 +4,7 @@
 
 #include <memory>
 
+#include "rkv/RKVExport.h"
 #include "rkv/foundation/RKVClock.h"
 
 namespace rkv {
@@ -12,7 +13,7 @@ namespace internal {
 class RKVTimerState;
 }
 
-class RKVTimerHandle {
+class RKV_EXPORT RKVTimerHandle {
  public:
   RKVTimerHandle() = default;
   // Made by the loop or queue that scheduled the callback.

@@ -6,12 +6,13 @@
 #include <cstdint>
 #include <string_view>
 
+#include "rkv/RKVExport.h"
 #include "rkv/foundation/RKVError.h"
 
 namespace rkv {
 
 // Every record of the VAST layers has the domain "RKVVASTErrorDomain", the name callers compare.
-class RKVVASTErrorCodes {
+class RKV_EXPORT RKVVASTErrorCodes {
  public:
   static constexpr std::string_view Domain = "RKVVASTErrorDomain";
 

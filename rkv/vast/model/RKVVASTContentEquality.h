@@ -5,6 +5,7 @@
 // nothing changes the objects meanwhile.
 #pragma once
 
+#include "rkv/RKVExport.h"
 #include "rkv/vast/model/RKVVASTAd.h"
 #include "rkv/vast/model/RKVVASTCreativeCompanion.h"
 #include "rkv/vast/model/RKVVASTCreativeIcon.h"
@@ -17,14 +18,16 @@ namespace rkv {
 // The kind (inline, wrapper or neither), the attributes and texts, validity, wrapper depth, the
 // ad-tag URL of a wrapper, every list (impressions, error pixels, viewability events, creatives of
 // each kind, verifications) and the extension.
-bool isEqualContent(const RKVVASTAd& a, const RKVVASTAd& b);
+RKV_EXPORT bool isEqualContent(const RKVVASTAd& a, const RKVVASTAd& b);
 // The attributes, texts and resources, the media files and icons of a linear creative, and what
 // every creative carries (tracking events, click-through, click tracking, universal ad ids).
-bool isEqualContent(const RKVVASTCreativeLinear& a, const RKVVASTCreativeLinear& b);
-bool isEqualContent(const RKVVASTCreativeNonLinear& a, const RKVVASTCreativeNonLinear& b);
-bool isEqualContent(const RKVVASTCreativeCompanion& a, const RKVVASTCreativeCompanion& b);
-bool isEqualContent(const RKVVASTCreativeIcon& a, const RKVVASTCreativeIcon& b);
+RKV_EXPORT bool isEqualContent(const RKVVASTCreativeLinear& a, const RKVVASTCreativeLinear& b);
+RKV_EXPORT bool isEqualContent(const RKVVASTCreativeNonLinear& a,
+                               const RKVVASTCreativeNonLinear& b);
+RKV_EXPORT bool isEqualContent(const RKVVASTCreativeCompanion& a,
+                               const RKVVASTCreativeCompanion& b);
+RKV_EXPORT bool isEqualContent(const RKVVASTCreativeIcon& a, const RKVVASTCreativeIcon& b);
 // Every attribute and the URL.
-bool isEqualContent(const RKVVASTMediaFile& a, const RKVVASTMediaFile& b);
+RKV_EXPORT bool isEqualContent(const RKVVASTMediaFile& a, const RKVVASTMediaFile& b);
 
 }  // namespace rkv
