@@ -6,6 +6,10 @@
 
 #if defined(__GNUC__) || defined(__clang__)
 #define RKV_EXPORT __attribute__((visibility("default")))
+// Keeps a member or nested class of an exported class inside the library (its implementation
+// types, constructors taking internal types).
+#define RKV_HIDDEN __attribute__((visibility("hidden")))
 #else
 #define RKV_EXPORT
+#define RKV_HIDDEN
 #endif

@@ -46,7 +46,7 @@ constexpr size_t kCompactionThreshold = 64;
 
 }  // namespace
 
-struct RKVMainLoop::Impl {
+struct RKV_HIDDEN RKVMainLoop::Impl {
   // What one round of processing may run: handlers and timers queued before the round (or, in
   // poll(), before the poll) and timers due by `now`.
   struct Limits {

@@ -17,7 +17,7 @@ class RKV_EXPORT RKVTimerHandle {
  public:
   RKVTimerHandle() = default;
   // Made by the loop or queue that scheduled the callback.
-  explicit RKVTimerHandle(std::shared_ptr<internal::RKVTimerState> state);
+  RKV_HIDDEN explicit RKVTimerHandle(std::shared_ptr<internal::RKVTimerState> state);
 
   // Makes sure the callback does not start after this returns; its captured state is released.
   // Returns true when this call prevented it from running, false when it has run, is running,

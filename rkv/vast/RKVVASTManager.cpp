@@ -47,7 +47,7 @@ Deadline deadlineFrom(const RKVVASTManagerConfig& config) {
 
 // The manager's state and logic. The public object is a shell around it so that background tasks
 // can keep what they use alive after the manager is gone.
-class RKVVASTManager::Core : public std::enable_shared_from_this<Core> {
+class RKV_HIDDEN RKVVASTManager::Core : public std::enable_shared_from_this<Core> {
  public:
   explicit Core(RKVVASTManager* owner) : owner_(owner) {}
 

@@ -8,9 +8,6 @@
 #include <string_view>
 #include <vector>
 
-#include "rkv/log/RKVLog.h"
-#include "rkv/log/RKVLogDataSource.h"
-#include "rkv/log/RKVLogOutput.h"
 #include "rkv/net/RKVURLSessionProvider.h"
 #include "rkv/net/RKVURLSessionProviderProtocol.h"
 
@@ -59,45 +56,6 @@ class RKVCompletionRecorder {
     std::vector<RKVRecordedCompletion> completions;
   };
   std::shared_ptr<State> state_;
-};
-
-// Captures the error-level lines the shared console log writes while it lives (the way host
-// code that throws is reported); the log's output and data source come back when it ends.
-class RKVErrorLogCapture {
- public:
-  RKVErrorLogCapture() {
-    log_->setOutput(output_);
-    log_->setDataSource(output_);
-  }
-  ~RKVErrorLogCapture() {
-    log_->setOutput(previousOutput_);
-    log_->setDataSource(previousDataSource_);
-  }
-  RKVErrorLogCapture(const RKVErrorLogCapture&) = delete;
-  RKVErrorLogCapture& operator=(const RKVErrorLogCapture&) = delete;
-
-  std::vector<std::string> lines() const {
-    std::lock_guard lock(output_->mutex);
-    return output_->lines;
-  }
-
- private:
-  static constexpr int64_t kErrorLevel = 2;
-  struct Output : RKVLogOutput, RKVLogDataSource {
-    void logMessage(std::string_view message, int64_t level, std::string_view) override {
-      std::lock_guard lock(mutex);
-      if (level == kErrorLevel) lines.emplace_back(message);
-    }
-    bool shouldLogMessageWithLevel(const RKVLog&, int64_t level) override {
-      return level == kErrorLevel;
-    }
-    mutable std::mutex mutex;
-    std::vector<std::string> lines;
-  };
-  std::shared_ptr<RKVLog> log_ = RKVLog::sharedInstance();
-  std::shared_ptr<Output> output_ = std::make_shared<Output>();
-  std::shared_ptr<RKVLogOutput> previousOutput_ = log_->output();
-  std::shared_ptr<RKVLogDataSource> previousDataSource_ = log_->dataSource();
 };
 
 }  // namespace rkv::test

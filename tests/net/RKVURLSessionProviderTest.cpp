@@ -13,6 +13,7 @@
 #include "rkv/net/RKVURLSessionProvider.h"
 
 #include "tests/net/RKVNetTestSupport.h"
+#include "tests/support/RKVLogCapture.h"
 #include "tests/support/RKVTestHTTPServer.h"
 #include "tests/support/RKVTestTLSServer.h"
 
@@ -273,7 +274,7 @@ TEST_F(RKVURLSessionProviderTest, CancelEndsARequestOnceAndDroppingTheTaskDoesNo
 
 TEST_F(RKVURLSessionProviderTest, ACompletionThatThrowsIsReportedAndTheThreadGoesOn) {
   server_.setRoute("/ok", RKVTestRoute::answer(200, "ok"));
-  test::RKVErrorLogCapture errors;
+  test::RKVLogCapture errors;
   test::RKVTestEvent thrown;
   provider_->dataRequest(request("/ok"), [&](RKVURLSessionResponse, auto) {
     thrown.set();
@@ -282,7 +283,7 @@ TEST_F(RKVURLSessionProviderTest, ACompletionThatThrowsIsReportedAndTheThreadGoe
   ASSERT_TRUE(thrown.wait());
   // The network thread survived and still runs completions.
   EXPECT_EQ(fetch(request("/ok")).response.data, "ok");
-  auto lines = errors.lines();
+  auto lines = errors.errorMessages();
   ASSERT_EQ(lines.size(), 1u);
   EXPECT_NE(lines[0].find("host failure"), std::string::npos) << lines[0];
 }

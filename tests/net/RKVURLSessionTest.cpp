@@ -23,6 +23,7 @@
 #include "rkv/net/internal/RKVRequestTimeout.h"
 
 #include "tests/net/RKVNetTestSupport.h"
+#include "tests/support/RKVLogCapture.h"
 #include "tests/support/RKVTestHTTPServer.h"
 
 namespace rkv {
@@ -204,14 +205,14 @@ TEST(RKVURLSessionTest, AProviderThatThrowsIsReportedAndAnswersNothing) {
     RKVURLSessionCompletion kept;
   };
   RKVURLSession session(std::make_shared<RKVThrowingProvider>());
-  test::RKVErrorLogCapture errors;
+  test::RKVLogCapture errors;
   RKVCompletionRecorder recorder;
   EXPECT_EQ(session.asynchronousDataRequestWithURL(kURL, recorder.handler()), nullptr);
   auto response = session.synchronousDataRequestWithURL(kURL, 0, 600);
   ASSERT_TRUE(response.error);
   EXPECT_EQ(response.error->domain, RKVURLError::SessionDomain);
   EXPECT_EQ(response.error->code, RKVURLError::NoResponse);
-  EXPECT_EQ(errors.lines().size(), 2u);
+  EXPECT_EQ(errors.errorMessages().size(), 2u);
 
   // A data task that throws is reported too; the task answers as if it had none.
   struct RKVThrowingDataTask final : RKVURLDataTask {
@@ -223,7 +224,7 @@ TEST(RKVURLSessionTest, AProviderThatThrowsIsReportedAndAnswersNothing) {
   task.resume();
   task.cancel();
   EXPECT_FALSE(task.identifier());
-  EXPECT_EQ(errors.lines().size(), 5u);
+  EXPECT_EQ(errors.errorMessages().size(), 5u);
 }
 
 TEST(RKVURLSessionSharedDeathTest, ExitEndsTheSharedProvidersRequestsInFlight) {

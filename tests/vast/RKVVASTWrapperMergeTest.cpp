@@ -16,11 +16,10 @@
 #include <sys/resource.h>
 
 #include "rkv/foundation/RKVBackgroundExecutor.h"
-#include "rkv/log/RKVLog.h"
-#include "rkv/log/RKVLogOutput.h"
 #include "rkv/net/RKVURLSessionProvider.h"
 #include "rkv/vast/RKVVASTManager.h"
 
+#include "tests/support/RKVLogCapture.h"
 #include "tests/support/RKVTestHTTPServer.h"
 
 namespace rkv {
@@ -49,41 +48,6 @@ class PassThroughAdapter : public RKVVASTManagerAdapter {
       const std::shared_ptr<RKVVASTAd>& ad) override {
     return std::make_shared<HandedOutAd>(ad);
   }
-};
-
-// The warning lines the console log writes while the capture lives.
-class WarningCapture {
- public:
-  WarningCapture() {
-    log_->setOutput(output_);
-    log_->setDataSource(output_);
-  }
-  ~WarningCapture() {
-    log_->setOutput(previousOutput_);
-    log_->setDataSource(previousDataSource_);
-  }
-  WarningCapture(const WarningCapture&) = delete;
-  WarningCapture& operator=(const WarningCapture&) = delete;
-
-  std::vector<std::string> warnings() const {
-    std::lock_guard lock(output_->mutex);
-    return output_->warnings;
-  }
-
- private:
-  struct Output : RKVLogOutput, RKVLogDataSource {
-    void logMessage(std::string_view message, int64_t level, std::string_view) override {
-      std::lock_guard lock(mutex);
-      if (level == 3) warnings.emplace_back(message);
-    }
-    bool shouldLogMessageWithLevel(const RKVLog&, int64_t) override { return true; }
-    std::mutex mutex;
-    std::vector<std::string> warnings;
-  };
-  std::shared_ptr<RKVLog> log_ = RKVLog::sharedInstance();
-  std::shared_ptr<Output> output_ = std::make_shared<Output>();
-  std::shared_ptr<RKVLogOutput> previousOutput_ = log_->output();
-  std::shared_ptr<RKVLogDataSource> previousDataSource_ = log_->dataSource();
 };
 
 const char* const kEventNames[] = {"start",      "firstQuartile", "midpoint", "thirdQuartile",
@@ -175,7 +139,7 @@ TEST_F(RKVVASTWrapperMergeTest, ARealChainMergesEveryLevelIntoTheInlineCreative)
   server_.setRoute("/w3",
                    RKVTestRoute::answer(200, levelXML("w3", server_.url("/i"), 1, 2, shared)));
   server_.setRoute("/i", RKVTestRoute::answer(200, levelXML("i", "", 1, 1, inlineOnly)));
-  WarningCapture log;
+  test::RKVLogCapture log;
 
   auto ad = firstAd(levelXML("w1", server_.url("/w2"), 1, 2, shared), 5);
   ASSERT_TRUE(ad);
@@ -202,7 +166,7 @@ TEST_F(RKVVASTWrapperMergeTest, ARealChainMergesEveryLevelIntoTheInlineCreative)
   EXPECT_EQ(impressions, (std::vector<std::string>{"http://i.example/i", "http://i.example/w3",
                                                    "http://i.example/w2", "http://i.example/w1"}));
   EXPECT_EQ(ad->mergedEntryCount(), 6u + 3u);  // six events, three impressions
-  EXPECT_EQ(log.warnings(), std::vector<std::string>{});
+  EXPECT_EQ(log.messages(3), std::vector<std::string>{});
 }
 
 // Five wrappers of 20 linear creatives with 20 events each, then an inline ad of the same shape.
@@ -218,7 +182,7 @@ TEST_F(RKVVASTWrapperMergeTest, AChainBuiltToGrowStaysBounded) {
     server_.setRoute("/" + levels[n],
                      RKVTestRoute::answer(200, levelXML(levels[n], next, kCreatives, kEvents)));
   }
-  WarningCapture log;
+  test::RKVLogCapture log;
   const long peakBefore = peakResidentKiB();
 
   auto ad = firstAd(levelXML("w1", server_.url("/w2"), kCreatives, kEvents), 5);
@@ -257,7 +221,7 @@ TEST_F(RKVVASTWrapperMergeTest, AChainBuiltToGrowStaysBounded) {
   EXPECT_TRUE(urls.contains("http://t.example/w1/0/0"));
 
   // One warning for each ad that reached the ceiling, naming it.
-  const std::vector<std::string> warnings = log.warnings();
+  const std::vector<std::string> warnings = log.messages(3);
   EXPECT_FALSE(warnings.empty());
   std::set<std::string> warned;
   for (const std::string& warning : warnings) {
