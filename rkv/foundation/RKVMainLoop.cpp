@@ -58,15 +58,8 @@ struct RKV_HIDDEN RKVMainLoop::Impl {
     uint64_t seq;
     std::function<void()> fn;
   };
-  struct Entry {
-    RKVClock::time_point deadline;
-    uint64_t seq;
-    std::shared_ptr<internal::RKVTimerState> state;
-  };
-  // std::push_heap builds a max-heap; "later" entries sink, so the front is the earliest.
-  static bool later(const Entry& a, const Entry& b) {
-    return a.deadline != b.deadline ? a.deadline > b.deadline : a.seq > b.seq;
-  }
+  using Entry = internal::RKVTimerEntry;
+  static constexpr auto later = &internal::RKVTimerEntry::later;
 
   explicit Impl(std::shared_ptr<RKVClock> c) : clock(std::move(c)) {}
   ~Impl();
@@ -119,7 +112,7 @@ RKVMainLoop::Impl::~Impl() {
   }
   // No thread drives the loop any more, so cancelling waits for nothing.
   for (const Entry& entry : entries)
-    entry.state->cancel();
+    entry.timer->cancel();
 }
 
 bool RKVMainLoop::Impl::beginDriving(bool polling) {
@@ -183,7 +176,7 @@ RKVMainLoop::Impl::Limits RKVMainLoop::Impl::currentLimits() {
 
 void RKVMainLoop::Impl::dropCancelledFront() {
   while (!heap.empty()) {
-    if (heap.front().state->isPending()) return;
+    if (heap.front().timer->isPending()) return;
     std::pop_heap(heap.begin(), heap.end(), later);
     heap.pop_back();
   }
@@ -191,7 +184,7 @@ void RKVMainLoop::Impl::dropCancelledFront() {
 
 void RKVMainLoop::Impl::compactIfNeeded() {
   if (heap.size() < kCompactionThreshold || heap.size() < 2 * heapSizeAfterCompaction) return;
-  std::erase_if(heap, [](const Entry& entry) { return !entry.state->isPending(); });
+  std::erase_if(heap, [](const Entry& entry) { return !entry.timer->isPending(); });
   std::make_heap(heap.begin(), heap.end(), later);
   heapSizeAfterCompaction = heap.size();
 }
@@ -221,7 +214,7 @@ void RKVMainLoop::Impl::process(const Limits& limits) {
           front.deadline == RKVClock::time_point::max()) {
         break;
       }
-      due = front.state;
+      due = front.timer;
       std::pop_heap(heap.begin(), heap.end(), later);
       heap.pop_back();
     }
@@ -357,7 +350,7 @@ RKVMainLoop::TimerHandle RKVMainLoop::scheduleAt(RKVClock::time_point deadline,
     impl_->compactIfNeeded();
     impl_->heap.push_back(Impl::Entry{deadline, impl_->nextTimerSeq++, state});
     std::push_heap(impl_->heap.begin(), impl_->heap.end(), Impl::later);
-    first = impl_->heap.front().state == state;
+    first = impl_->heap.front().timer == state;
   }
   // A new earliest deadline may be due already, or need a shorter wait than the one armed.
   if (first) impl_->queueKick();

@@ -30,15 +30,8 @@ constexpr size_t kCompactionThreshold = 64;
 // Shared by the queue and its thread, so that a thread left to finish on its own (the queue
 // destroyed from one of its tasks) never touches freed memory.
 struct RKVSerialQueue::State {
-  struct Delayed {
-    RKVClock::time_point deadline;
-    uint64_t seq;
-    std::shared_ptr<internal::RKVTimerState> timer;
-  };
-  // std::push_heap builds a max-heap; "later" entries sink, so the front is the earliest.
-  static bool later(const Delayed& a, const Delayed& b) {
-    return a.deadline != b.deadline ? a.deadline > b.deadline : a.seq > b.seq;
-  }
+  using Delayed = internal::RKVTimerEntry;
+  static constexpr auto later = &internal::RKVTimerEntry::later;
 
   State(std::string l, std::shared_ptr<RKVClock> c)
       : label(std::move(l)),

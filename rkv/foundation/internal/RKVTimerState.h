@@ -3,7 +3,9 @@
 // for a call under way on another thread. Thread-safe. Not public API.
 #pragma once
 
+#include <cstdint>
 #include <functional>
+#include <memory>
 #include <string_view>
 
 #include "rkv/foundation/RKVClock.h"
@@ -36,6 +38,19 @@ class RKVTimerState {
   mutable RKVMutex mu_;
   Phase phase_ RKV_GUARDED_BY(mu_) = Phase::kPending;
   std::function<void()> callback_ RKV_GUARDED_BY(mu_);
+};
+
+// One timer in a deadline heap (std::push_heap / pop_heap with `later`): the earliest deadline
+// at the front, ties in scheduling order (`seq`).
+struct RKVTimerEntry {
+  RKVClock::time_point deadline;
+  uint64_t seq;
+  std::shared_ptr<RKVTimerState> timer;
+
+  // std::push_heap builds a max-heap; "later" entries sink, so the front is the earliest.
+  static bool later(const RKVTimerEntry& a, const RKVTimerEntry& b) {
+    return a.deadline != b.deadline ? a.deadline > b.deadline : a.seq > b.seq;
+  }
 };
 
 }  // namespace rkv::internal
