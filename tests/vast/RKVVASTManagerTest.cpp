@@ -170,12 +170,7 @@ class RKVVASTManagerTest : public ::testing::Test {
   std::string url(const std::string& path) const { return server_.url(path); }
 
   RKVTestHTTPServer server_;
-  std::shared_ptr<RKVURLSession> session_ = [] {
-    RKVURLSessionConfiguration oneMebibyteAtMost;
-    oneMebibyteAtMost.maximumResponseBytes = 1024 * 1024;
-    return std::make_shared<RKVURLSession>(
-        std::make_shared<RKVURLSessionProvider>(oneMebibyteAtMost));
-  }();
+  std::shared_ptr<RKVURLSession> session_ = test::testSession();
   std::shared_ptr<RecordingDelegate> delegate_;
   std::shared_ptr<PassThroughAdapter> adapter_ = std::make_shared<PassThroughAdapter>();
   const std::string closed_ =

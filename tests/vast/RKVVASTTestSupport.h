@@ -2,6 +2,7 @@
 // through their error handlers.
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -9,6 +10,8 @@
 
 #include <gtest/gtest.h>
 
+#include "rkv/net/RKVURLSession.h"
+#include "rkv/net/RKVURLSessionProvider.h"
 #include "rkv/vast/RKVVASTParserResponse.h"
 #include "rkv/vast/errors/RKVVASTError.h"
 #include "rkv/vast/model/RKVVASTErrorHandler.h"
@@ -17,6 +20,14 @@
 namespace rkv::test {
 
 // The root element of the text's tree; the test fails when the text does not parse.
+// A session of its own for a test's wrapper fetches, answers capped at 1 MiB.
+inline std::shared_ptr<RKVURLSession> testSession() {
+  RKVURLSessionConfiguration oneMebibyteAtMost;
+  oneMebibyteAtMost.maximumResponseBytes = 1024 * 1024;
+  return std::make_shared<RKVURLSession>(
+      std::make_shared<RKVURLSessionProvider>(oneMebibyteAtMost));
+}
+
 inline RKVXMLDictionaryPtr element(std::string_view xml) {
   RKVXMLDictionaryPtr root = RKVXMLDictionary::rkv_dictionaryWithXMLString(xml);
   EXPECT_NE(root, nullptr) << xml;

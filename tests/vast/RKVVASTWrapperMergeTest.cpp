@@ -21,6 +21,7 @@
 
 #include "tests/support/RKVLogCapture.h"
 #include "tests/support/RKVTestHTTPServer.h"
+#include "tests/vast/RKVVASTTestSupport.h"
 
 namespace rkv {
 namespace {
@@ -115,12 +116,7 @@ class RKVVASTWrapperMergeTest : public ::testing::Test {
   }
 
   RKVTestHTTPServer server_;
-  std::shared_ptr<RKVURLSession> session_ = [] {
-    RKVURLSessionConfiguration oneMebibyteAtMost;
-    oneMebibyteAtMost.maximumResponseBytes = 1024 * 1024;
-    return std::make_shared<RKVURLSession>(
-        std::make_shared<RKVURLSessionProvider>(oneMebibyteAtMost));
-  }();
+  std::shared_ptr<RKVURLSession> session_ = test::testSession();
   std::shared_ptr<PassThroughAdapter> adapter_ = std::make_shared<PassThroughAdapter>();
 };
 
