@@ -199,7 +199,7 @@ TEST_F(RKVVASTManagerTest, ConfigAndErrorCodesWhereTheyArise) {
   // The root document's download is bounded by the time-out it is given.
   const auto start = std::chrono::steady_clock::now();
   manager->createAdsStoreWithXML(std::nullopt, RKVURL::withString(url("/silent")), 1.0);
-  EXPECT_LE(secondsSince(start), 1.1);
+  EXPECT_LE(secondsSince(start), 2.0);  // the time-out, and a margin only a hang exceeds
   manager->createAdsStoreWithXML(vastXML({inlineAd("a"), inlineAd("b")}), std::nullopt, 5.0);
   EXPECT_EQ(delegate_->calls(),
             "failed 10002 | error VAST_WRAPPER_ERROR_FETCH [] - | failed 10003 | "
@@ -324,10 +324,12 @@ TEST_F(RKVVASTManagerTest, FailedAndRefusedWrappersReachTheDelegateWithinTheTime
     SCOPED_TRACE(c.adTag);
     RKVTestAd wrapper = wrapperAd("w", c.adTag);
     wrapper.errors = {"http://err.example/w"};
-    auto manager = managerOver({wrapper}, {1.0, 5, false, false});
+    // A 2 s time-out leaves a loaded or sanitized machine time to finish a TLS handshake; the
+    // bound is the time-out plus a margin that only a fetch left unbounded exceeds.
+    auto manager = managerOver({wrapper}, {2.0, 5, false, false});
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(drain(*manager), c.answer);
-    EXPECT_LE(secondsSince(start), 1.1);
+    EXPECT_LE(secondsSince(start), 3.0);
     EXPECT_EQ(delegate_->calls(), "ready | " + c.calls);
   }
   // The endless body was cut at the session's limit, not kept.
@@ -337,7 +339,7 @@ TEST_F(RKVVASTManagerTest, FailedAndRefusedWrappersReachTheDelegateWithinTheTime
 }
 
 TEST_F(RKVVASTManagerTest, PassbackWrappersResolveInParallelAndLaterResultsWaitTheirTurn) {
-  const auto delay = 300ms;
+  const auto delay = 1000ms;
   std::vector<RKVTestAd> ads = {inlineAd("main")};
   for (const std::string n : {"1", "2", "3", "4"}) {
     serve("/slow" + n, {inlineAd("s" + n)}, delay);
