@@ -6,7 +6,6 @@
 #include <execinfo.h>
 
 #include "rkv/foundation/internal/RKVErrorReport.h"
-#include "rkv/foundation/internal/RKVHostCall.h"
 #include "rkv/log/RKVLogDefaultDataSource.h"
 #include "rkv/log/RKVLogDefaultOutput.h"
 #include "rkv/platform/RKVFrameworkInfo.h"
@@ -16,13 +15,8 @@ namespace rkv {
 namespace {
 constexpr int kMaxStackFrames = 128;
 
-// Exceptions thrown by host code are reported through the shared console log, at error level.
-void logHostException(std::string_view site, std::string_view what) {
-  RKVLog::sharedInstance()->logErrorWithFormat("{} threw ({}); the exception was dropped.", site,
-                                               what);
-}
-
-// Errors found by the foundation layer (a main-thread operation called elsewhere), likewise.
+// Errors found by the foundation layer (host code that threw, a main-thread operation called
+// elsewhere) are written by the shared console log, at error level.
 void logFoundationError(std::string_view message) {
   try {
     RKVLog::sharedInstance()->logError(message);
@@ -33,7 +27,6 @@ void logFoundationError(std::string_view message) {
 
 // Installed when the library is loaded; the foundation layer writes to stderr before that.
 [[maybe_unused]] const bool kReportersInstalled = [] {
-  internal::setHostExceptionReporter(&logHostException);
   internal::setErrorReporter(&logFoundationError);
   return true;
 }();

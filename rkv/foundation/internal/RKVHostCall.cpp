@@ -1,27 +1,11 @@
 #include "rkv/foundation/internal/RKVHostCall.h"
 
-#include <atomic>
-#include <cstdio>
 #include <exception>
 #include <string>
 
+#include "rkv/foundation/internal/RKVErrorReport.h"
+
 namespace rkv::internal {
-
-namespace {
-
-void writeToStandardError(std::string_view site, std::string_view what) {
-  std::fprintf(stderr, "RKVCoreKit: %.*s threw (%.*s); the exception was dropped.\n",
-               static_cast<int>(site.size()), site.data(), static_cast<int>(what.size()),
-               what.data());
-}
-
-std::atomic<HostExceptionReporter> gReporter{nullptr};
-
-}  // namespace
-
-void setHostExceptionReporter(HostExceptionReporter reporter) noexcept {
-  gReporter.store(reporter, std::memory_order_release);
-}
 
 void reportHostException(std::string_view site) noexcept {
   try {
@@ -32,8 +16,7 @@ void reportHostException(std::string_view site) noexcept {
       what = e.what();
     } catch (...) {
     }
-    HostExceptionReporter reporter = gReporter.load(std::memory_order_acquire);
-    (reporter ? reporter : &writeToStandardError)(site, what);
+    reportError(std::string(site) + " threw (" + what + "); the exception was dropped.");
   } catch (...) {
     // Reporting failed (out of memory): the exception is still dropped, never rethrown.
   }

@@ -9,13 +9,8 @@
 
 namespace rkv::internal {
 
-// Receives (site, what) for every exception caught from host code; `what` is the exception's
-// what() or "unknown exception". Must not throw.
-using HostExceptionReporter = void (*)(std::string_view site, std::string_view what);
-
-// Replaces the reporter (null restores the default, which writes one line to stderr). The
-// console log installs one that logs at error level when the library is loaded.
-void setHostExceptionReporter(HostExceptionReporter reporter) noexcept;
+// Reports go through internal::reportError (RKVErrorReport.h), which the console log routes to
+// its error level once the library is loaded.
 
 // Reports the exception currently being handled; call it only inside a catch block.
 void reportHostException(std::string_view site) noexcept;
