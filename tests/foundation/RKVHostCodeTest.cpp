@@ -191,16 +191,5 @@ TEST_F(RKVMainThreadTest, OffTheMainThreadIsDetectedAndLogged) {
                           HasSubstr("RKVSample::stop must be called on the main thread")));
 }
 
-TEST_F(RKVMainThreadTest, AViolationAbortsWhenViolationsAbort) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
-  EXPECT_DEATH(
-      {
-        setMainThreadViolationsAbort(true);
-        RKVMainLoop loop;
-        RKV_ASSERT_MAIN_THREAD(loop, "RKVSample::start");
-      },
-      "");
-}
-
 }  // namespace
 }  // namespace rkv

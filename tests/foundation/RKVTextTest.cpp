@@ -72,43 +72,5 @@ TEST(RKVTextTest, HTTPTokens) {
   }
 }
 
-TEST(RKVTextTest, TrimmingAndCaseFolding) {
-  // Text, characters to trim, expected.
-  const std::tuple<std::string_view, std::string_view, std::string_view> trims[] = {
-      {" \t\r\n\v\fvalue \n", kASCIIWhiteSpace, "value"},
-      {"  inner  space ", kASCIIWhiteSpace, "inner  space"},
-      {" \t\n", kASCIIWhiteSpace, ""},
-      {"", kASCIIWhiteSpace, ""},
-      {"\xC2\xA0nbsp", kASCIIWhiteSpace, "\xC2\xA0nbsp"},  // non-ASCII space stays
-      {"--x-y--", "-", "x-y"},
-      {"model\0\n"sv, "\0\n"sv, "model"},
-  };
-  for (const auto& [text, characters, expected] : trims) {
-    EXPECT_EQ(trimmed(text, characters), expected) << testing::PrintToString(std::string(text));
-    std::string inPlace(text);
-    trimInPlace(inPlace, characters);
-    EXPECT_EQ(inPlace, expected) << testing::PrintToString(std::string(text));
-  }
-
-  EXPECT_EQ(asciiLowercased("HTTP://Ex\xC3\x89mple.COM/"), "http://ex\xC3\x89mple.com/");
-  // a, b, equal ignoring case.
-  const std::tuple<std::string_view, std::string_view, bool> comparisons[] = {
-      {"HTTPS", "https", true},
-      {"hTtP", "HtTp", true},
-      {"http", "https", false},
-      {"", "", true},
-      {"[", "{", false},
-      {"@", "`", false},                // 0x40 vs 0x60
-      {"\xC3\x89", "\xC3\xA9", false},  // non-ASCII bytes are never folded
-  };
-  for (const auto& [a, b, equal] : comparisons) {
-    EXPECT_EQ(asciiEqualsIgnoringCase(a, b), equal) << a << " / " << b;
-  }
-  EXPECT_TRUE(asciiStartsWithIgnoringCase("Content-Length", "content-"));
-  EXPECT_FALSE(asciiStartsWithIgnoringCase("Con", "content-"));
-  EXPECT_TRUE(asciiEndsWithIgnoringCase("image/PNG", "/png"));
-  EXPECT_FALSE(asciiEndsWithIgnoringCase("png", "/png"));
-}
-
 }  // namespace
 }  // namespace rkv::internal

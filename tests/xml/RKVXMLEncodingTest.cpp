@@ -138,17 +138,6 @@ TEST(RKVXMLEncodingTest, EveryCharacterOfCommonEncodingsIsRead) {
   }
 }
 
-TEST(RKVXMLEncodingTest, TablesAreBuiltOncePerName) {
-  const internal::RKVSingleByteTable* table = internal::singleByteEncodingTable("windows-1252");
-  ASSERT_NE(table, nullptr);
-  EXPECT_EQ((*table)[0x41], 0x41);
-  EXPECT_EQ((*table)[0x80], 0x20AC);
-  EXPECT_EQ((*table)[0x81], -1);
-  EXPECT_EQ(internal::singleByteEncodingTable("Windows-1252"), table);
-  for (const char* name : {"", "UTF-16", "Shift_JIS", "no-such-encoding", "IBM037", "a/b"})
-    EXPECT_EQ(internal::singleByteEncodingTable(name), nullptr) << name;
-}
-
 // Each thread reuses one expat parser, reset between documents: the encoding handler works on
 // a new parser and on a reused one, after failures too, and on several threads at once.
 TEST(RKVXMLEncodingTest, ReusedParsersKeepReadingDeclaredEncodings) {

@@ -102,31 +102,5 @@ TEST(RKVVASTContentEqualityTest, OneChangeAnywhereMakesTheAdsDiffer) {
   }
 }
 
-TEST(RKVVASTContentEqualityTest, KindDepthMergeAndWrapperTag) {
-  const auto ad = readInline(kFullAd);
-  const auto deeper = readInline(kFullAd);
-  deeper->setWrapperDepth(1);
-  EXPECT_FALSE(isEqualContent(*ad, *deeper));
-
-  const std::string wrapper =
-      "<Ad id='w'><Wrapper><AdSystem>S</AdSystem><VASTAdTagURI>http://w.test/1</VASTAdTagURI>"
-      "<Impression>http://i.test/w</Impression></Wrapper></Ad>";
-  const auto readWrapper = [](const std::string& xml) {
-    return RKVVASTAdWrapper::withDictionary(*test::element(xml));
-  };
-  EXPECT_TRUE(isEqualContent(*readWrapper(wrapper), *readWrapper(wrapper)));
-  EXPECT_FALSE(isEqualContent(*readWrapper(wrapper),
-                              *readWrapper(replaced(wrapper, "w.test/1", "w.test/2"))));
-  // The same attributes and texts read as the other kind.
-  const std::string asInline =
-      replaced(replaced(wrapper, "<Wrapper>", "<InLine>"), "</Wrapper>", "</InLine>");
-  EXPECT_FALSE(isEqualContent(*readWrapper(wrapper), *readInline(asInline)));
-
-  // Merging a wrapper adds its impression.
-  const auto merged = readInline(kFullAd);
-  merged->merge(*readWrapper(wrapper));
-  EXPECT_FALSE(isEqualContent(*ad, *merged));
-}
-
 }  // namespace
 }  // namespace rkv
