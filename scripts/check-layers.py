@@ -4,11 +4,11 @@
 The layers, lowest first (docs/ARCHITECTURE.md, "Layers"):
 
     foundation <- platform <- log <- xml <- vast/errors <- vast/model <- vast
-                                 log <- net <------------------------------ vast
+                                 log <- system <- net <------------------- vast
     tools (tools/) above all of the library
 
-A layer may include its own headers and those of the layers under it, nothing else: xml and net
-are side by side and do not include each other, and vast/errors and vast/model do not use net.
+A layer may include its own headers and those of the layers under it, nothing else: xml stands
+beside system and net and includes neither, and vast/errors and vast/model do not use net.
 A subsystem's internal/ folder is part of its layer. No file of the library includes tools/ or
 tests/. Quoted includes ("rkv/...", "tools/...", "tests/...") are read; system headers are not.
 
@@ -27,13 +27,14 @@ LAYERS = {
     "platform": ("rkv/platform/", ["foundation"]),
     "log": ("rkv/log/", ["foundation", "platform"]),
     "xml": ("rkv/xml/", ["foundation", "platform", "log"]),
-    "net": ("rkv/net/", ["foundation", "platform", "log"]),
+    "system": ("rkv/system/", ["foundation", "platform", "log"]),
+    "net": ("rkv/net/", ["foundation", "platform", "log", "system"]),
     "vast/errors": ("rkv/vast/errors/", ["foundation", "platform", "log", "xml"]),
     "vast/model": ("rkv/vast/model/", ["foundation", "platform", "log", "xml", "vast/errors"]),
-    "vast": ("rkv/vast/", ["foundation", "platform", "log", "xml", "net", "vast/errors",
-                           "vast/model"]),
+    "vast": ("rkv/vast/", ["foundation", "platform", "log", "xml", "system", "net",
+                           "vast/errors", "vast/model"]),
     "library root": ("rkv/", []),  # rkv/RKVExport.h and the generated rkv/RKVBuildInfo.h
-    "tools": ("tools/", ["foundation", "platform", "log", "xml", "net", "vast/errors",
+    "tools": ("tools/", ["foundation", "platform", "log", "xml", "system", "net", "vast/errors",
                          "vast/model", "vast", "library root"]),
 }
 # Every layer may include the headers at the library's root.
