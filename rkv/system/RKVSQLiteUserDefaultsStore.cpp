@@ -1,13 +1,12 @@
 #include "rkv/system/RKVSQLiteUserDefaultsStore.h"
 
-#include <sqlite3.h>
-
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
 #include <system_error>
 
 #include <fmt/format.h>
+#include <sqlite3.h>
 
 #include "rkv/log/RKVLog.h"
 #include "rkv/system/internal/RKVSQLiteDatabase.h"
@@ -23,7 +22,9 @@ constexpr std::string_view kCreateTable =
     "CREATE TABLE IF NOT EXISTS rkv_defaults("
     "key TEXT PRIMARY KEY NOT NULL, type INTEGER NOT NULL, value)";
 
-void logError(std::string_view message) { RKVLog::sharedInstance()->logError(message); }
+void logError(std::string_view message) {
+  RKVLog::sharedInstance()->logError(message);
+}
 
 // Connection settings. WAL with synchronous=FULL makes every commit durable when it returns and
 // lets a process die at any instant without tearing a write. A busy time-out covers another
@@ -72,8 +73,8 @@ std::optional<RKVUserDefaultsValue> readValue(sqlite3_stmt* row) {
     }
     case kData: {
       const auto* bytes = static_cast<const char*>(sqlite3_column_blob(row, 2));
-      return RKVUserDefaultsValue(
-          RKVDataBlob{std::string(bytes ? bytes : "", static_cast<size_t>(sqlite3_column_bytes(row, 2)))});
+      return RKVUserDefaultsValue(RKVDataBlob{
+          std::string(bytes ? bytes : "", static_cast<size_t>(sqlite3_column_bytes(row, 2)))});
     }
     default:
       return std::nullopt;  // written by a later version of this store: not ours to read
@@ -159,14 +160,16 @@ bool RKVSQLiteUserDefaultsStore::replaceUnreadableLocked(const std::string& reas
   std::string error;
   auto db = internal::RKVSQLiteDatabase::open(path_, true, &error);
   if (!db || !configure(*db, &error)) {
-    logError(fmt::format("The user defaults file '{}' cannot be read ({}); it was moved to '{}' "
-                         "and no new file could be made: {}.",
-                         path_, reason, aside, error));
+    logError(
+        fmt::format("The user defaults file '{}' cannot be read ({}); it was moved to '{}' "
+                    "and no new file could be made: {}.",
+                    path_, reason, aside, error));
     return false;
   }
-  logError(fmt::format("The user defaults file '{}' cannot be read ({}); it was moved to '{}' and "
-                       "the defaults start empty.",
-                       path_, reason, aside));
+  logError(
+      fmt::format("The user defaults file '{}' cannot be read ({}); it was moved to '{}' and "
+                  "the defaults start empty.",
+                  path_, reason, aside));
   db_ = std::move(db);
   return true;
 }
@@ -200,8 +203,8 @@ bool RKVSQLiteUserDefaultsStore::write(const std::vector<RKVUserDefaultsChange>&
     logError(fmt::format("The user defaults file '{}' cannot be written: {}.", path_, error));
     return false;
   }
-  auto upsert =
-      db_->prepare("INSERT OR REPLACE INTO rkv_defaults(key, type, value) VALUES(?1, ?2, ?3)", &error);
+  auto upsert = db_->prepare(
+      "INSERT OR REPLACE INTO rkv_defaults(key, type, value) VALUES(?1, ?2, ?3)", &error);
   auto remove = db_->prepare("DELETE FROM rkv_defaults WHERE key = ?1", &error);
   bool ok = upsert && remove;
   for (const auto& change : changes) {

@@ -37,7 +37,8 @@ std::shared_ptr<RKVUserDefaults> RKVUserDefaults::standardUserDefaults() {
   RKVMutexLock lock(s.mu);
   if (!s.instance) {
     auto path = s.path ? *s.path : defaultPath();
-    s.instance = std::make_shared<RKVUserDefaults>(std::make_shared<RKVSQLiteUserDefaultsStore>(path));
+    s.instance =
+        std::make_shared<RKVUserDefaults>(std::make_shared<RKVSQLiteUserDefaultsStore>(path));
   }
   return s.instance;
 }
@@ -79,10 +80,13 @@ RKVUserDefaults::RKVUserDefaults(std::shared_ptr<RKVUserDefaultsStore> store)
     : store_(store ? std::move(store) : std::make_shared<RKVMemoryUserDefaultsStore>()) {
   auto loaded = store_->load();
   RKVMutexLock lock(mu_);
-  for (auto& [key, value] : loaded) entries_.emplace(key, std::move(value));
+  for (auto& [key, value] : loaded)
+    entries_.emplace(key, std::move(value));
 }
 
-RKVUserDefaults::~RKVUserDefaults() { synchronize(); }
+RKVUserDefaults::~RKVUserDefaults() {
+  synchronize();
+}
 
 std::optional<RKVUserDefaultsValue> RKVUserDefaults::objectForKey(std::string_view key) const {
   RKVMutexLock lock(mu_);
@@ -148,8 +152,9 @@ bool RKVUserDefaults::synchronize() {
     changes.reserve(dirty_.size());
     for (const auto& key : dirty_) {
       auto it = entries_.find(key);
-      changes.push_back({key, it == entries_.end() ? std::nullopt
-                                                   : std::optional<RKVUserDefaultsValue>(it->second)});
+      changes.push_back({key, it == entries_.end()
+                                  ? std::nullopt
+                                  : std::optional<RKVUserDefaultsValue>(it->second)});
     }
     dirty_.clear();
   }
@@ -157,7 +162,8 @@ bool RKVUserDefaults::synchronize() {
   // Nothing was written: mark the keys again, unless a later set already did (its value is the
   // newer one and is in memory).
   RKVMutexLock lock(mu_);
-  for (auto& change : changes) dirty_.insert(std::move(change.key));
+  for (auto& change : changes)
+    dirty_.insert(std::move(change.key));
   return false;
 }
 

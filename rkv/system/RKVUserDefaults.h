@@ -61,7 +61,9 @@ class RKV_EXPORT RKVUserDefaults {
   std::optional<Date> dateForKey(std::string_view key) const;
 
   void setObject(std::string key, RKVUserDefaultsValue value);
-  void setString(std::string key, std::string value) { setObject(std::move(key), std::move(value)); }
+  void setString(std::string key, std::string value) {
+    setObject(std::move(key), std::move(value));
+  }
   void setData(std::string key, std::string bytes) {
     setObject(std::move(key), RKVDataBlob{std::move(bytes)});
   }

@@ -2,11 +2,11 @@
 // object goes.
 #pragma once
 
-#include <stdlib.h>
-
 #include <filesystem>
 #include <string>
 #include <system_error>
+
+#include <stdlib.h>
 
 namespace rkv::test {
 

@@ -1,15 +1,15 @@
-#include "rkv/system/RKVUserDefaults.h"
-
-#include <gtest/gtest.h>
-
 #include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <thread>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "rkv/system/RKVMemoryUserDefaultsStore.h"
 #include "rkv/system/RKVSQLiteUserDefaultsStore.h"
+#include "rkv/system/RKVUserDefaults.h"
+
 #include "tests/support/RKVLogCapture.h"
 #include "tests/support/RKVTempDir.h"
 #include "tests/support/RKVTestPaths.h"
@@ -103,7 +103,8 @@ TEST(RKVUserDefaultsTest, AnUnreadableFileGivesAnEmptyStoreAndOneErrorAndSavingW
     auto path = dir.file("defaults.sqlite");
     {
       auto defaults = openDefaults(path);
-      for (int i = 0; i < 200; ++i) defaults->setString("key" + std::to_string(i), std::string(100, 'v'));
+      for (int i = 0; i < 200; ++i)
+        defaults->setString("key" + std::to_string(i), std::string(100, 'v'));
       ASSERT_TRUE(defaults->synchronize());
     }
     // Fold the journal into the file, so that spoiling the file spoils the data.
@@ -151,7 +152,8 @@ TEST(RKVUserDefaultsTest, ConcurrentSettersAndSynchronizersLoseNoKey) {
         }
       });
     }
-    for (auto& thread : threads) thread.join();
+    for (auto& thread : threads)
+      thread.join();
   }  // the destructor writes what is left
   EXPECT_EQ(openDefaults(path)->dictionaryRepresentation().size(), 200u);
 }

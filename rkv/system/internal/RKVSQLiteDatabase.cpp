@@ -23,7 +23,9 @@ std::unique_ptr<RKVSQLiteDatabase> RKVSQLiteDatabase::open(const std::string& pa
   return std::unique_ptr<RKVSQLiteDatabase>(new RKVSQLiteDatabase(db));
 }
 
-RKVSQLiteDatabase::~RKVSQLiteDatabase() { sqlite3_close_v2(db_); }
+RKVSQLiteDatabase::~RKVSQLiteDatabase() {
+  sqlite3_close_v2(db_);
+}
 
 bool RKVSQLiteDatabase::exec(std::string_view sql, std::string* error) {
   std::string text(sql);
@@ -49,6 +51,8 @@ RKVSQLiteStatement RKVSQLiteDatabase::prepare(std::string_view sql, std::string*
   return RKVSQLiteStatement(statement);
 }
 
-std::string RKVSQLiteDatabase::lastError() const { return sqlite3_errmsg(db_); }
+std::string RKVSQLiteDatabase::lastError() const {
+  return sqlite3_errmsg(db_);
+}
 
 }  // namespace rkv::internal

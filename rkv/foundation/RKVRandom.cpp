@@ -1,14 +1,14 @@
-#include "rkv/system/RKVRandom.h"
-
-#include <sys/random.h>
+#include "rkv/foundation/RKVRandom.h"
 
 #include <cerrno>
 #include <cstdlib>
 #include <limits>
 #include <random>
 
+#include <sys/random.h>
+
 #include "rkv/RKVBuildInfo.h"
-#include "rkv/log/RKVLog.h"
+#include "rkv/foundation/internal/RKVErrorReport.h"
 
 namespace rkv {
 
@@ -38,7 +38,8 @@ void RKVRandom::randomBytes(void* out, std::size_t count) {
       // No kernel source at all (a kernel before 3.17): the library's identifiers need not be
       // secret, only spread, so fall back to the standard library's device.
       std::random_device device;
-      for (; count > 0; --count) *bytes++ = static_cast<unsigned char>(device());
+      for (; count > 0; --count)
+        *bytes++ = static_cast<unsigned char>(device());
       return;
     }
     bytes += got;
@@ -48,7 +49,7 @@ void RKVRandom::randomBytes(void* out, std::size_t count) {
 
 uint32_t RKVRandom::randomUnsignedIntWithMin(uint32_t min, uint32_t max) {
   if (min >= max) {
-    RKVLog::sharedInstance()->logError("'min' must be smaller than 'max'!");
+    internal::reportError("'min' must be smaller than 'max'!");
     if (build::kBuiltInDebug) std::abort();
     return min;
   }

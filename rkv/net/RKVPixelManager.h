@@ -1,0 +1,81 @@
+// RKVPixelManager: the one place pixels are sent. Thread-safe: pixels may be added and rounds
+// requested from any thread.
+//
+// An added pixel is saved at once. A sending round runs on the manager's serial queue: it drops
+// obsolete pixels, then sends each pending pixel of a snapshot, one at a time, with a synchronous
+// GET (cache policy 1, 10 s time-out); a pixel answered acceptably is deleted, any other is kept
+// for a later round until it expires. The round ends with one save. Rounds never overlap; a pixel
+// added during a round waits for the next one.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <vector>
+
+#include "rkv/RKVExport.h"
+#include "rkv/foundation/RKVSerialQueue.h"
+#include "rkv/net/RKVPixel.h"
+#include "rkv/net/RKVPixelStore.h"
+#include "rkv/net/RKVURLSession.h"
+#include "rkv/net/RKVURLSessionResponse.h"
+
+namespace rkv {
+
+// What one sending round did, in order.
+struct RKV_EXPORT RKVPixelRoundReport {
+  std::vector<RKVPixel> dropped;  // obsolete pixels removed before sending
+  std::vector<RKVPixel> sent;     // answered acceptably and deleted
+  std::vector<RKVPixel> failed;   // sent without an acceptable answer; still pending
+  bool saved = false;             // what the round's save answered
+};
+
+class RKV_EXPORT RKVPixelManager {
+ public:
+  static constexpr double kRequestTimeout = 10.0;  // seconds, each pixel's request
+  static constexpr int64_t kRequestCachePolicy = 1;  // ignore any local cache
+
+  // The process-wide manager over RKVPixelStore's and RKVURLSession's shared instances.
+  static std::shared_ptr<RKVPixelManager> sharedInstance();
+
+  RKVPixelManager(std::shared_ptr<RKVPixelStore> pixelStore, std::shared_ptr<RKVURLSession> urlSession);
+  // Waits for the round under way, if any; rounds still queued are dropped.
+  ~RKVPixelManager();
+
+  RKVPixelManager(const RKVPixelManager&) = delete;
+  RKVPixelManager& operator=(const RKVPixelManager&) = delete;
+
+  // Adds the pixel; when it was added (its ID was not present), saves the store at once. True
+  // when it was added and saved.
+  bool addPixel(const RKVPixel& pixel);
+  // Adds each pixel in order; when at least one was added, saves the store once at the end. True
+  // when every pixel was added and the save succeeded.
+  bool addPixels(const std::vector<RKVPixel>& pixels);
+
+  // Queues one sending round and returns at once.
+  void callPixels() { callPixelsWithCompletionHandler(nullptr); }
+  // The handler (may be null) runs on the manager's queue after the round, in every case.
+  void callPixelsWithCompletionHandler(std::function<void()> completionHandler);
+  // As above, with what the round did.
+  void callPixelsWithReport(std::function<void(const RKVPixelRoundReport&)> reportHandler);
+
+  std::vector<RKVPixel> allPixels() const;
+  std::vector<RKVPixel> validPendingPixels() const;
+
+  // An HTTP response with no error and a valid status code.
+  static bool isResponseSuccessful(const RKVURLSessionResponse& response);
+  // 200 to 399, and 404 (a URL that does not exist will never succeed: treated as delivered).
+  static bool isStatusCodeValid(int64_t statusCode);
+
+  const std::shared_ptr<RKVPixelStore>& pixelStore() const { return pixelStore_; }
+  const std::shared_ptr<RKVURLSession>& urlSession() const { return urlSession_; }
+
+ private:
+  RKVPixelRoundReport runRound();
+
+  std::shared_ptr<RKVPixelStore> pixelStore_;
+  std::shared_ptr<RKVURLSession> urlSession_;
+  RKVSerialQueue queue_;
+};
+
+}  // namespace rkv
