@@ -4,7 +4,7 @@
 The layers, lowest first (docs/ARCHITECTURE.md, "Layers"):
 
     foundation <- platform <- log <- xml <- vast/errors <- vast/model <- vast
-                                 log <- system <- net <------------------- vast
+                                 log <- system <- net <------------------- vast <- tracking
     tools (tools/) above all of the library
 
 A layer may include its own headers and those of the layers under it, nothing else: xml stands
@@ -33,9 +33,11 @@ LAYERS = {
     "vast/model": ("rkv/vast/model/", ["foundation", "platform", "log", "xml", "vast/errors"]),
     "vast": ("rkv/vast/", ["foundation", "platform", "log", "xml", "system", "net",
                            "vast/errors", "vast/model"]),
+    "tracking": ("rkv/tracking/", ["foundation", "platform", "log", "xml", "system", "net",
+                                   "vast/errors", "vast/model", "vast"]),
     "library root": ("rkv/", []),  # rkv/RKVExport.h and the generated rkv/RKVBuildInfo.h
     "tools": ("tools/", ["foundation", "platform", "log", "xml", "system", "net", "vast/errors",
-                         "vast/model", "vast", "library root"]),
+                         "vast/model", "vast", "tracking", "library root"]),
 }
 # Every layer may include the headers at the library's root.
 for name, (_, allowed) in LAYERS.items():
