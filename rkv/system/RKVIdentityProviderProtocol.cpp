@@ -1,0 +1,11 @@
+#include "rkv/system/RKVIdentityProviderProtocol.h"
+
+#include "rkv/foundation/RKVClock.h"
+
+namespace rkv {
+
+std::chrono::system_clock::time_point RKVIdentityProviderProtocol::currentDate() const {
+  return RKVClock::system()->date();
+}
+
+}  // namespace rkv

@@ -1,0 +1,162 @@
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "rkv/foundation/RKVManualClock.h"
+#include "rkv/system/RKVCCPAString.h"
+#include "rkv/system/RKVIdentity.h"
+#include "rkv/system/RKVIdentityProvider.h"
+#include "rkv/system/RKVTCFString.h"
+#include "rkv/system/RKVUserDefaults.h"
+
+#include "tests/support/RKVLogCapture.h"
+
+namespace rkv {
+namespace {
+
+constexpr const char* kInvalidMessage =
+    "Consent string '{}' is invalid! An valid IAB consent string must be encoded in base64url "
+    "without padding.";
+
+std::string invalidMessage(const std::string& text) {
+  std::string message = kInvalidMessage;
+  message.replace(message.find("{}"), 2, text);
+  return message;
+}
+
+constexpr const char* kTCFv2 = "CPXxRfAPXxRfAAfKABENB-CgAAAAAAAAAAYgAAAAAAAA.YAAAAAAAAAAA";
+constexpr const char* kTCFv1 = "BOEFEAyOEFEAyAHABDENAI4AAAB9vABAASA";
+
+TEST(RKVTCFStringTest, ValidityVersionAndTheOneLoggedFailure) {
+  using V = RKVTCFString::TCFVersion;
+  struct Row {
+    std::optional<std::string> text;
+    bool valid;
+    V version;
+    bool logs;
+  };
+  const std::vector<Row> rows = {
+      {kTCFv2, true, V::v2, false},
+      {kTCFv1, true, V::v1, false},
+      {"C", true, V::v2, false},
+      {"COw4XqLOw4XqLAAAAAENAXCAAAAAAAAAAAAAAAAAAAA_-_", true, V::v2, false},
+      {"AOEFEAyOEFEAy", false, V::unknown, false},  // version 0
+      {"DOEFEAyOEFEAy", false, V::unknown, false},  // version 3
+      {"cOEFEAyOEFEAy", false, V::unknown, false},  // lower case is not "C"
+      {"", false, V::unknown, false},
+      {std::nullopt, false, V::unknown, false},
+      {"COEFEAyOEFEAy=", false, V::unknown, true},  // padding
+      {"COEF EAy", false, V::unknown, true},
+      {"COEF+EAy/", false, V::unknown, true},  // base64, not base64url
+      {"CÖEF", false, V::unknown, true},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.text.value_or("(null)"));
+    test::RKVLogCapture capture;
+    const RKVTCFString consent(row.text);
+    EXPECT_EQ(consent.TCFString(), row.text);  // kept even when invalid
+    EXPECT_EQ(consent.isValid(), row.valid);
+    EXPECT_EQ(consent.version(), row.version);
+    const auto expected =
+        row.logs ? std::vector<std::string>{invalidMessage(*row.text)} : std::vector<std::string>{};
+    EXPECT_EQ(capture.errorMessages(), expected);
+  }
+}
+
+TEST(RKVTCFStringTest, VersionsAndDescription) {
+  using V = RKVTCFString::TCFVersion;
+  EXPECT_EQ(RKVTCFString::TCFVersionFromInteger(1), V::v1);
+  EXPECT_EQ(RKVTCFString::TCFVersionFromInteger(2), V::v2);
+  for (int64_t other : {-1, 0, 3, 66})
+    EXPECT_EQ(RKVTCFString::TCFVersionFromInteger(other), V::unknown) << other;
+  EXPECT_EQ(RKVTCFString::TCFVersionFromString(""), V::unknown);
+  EXPECT_EQ(RKVTCFString::TCFVersionFromString("\xC3\x96"), V::unknown);
+
+  EXPECT_EQ(RKVTCFString("CAA").description(),
+            "RKVTCFString(TCFString: CAA, isValid: YES, version: 2)");
+  EXPECT_EQ(RKVTCFString("AAA").description(),
+            "RKVTCFString(TCFString: AAA, isValid: NO, version: -1)");
+  EXPECT_EQ(RKVTCFString(std::nullopt).description(),
+            "RKVTCFString(TCFString: (null), isValid: NO, version: -1)");
+}
+
+TEST(RKVCCPAStringTest, OnlyOneThenThreeUpperCaseFlags) {
+  struct Row {
+    std::optional<std::string> text;
+    bool valid;
+  };
+  const std::vector<Row> rows = {
+      {"1YN-", true},  {"1---", true},   {"1NYY", true},  {"1yn-", false}, {"1YN", false},
+      {"2YN-", false}, {"1YN--", false}, {"1YX-", false}, {"", false},     {std::nullopt, false},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.text.value_or("(null)"));
+    const RKVCCPAString consent(row.text);
+    EXPECT_EQ(consent.CCPAString(), row.text);
+    EXPECT_EQ(consent.isValid(), row.valid);
+    EXPECT_EQ(consent.version(),
+              row.valid ? RKVCCPAString::CCPAVersion::v1 : RKVCCPAString::CCPAVersion::invalid);
+  }
+  // The end index is excluded; indexes past the text are invalid characters.
+  EXPECT_FALSE(RKVCCPAString::hasInvalidCharacters("1YNx", 1, 3));
+  EXPECT_TRUE(RKVCCPAString::hasInvalidCharacters("1YNx", 1, 4));
+  EXPECT_TRUE(RKVCCPAString::hasInvalidCharacters("1Y", 1, 4));
+  EXPECT_FALSE(RKVCCPAString::hasInvalidCharacters("1Y", 3, 3));
+}
+
+// Consent strings as the production provider reads them from the user defaults.
+class RKVConsentProviderTest : public ::testing::Test {
+ protected:
+  std::shared_ptr<RKVUserDefaults> defaults_ = std::make_shared<RKVUserDefaults>(nullptr);
+  std::shared_ptr<RKVIdentityProvider> provider_ = std::make_shared<RKVIdentityProvider>(
+      defaults_, std::make_shared<RKVManualClock>(), "/nonexistent/machine-id", "app");
+};
+
+TEST_F(RKVConsentProviderTest, TheTCFKeyWinsOverTheOlderKeyEvenWhenInvalid) {
+  EXPECT_EQ(provider_->TCFString(), std::nullopt);
+  EXPECT_EQ(provider_->gdprConsentString(), std::nullopt);
+
+  defaults_->setString("IABConsent_ConsentString", kTCFv1);
+  EXPECT_EQ(provider_->TCFString()->TCFString(), kTCFv1);
+  EXPECT_EQ(provider_->TCFString()->version(), RKVTCFString::TCFVersion::v1);
+
+  defaults_->setString("IABTCF_TCString", "AAAA");  // version 0: invalid
+  auto consent = provider_->TCFString();
+  EXPECT_EQ(consent->TCFString(), "AAAA");
+  EXPECT_FALSE(consent->isValid());
+  EXPECT_EQ(provider_->gdprConsentString(), "AAAA");
+
+  // A value that is not a text is skipped.
+  defaults_->setInteger("IABTCF_TCString", 2);
+  EXPECT_EQ(provider_->gdprConsentString(), kTCFv1);
+  defaults_->setBool("IABConsent_ConsentString", true);
+  EXPECT_EQ(provider_->TCFString(), std::nullopt);
+}
+
+TEST_F(RKVConsentProviderTest, USPrivacyIsReadFromItsKey) {
+  EXPECT_EQ(provider_->CCPAString(), std::nullopt);
+  defaults_->setString("IABUSPrivacy_String", "1YN-");
+  EXPECT_TRUE(provider_->CCPAString()->isValid());
+  defaults_->setString("IABUSPrivacy_String", "1yn-");
+  EXPECT_EQ(provider_->CCPAString()->CCPAString(), "1yn-");
+  EXPECT_FALSE(provider_->CCPAString()->isValid());
+  defaults_->setInteger("IABUSPrivacy_String", 1);
+  EXPECT_EQ(provider_->CCPAString(), std::nullopt);
+}
+
+TEST_F(RKVConsentProviderTest, AnIdentityReadsConsentAtEachCall) {
+  const RKVIdentity identity(provider_, false, false, std::nullopt);
+  EXPECT_EQ(identity.gdprConsentString(), std::nullopt);
+  EXPECT_EQ(identity.CCPAString(), std::nullopt);
+  defaults_->setString("IABTCF_TCString", kTCFv2);
+  defaults_->setString("IABUSPrivacy_String", "1YN-");
+  EXPECT_EQ(identity.gdprConsentString(), kTCFv2);
+  EXPECT_EQ(identity.TCFString()->version(), RKVTCFString::TCFVersion::v2);
+  EXPECT_TRUE(identity.CCPAString()->isValid());
+}
+
+}  // namespace
+}  // namespace rkv
