@@ -72,7 +72,11 @@ RKVTrackingMacros RKVIABMacros::macrosWithFacts(const RKVIABMacroFacts& facts,
 }
 
 std::string RKVIABMacros::cacheBusting() {
-  return fmt::format("{:08}", RKVRandom::randomUnsignedIntWithMin(0, 100000000));
+  return cacheBusting(RKVRandom::randomUnsignedIntWithMin(0, 100000000));
+}
+
+std::string RKVIABMacros::cacheBusting(uint32_t drawn) {
+  return fmt::format("{:08}", drawn % 100000000);
 }
 
 std::string RKVIABMacros::timestamp(std::chrono::system_clock::time_point date,

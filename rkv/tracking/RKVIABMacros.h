@@ -59,6 +59,8 @@ class RKV_EXPORT RKVIABMacros {
 
   // Eight random decimal digits, leading zeros kept ("00412345").
   static std::string cacheBusting();
+  // The eight digits of a drawn value: its last eight decimal digits, leading zeros kept.
+  static std::string cacheBusting(uint32_t drawn);
   // "YYYY-MM-DDTHH:MM:SS.mmm+HH:MM", unencoded; milliseconds truncated.
   static std::string timestamp(std::chrono::system_clock::time_point date,
                                std::chrono::minutes utcOffset);
