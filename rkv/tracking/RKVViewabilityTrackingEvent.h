@@ -24,8 +24,8 @@ class RKV_EXPORT RKVViewabilityTrackingEvent : public RKVTrackingEvent {
 // A plain viewability event: a name, a URL, an area and an exposure time. Immutable.
 class RKV_EXPORT RKVBasicViewabilityTrackingEvent final : public RKVViewabilityTrackingEvent {
  public:
-  RKVBasicViewabilityTrackingEvent(std::string name, RKVURL url, double area,
-                                   double expositionTime, bool consumable = true)
+  RKVBasicViewabilityTrackingEvent(std::string name, RKVURL url, double area, double expositionTime,
+                                   bool consumable = true)
       : name_(std::move(name)),
         url_(std::move(url)),
         area_(area),

@@ -40,7 +40,8 @@ void RKVViewabilityTrackingEventManager::initializeViewabilityTrackingEventTable
 }
 
 void RKVViewabilityTrackingEventManager::viewabilityUpdated(bool viewable, float withPercentage) {
-  if (!RKV_ASSERT_MAIN_THREAD(*mainLoop(), "RKVViewabilityTrackingEventManager::viewabilityUpdated"))
+  if (!RKV_ASSERT_MAIN_THREAD(*mainLoop(),
+                              "RKVViewabilityTrackingEventManager::viewabilityUpdated"))
     return;
   currentViewableStatus_ = viewable;
   currentPercentage_ = withPercentage;
@@ -66,7 +67,8 @@ void RKVViewabilityTrackingEventManager::resetViewabilityTracking() {
                               "RKVViewabilityTrackingEventManager::resetViewabilityTracking"))
     return;
   previousTimestamp_ = -1;
-  for (const auto& progression : eventProgressionItems_) progression->resetCurrentDuration();
+  for (const auto& progression : eventProgressionItems_)
+    progression->resetCurrentDuration();
 }
 
 void RKVViewabilityTrackingEventManager::startTrackingTimer() {
@@ -106,9 +108,8 @@ void RKVViewabilityTrackingEventManager::fireOrPostponeViewabilityPixels(float p
   // A snapshot: tracking calls the delegate, which may reset or stop tracking meanwhile.
   const Progressions snapshot = eventProgressionItems_;
   for (auto it = snapshot.rbegin(); it != snapshot.rend(); ++it) {
-    const bool waiting =
-        std::any_of(eventProgressionItems_.begin(), eventProgressionItems_.end(),
-                    [&](const auto& item) { return item->isEqual(**it); });
+    const bool waiting = std::any_of(eventProgressionItems_.begin(), eventProgressionItems_.end(),
+                                     [&](const auto& item) { return item->isEqual(**it); });
     if (waiting) updatePixelVisibilityStatus(*it, effective, interval);
   }
 }

@@ -73,7 +73,8 @@ class RKV_EXPORT RKVViewabilityTrackingEventManager : public RKVTrackingEventMan
 
   // The variables and additional macros of an event's pixel; none here.
   virtual RKVTrackingMacros variablesForEvent(const RKVViewabilityTrackingEvent& event) const;
-  virtual RKVTrackingMacros additionalMacrosForEvent(const RKVViewabilityTrackingEvent& event) const;
+  virtual RKVTrackingMacros additionalMacrosForEvent(
+      const RKVViewabilityTrackingEvent& event) const;
 
   // The progressions still waiting.
   const Progressions& eventProgressionItems() const { return eventProgressionItems_; }

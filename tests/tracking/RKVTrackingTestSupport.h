@@ -3,14 +3,14 @@
 // that answers the pixels, and a delegate that records what it is told.
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <atomic>
 #include <future>
 #include <memory>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "rkv/foundation/RKVMainLoop.h"
 #include "rkv/foundation/RKVManualClock.h"
@@ -23,6 +23,7 @@
 #include "rkv/system/RKVUserDefaults.h"
 #include "rkv/tracking/RKVTrackingEventManagerDelegate.h"
 #include "rkv/vast/model/RKVVASTTrackingEvent.h"
+
 #include "tests/support/RKVTestHTTPServer.h"
 
 namespace rkv::test {
@@ -77,7 +78,8 @@ class RKVTrackingTest : public ::testing::Test {
     done.get_future().wait();
     ++drains_;
     std::vector<std::string> targets;
-    for (const auto& request : server.requests()) targets.push_back(request.target);
+    for (const auto& request : server.requests())
+      targets.push_back(request.target);
     return targets;
   }
   // Sending rounds the code under test asked for; valid after sentTargets(), with every pixel

@@ -1,11 +1,11 @@
-#include "rkv/tracking/RKVVideoTrackingEventManager.h"
-
-#include <gtest/gtest.h>
-
 #include <cmath>
 #include <limits>
 
+#include <gtest/gtest.h>
+
 #include "rkv/tracking/RKVTrackingEventDefaultFactory.h"
+#include "rkv/tracking/RKVVideoTrackingEventManager.h"
+
 #include "tests/support/RKVLogCapture.h"
 #include "tests/tracking/RKVTrackingTestSupport.h"
 
@@ -32,19 +32,29 @@ TEST_F(RKVVideoTrackingEventManagerTest, ProgressFiresEachPassedEventOnceInOffse
     std::vector<double> reports;
     std::vector<std::vector<std::string>> firedPerReport;  // labels, in order
   };
-  const std::vector<Timed> quartiles = {
-      {"progress", 10, "b"}, {"firstQuartile", 5, "a"}, {"progress", 10, "c"}, {"complete", 15, "d"}};
+  const std::vector<Timed> quartiles = {{"progress", 10, "b"},
+                                        {"firstQuartile", 5, "a"},
+                                        {"progress", 10, "c"},
+                                        {"complete", 15, "d"}};
   const double nan = std::numeric_limits<double>::quiet_NaN();
   const Case cases[] = {
-      {"a seek forward fires everything passed, equal offsets in list order", quartiles, {12},
+      {"a seek forward fires everything passed, equal offsets in list order",
+       quartiles,
+       {12},
        {{"a", "b", "c"}}},
-      {"a seek back fires nothing again", quartiles, {12, 3, 12, 16}, {{"a", "b", "c"}, {}, {}, {"d"}}},
-      {"offset 0 fires on the first report", {{"start", 0, "s"}, {"progress", 5, "p"}}, {0, 0},
+      {"a seek back fires nothing again",
+       quartiles,
+       {12, 3, 12, 16},
+       {{"a", "b", "c"}, {}, {}, {"d"}}},
+      {"offset 0 fires on the first report",
+       {{"start", 0, "s"}, {"progress", 5, "p"}},
+       {0, 0},
        {{"s"}, {}}},
-      {"the offset itself is reached, not a moment before", quartiles, {4.999, 5.0},
-       {{}, {"a"}}},
-      {"no time position, no firing by time", {{"progress", -1, "n"}, {"progress", 1, "p"}},
-       {1e9}, {{"p"}}},
+      {"the offset itself is reached, not a moment before", quartiles, {4.999, 5.0}, {{}, {"a"}}},
+      {"no time position, no firing by time",
+       {{"progress", -1, "n"}, {"progress", 1, "p"}},
+       {1e9},
+       {{"p"}}},
       {"an unknown position fires nothing", quartiles, {nan, 5}, {{}, {"a"}}},
   };
   for (const auto& c : cases) {
@@ -63,14 +73,16 @@ TEST_F(RKVVideoTrackingEventManagerTest, ProgressFiresEachPassedEventOnceInOffse
       const size_t callsBefore = delegate->calls.size();
       tracking.playbackProgressedToTime(c.reports[i], {});
       EXPECT_EQ(delegate->calls.size() - callsBefore, c.firedPerReport[i].size()) << i;
-      for (const auto& label : c.firedPerReport[i]) expectedSent.push_back("/p?t=" + label);
+      for (const auto& label : c.firedPerReport[i])
+        expectedSent.push_back("/p?t=" + label);
       expectedRounds += c.firedPerReport[i].empty() ? 0 : 1;
     }
     auto sent = sentTargets();
     sent.erase(sent.begin(), sent.begin() + static_cast<std::ptrdiff_t>(requestsBefore));
     EXPECT_EQ(sent, expectedSent);
     EXPECT_EQ(roundsAsked() - roundsBefore, expectedRounds);
-    for (const auto& [name, count] : delegate->calls) EXPECT_EQ(count, 1u) << name;
+    for (const auto& [name, count] : delegate->calls)
+      EXPECT_EQ(count, 1u) << name;
   }
 }
 
@@ -106,9 +118,9 @@ TEST(RKVVideoEventTypeTest, NamesOfTheTable) {
   EXPECT_EQ(
       RKVVideoTrackingEventManager::eventNameForVideoEventType(RKVVideoEventType::firstSecond),
       "firstSecond");
-  EXPECT_EQ(RKVVideoTrackingEventManager::eventNameForVideoEventType(
-                static_cast<RKVVideoEventType>(22)),
-            std::nullopt);
+  EXPECT_EQ(
+      RKVVideoTrackingEventManager::eventNameForVideoEventType(static_cast<RKVVideoEventType>(22)),
+      std::nullopt);
 }
 
 }  // namespace
