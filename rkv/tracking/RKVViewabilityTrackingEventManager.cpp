@@ -36,7 +36,7 @@ void RKVViewabilityTrackingEventManager::initializeViewabilityTrackingEventTable
   eventProgressionItems_.clear();
   for (const auto& event : events())
     if (auto viewability = std::dynamic_pointer_cast<RKVViewabilityTrackingEvent>(event))
-      eventProgressionItems_.push_back(std::make_shared<Progression>(std::move(viewability)));
+      eventProgressionItems_.push_back(Progression::withEvent(std::move(viewability)));
 }
 
 void RKVViewabilityTrackingEventManager::viewabilityUpdated(bool viewable, float withPercentage) {

@@ -14,8 +14,8 @@ namespace rkv {
 
 class RKV_EXPORT RKVViewabilityTrackingEventManagerEventProgression {
  public:
-  // A random ID (RKVRandom::randomUnsignedInt), duration 0. `event` must not be null.
-  explicit RKVViewabilityTrackingEventManagerEventProgression(
+  // A random ID (RKVRandom::randomUnsignedInt), duration 0; null when `event` is null.
+  static std::shared_ptr<RKVViewabilityTrackingEventManagerEventProgression> withEvent(
       std::shared_ptr<RKVViewabilityTrackingEvent> event);
 
   uint32_t ID() const { return ID_; }
@@ -38,6 +38,9 @@ class RKV_EXPORT RKVViewabilityTrackingEventManagerEventProgression {
   }
 
  private:
+  explicit RKVViewabilityTrackingEventManagerEventProgression(
+      std::shared_ptr<RKVViewabilityTrackingEvent> event);
+
   uint32_t ID_;
   std::shared_ptr<RKVViewabilityTrackingEvent> event_;
   double currentDuration_ = 0;
