@@ -25,9 +25,20 @@ void logFoundationError(std::string_view message) {
   }
 }
 
+// Other foundation lines (a timer destroyed while running) go to the shared console log at
+// their own level, which decides whether they are written.
+void logFoundationMessage(int64_t level, std::string_view message) {
+  try {
+    RKVLog::sharedInstance()->logMessage(message, level);
+  } catch (...) {
+    // As above: the reporter never throws.
+  }
+}
+
 // Installed when the library is loaded; the foundation layer writes to stderr before that.
 [[maybe_unused]] const bool kReportersInstalled = [] {
   internal::setErrorReporter(&logFoundationError);
+  internal::setMessageReporter(&logFoundationMessage);
   return true;
 }();
 }  // namespace
