@@ -6,8 +6,16 @@
 // GET (cache policy 1, 10 s time-out); a pixel answered acceptably is deleted, any other is kept
 // for a later round until it expires. The round ends with one save. Rounds never overlap; a pixel
 // added during a round waits for the next one.
+//
+// Expiry follows the wall clock. A device whose clock starts at 1970 until network time arrives
+// makes pixels that expire a day after 1970, and the first round after the clock is set drops
+// them all. The rule stands (those pixels are past their date), but a round that drops pixels
+// expiring before kEarliestPlausibleExpiration, which no correct clock can have produced, logs one
+// warning with their number.
 #pragma once
 
+#include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -32,14 +40,19 @@ struct RKV_EXPORT RKVPixelRoundReport {
 
 class RKV_EXPORT RKVPixelManager {
  public:
-  static constexpr double kRequestTimeout = 10.0;  // seconds, each pixel's request
+  static constexpr double kRequestTimeout = 10.0;    // seconds, each pixel's request
   static constexpr int64_t kRequestCachePolicy = 1;  // ignore any local cache
+  // 2026-01-01T00:00:00Z, in seconds since 1970: earlier than any pixel this library made under
+  // a correct clock can expire.
+  static constexpr std::chrono::seconds kEarliestPlausibleExpiration{1767225600};
 
   // The process-wide manager over RKVPixelStore's and RKVURLSession's shared instances.
   static std::shared_ptr<RKVPixelManager> sharedInstance();
 
-  RKVPixelManager(std::shared_ptr<RKVPixelStore> pixelStore, std::shared_ptr<RKVURLSession> urlSession);
-  // Waits for the round under way, if any; rounds still queued are dropped.
+  RKVPixelManager(std::shared_ptr<RKVPixelStore> pixelStore,
+                  std::shared_ptr<RKVURLSession> urlSession);
+  // Waits for the round under way, if any; rounds still queued are dropped, their handlers called
+  // with an empty report.
   ~RKVPixelManager();
 
   RKVPixelManager(const RKVPixelManager&) = delete;
@@ -72,9 +85,13 @@ class RKV_EXPORT RKVPixelManager {
 
  private:
   RKVPixelRoundReport runRound();
+  void queueRound(std::function<void(const RKVPixelRoundReport&)> reportHandler);
 
   std::shared_ptr<RKVPixelStore> pixelStore_;
   std::shared_ptr<RKVURLSession> urlSession_;
+  // Set by the destructor; read by queued rounds, which may outlive the manager when it is
+  // released by one of its own handlers.
+  std::shared_ptr<std::atomic<bool>> closed_ = std::make_shared<std::atomic<bool>>(false);
   RKVSerialQueue queue_;
 };
 

@@ -50,7 +50,9 @@ class RKV_EXPORT RKVPixelStore {
   std::vector<RKVPixel> validPendingPixels() const;
   bool isPixelInStore(const RKVPixel& pixel) const;
   int64_t pixelIndexInStoreWithID(uint32_t ID) const;
-  int64_t pixelIndexInStore(const RKVPixel& pixel) const { return pixelIndexInStoreWithID(pixel.ID()); }
+  int64_t pixelIndexInStore(const RKVPixel& pixel) const {
+    return pixelIndexInStoreWithID(pixel.ID());
+  }
   // Expired, or marked success.
   static bool isPixelObsolete(const RKVPixel& pixel);
 
