@@ -76,10 +76,12 @@ std::vector<RKVPixel> RKVPixelStore::deleteObsoletePixels() {
   Lock lock(mu_);
   auto kept = pixels_.begin();
   for (auto it = pixels_.begin(); it != pixels_.end(); ++it) {
-    if (isObsoleteAt(*it, now))
+    if (isObsoleteAt(*it, now)) {
       obsolete.push_back(std::move(*it));
-    else
-      *kept++ = std::move(*it);
+    } else {
+      if (kept != it) *kept = std::move(*it);  // a string moved onto itself would be emptied
+      ++kept;
+    }
   }
   pixels_.erase(kept, pixels_.end());
   return obsolete;

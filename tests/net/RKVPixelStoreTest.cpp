@@ -18,14 +18,17 @@
 #include "rkv/system/RKVSQLiteUserDefaultsStore.h"
 #include "rkv/system/RKVUserDefaults.h"
 
+#include "tests/net/RKVPixelTestSupport.h"
 #include "tests/support/RKVLogCapture.h"
 #include "tests/support/RKVTempDir.h"
 
 namespace rkv {
+
 namespace {
 
 using namespace std::chrono_literals;
 using Date = RKVPixel::Date;
+using test::ids;
 using test::RKVLogCapture;
 using test::RKVTempDir;
 using ::testing::ElementsAre;
@@ -33,13 +36,6 @@ using ::testing::HasSubstr;
 
 RKVURL url(const std::string& text) {
   return *RKVURL::withString(text);
-}
-
-std::vector<uint32_t> ids(const std::vector<RKVPixel>& pixels) {
-  std::vector<uint32_t> result;
-  for (const RKVPixel& pixel : pixels)
-    result.push_back(pixel.ID());
-  return result;
 }
 
 const Date kFuture = std::chrono::system_clock::now() + 1h;
@@ -167,14 +163,16 @@ TEST(RKVPixelStoreTest, IdentityIsTheID) {
 TEST(RKVPixelStoreTest, ObsoletePixelsAreExpiredOrSent) {
   RKVPixelStore store(nullptr);
   const Date now = std::chrono::system_clock::now();
+  const RKVPixel first(2, url("http://t.example/2"), kFuture, RKVPixelStatus::pending);
+  const RKVPixel last(4, url("http://t.example/4"), kFuture, RKVPixelStatus::pending);
+  store.addPixel(first);
   store.addPixel({1, url("http://t.example/1"), now - 5s, RKVPixelStatus::pending});
-  store.addPixel({2, url("http://t.example/2"), kFuture, RKVPixelStatus::pending});
   store.addPixel({3, url("http://t.example/3"), kFuture, RKVPixelStatus::success});
-  store.addPixel({4, url("http://t.example/4"), kFuture, RKVPixelStatus::pending});
+  store.addPixel(last);
   EXPECT_THAT(ids(store.validPendingPixels()), ElementsAre(2u, 4u));
   EXPECT_EQ(store.allPixels().size(), 4u);
   EXPECT_THAT(ids(store.deleteObsoletePixels()), ElementsAre(1u, 3u));
-  EXPECT_THAT(ids(store.allPixels()), ElementsAre(2u, 4u));
+  expectSamePixels(store.allPixels(), {first, last});
 }
 
 TEST(RKVPixelStoreTest, SavedPixelsComeBackFromTheFile) {
