@@ -45,6 +45,15 @@ class Recorder(http.server.BaseHTTPRequestHandler):
         pass
 
 
+class QuietServer(http.server.ThreadingHTTPServer):
+    daemon_threads = True
+
+    def handle_error(self, request, client_address):
+        # A killed rkv resets its connections: expected here.
+        if not isinstance(sys.exc_info()[1], ConnectionError):
+            super().handle_error(request, client_address)
+
+
 class Harness:
     def __init__(self, rkv, data_dir, rng):
         self.rkv = rkv
@@ -59,41 +68,56 @@ class Harness:
         self.durations = {"add": 0.05, "flush": 0.2}  # running estimates, seconds
         self.kills = {"add": 0, "flush": 0}
         self.kill_fractions = []
+        self.save_kills = 0
         self.runs = 0
 
     def start(self, kind, args, stdin_text=None):
         command = [self.rkv, "--data-dir", self.data_dir, "pixels"] + args
         process = subprocess.Popen(command, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
                                    stderr=subprocess.PIPE, env=self.env)
-        # Write standard input from a thread: a process killed early must not block the script.
-        feeder = threading.Thread(target=self._feed, args=(process, stdin_text or ""))
-        feeder.start()
-        return {"kind": kind, "process": process, "feeder": feeder, "started": time.monotonic()}
-
-    @staticmethod
-    def _feed(process, text):
+        # A batch is a few kilobytes: it fits in the pipe, so writing never blocks.
         try:
-            process.stdin.write(text.encode())
+            process.stdin.write((stdin_text or "").encode())
             process.stdin.close()
         except (BrokenPipeError, OSError):
             pass
+        process.stdin = None
+        return {"kind": kind, "process": process, "started": time.monotonic()}
+
+    def wal_state(self):
+        try:
+            info = os.stat(os.path.join(self.data_dir, "defaults.sqlite-wal"))
+            return (info.st_size, info.st_mtime_ns)
+        except FileNotFoundError:
+            return None
 
     def finish(self, run, kill_after=None):
-        """Waits for the run (killing it after `kill_after` seconds if given); its exit status."""
+        """Waits for the run and answers its exit status. `kill_after`: None lets it finish; a
+        number of seconds kills it then; "save" kills it as soon as the store's write-ahead log
+        changes, that is in the middle of writing the list back."""
         process = run["process"]
-        if kill_after is not None:
+        if kill_after == "save":
+            before = self.wal_state()
+            while process.poll() is None:
+                now = self.wal_state()
+                if now is not None and now != before and now[0] > 0:
+                    process.send_signal(signal.SIGKILL)
+                    break
+        elif kill_after is not None:
             try:
                 process.wait(timeout=kill_after)
             except subprocess.TimeoutExpired:
                 process.send_signal(signal.SIGKILL)
         out, err = process.communicate()
-        run["feeder"].join()
         self.runs += 1
         elapsed = time.monotonic() - run["started"]
         kind = run["kind"]
         if process.returncode == -signal.SIGKILL:
             self.kills[kind] += 1
-            self.kill_fractions.append(kill_after / max(self.durations[kind], 1e-3))
+            if kill_after == "save":
+                self.save_kills += 1
+            else:
+                self.kill_fractions.append(kill_after / max(self.durations[kind], 1e-3))
         elif process.returncode == 0:
             self.durations[kind] = 0.7 * self.durations[kind] + 0.3 * elapsed
         run["out"], run["err"] = out.decode(errors="replace"), err.decode(errors="replace")
@@ -116,8 +140,10 @@ class Harness:
         return status, (json.loads(run["out"]) if status == 0 else None)
 
     def kill_moment(self, kind):
-        # Anywhere from the start to a little past the usual end: while the process loads the
-        # list, works, or writes it back.
+        # One time in three, while the list is written back; else anywhere from the start to a
+        # little past the usual end: while the process loads the list, works, or saves it.
+        if self.rng.random() < 1 / 3:
+            return "save"
         return self.rng.uniform(0.0, 1.2 * self.durations[kind])
 
     def pending(self):
@@ -131,15 +157,14 @@ def main():
     parser.add_argument("--rkv", required=True, help="the rkv tool")
     parser.add_argument("--pixels", type=int, default=3000)
     parser.add_argument("--batch", type=int, default=50)
-    parser.add_argument("--kills", type=int, default=24, help="SIGKILLs to land, at least")
+    parser.add_argument("--kills", type=int, default=40, help="SIGKILLs to land, at least")
     parser.add_argument("--seed", type=int, default=None)
     options = parser.parse_args()
     seed = options.seed if options.seed is not None else random.randrange(1 << 30)
     rng = random.Random(seed)
     print("pixel durability: seed %d" % seed, flush=True)
 
-    server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Recorder)
-    server.daemon_threads = True
+    server = QuietServer(("127.0.0.1", 0), Recorder)
     threading.Thread(target=server.serve_forever, daemon=True).start()
     base = "http://127.0.0.1:%d" % server.server_address[1]
 
@@ -186,7 +211,8 @@ def main():
 
         # Random work until every batch is acknowledged and enough kills landed, both kinds.
         steps = 0
-        while batches or total_kills() < options.kills or min(harness.kills.values()) < 5:
+        while (batches or total_kills() < options.kills or min(harness.kills.values()) < 5
+               or harness.save_kills < 5):
             steps += 1
             if steps > 2000:
                 raise SystemExit("no progress after 2000 steps")
@@ -245,11 +271,12 @@ def main():
     lost = sorted(harness.acknowledged - reached - left, key=lambda url: int(url.rsplit("/", 1)[1]))
     twice = sum(1 for times in received.values() if times > 1)
     fractions = sorted(harness.kill_fractions)
-    print("pixel durability: %d runs in %.1f s; %d SIGKILLs (%d adds, %d flushes), kill moments "
-          "at %.2f..%.2f of a usual run; %d concurrent pairs finished both"
+    print("pixel durability: %d runs in %.1f s; %d SIGKILLs (%d adds, %d flushes): %d while the "
+          "list was being written, the others at %.2f..%.2f of a usual run; %d concurrent pairs "
+          "finished both"
           % (harness.runs, elapsed, total_kills(), harness.kills["add"], harness.kills["flush"],
-             fractions[0] if fractions else 0, fractions[-1] if fractions else 0,
-             concurrent_checks))
+             harness.save_kills, fractions[0] if fractions else 0,
+             fractions[-1] if fractions else 0, concurrent_checks))
     print("pixel durability: %d acknowledged, %d reached the server (%d more than once), %d "
           "pending before the last flush, %d sent by it, %d left, %d lost"
           % (len(harness.acknowledged), len(reached), twice, len(before_final),

@@ -55,7 +55,8 @@ class RKVPixelsToolTest : public ::testing::Test {
   }
   Json pendingURLs() {
     Json urls = Json::array();
-    for (const Json& pixel : json({"list", "--json"})["pixels"])
+    const Json list = json({"list", "--json"});
+    for (const Json& pixel : list["pixels"])
       urls.push_back(pixel["url"]);
     return urls;
   }
@@ -121,7 +122,8 @@ TEST_F(RKVPixelsToolTest, AnExpiredPixelIsDroppedUnsent) {
   EXPECT_NE(pixels({"list"}).out.find(" pending expired until "), std::string::npos);
   EXPECT_EQ(json({"flush", "--json"}),
             Json::parse(R"({"sent": [")" + server_.url("/ok?new") + R"("], "pending": [],
-                            "dropped": [")" + server_.url("/ok?old") + R"("]})"));
+                            "dropped": [")" +
+                        server_.url("/ok?old") + R"("]})"));
   ASSERT_EQ(server_.requests().size(), 1u);
   EXPECT_EQ(server_.requests()[0].target, "/ok?new");
 }
