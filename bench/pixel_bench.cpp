@@ -5,7 +5,9 @@
 // store is an RKVPixelStore over RKVPixelStoreProvider over in-memory user defaults, so the
 // figure is the round's sending and bookkeeping, not the disk (BM_PixelAdd measures that). The
 // 1,000 pixels are added, untimed, before each round. BM_RawCurlPixels is the floor: one libcurl
-// easy handle fetching the same 1,000 URLs over its one reused connection.
+// easy handle fetching the same 1,000 URLs over its one reused connection. BM_SessionPixels
+// splits the round's time: the same 1,000 synchronous requests through the session alone, no
+// store.
 //
 // BM_PixelAdd: the pixel manager's addPixel (add, archive the whole list, write it durably) on a
 // store holding 10,000 pixels, over RKVPixelStoreProvider over RKVSQLiteUserDefaultsStore (WAL,
@@ -88,6 +90,25 @@ void BM_PixelRound(benchmark::State& state) {
     if (sent != pixels.size()) {
       state.SkipWithError("a pixel was not sent");
       break;
+    }
+  }
+  state.SetItemsProcessed(state.iterations() * kRoundPixels);
+}
+
+void BM_SessionPixels(benchmark::State& state) {
+  Server& served = server();
+  rkv::RKVURLSession session(std::make_shared<rkv::RKVURLSessionProvider>());
+  std::vector<rkv::RKVURL> urls;
+  for (const std::string& url : served.urls)
+    urls.push_back(*rkv::RKVURL::withString(url));
+  for (auto _ : state) {
+    for (const rkv::RKVURL& url : urls) {
+      const rkv::RKVURLSessionResponse response = session.synchronousDataRequestWithURL(
+          url, rkv::RKVPixelManager::kRequestCachePolicy, rkv::RKVPixelManager::kRequestTimeout);
+      if (!rkv::RKVPixelManager::isResponseSuccessful(response)) {
+        state.SkipWithError("a request failed");
+        break;
+      }
     }
   }
   state.SetItemsProcessed(state.iterations() * kRoundPixels);
@@ -213,6 +234,7 @@ void BM_RawSQLiteBlob(benchmark::State& state) {
 }
 
 BENCHMARK(BM_PixelRound)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_SessionPixels)->UseRealTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_RawCurlPixels)->UseRealTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_PixelAdd)->UseRealTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_RawSQLiteBlob)->UseRealTime()->Unit(benchmark::kMillisecond);
