@@ -295,10 +295,7 @@ void registerRKVPixelsCommand(RKVCommandLine& commandLine) {
       " Holds an exclusive lock on the data folder's rkv.lock for its whole run: another rkv "
       "command on the same folder waits for it.";
   auto options = std::make_shared<PixelsOptions>();
-  CLI::App* addApp = nullptr;
-  CLI::App* listApp = nullptr;
-  CLI::App* flushApp = nullptr;
-  CLI::App* clearApp = nullptr;
+  // Filled once the subcommands exist; the action runs after parsing.
   auto subcommands = std::make_shared<std::vector<CLI::App*>>();
   CLI::App& pixels = commandLine.addSubcommand(
       "pixels",
@@ -312,7 +309,7 @@ void registerRKVPixelsCommand(RKVCommandLine& commandLine) {
       });
   pixels.require_subcommand(1);
 
-  addApp = pixels.add_subcommand(
+  CLI::App* addApp = pixels.add_subcommand(
       "add", std::string("Add one pixel per URL through the pixel manager; the batch is saved "
                          "whole or not at all. Texts that are not http(s) URLs are named on "
                          "stderr and skipped (exit status 1).") +
@@ -325,12 +322,12 @@ void registerRKVPixelsCommand(RKVCommandLine& commandLine) {
       ->check(finiteSeconds())
       ->capture_default_str();
 
-  listApp = pixels.add_subcommand(
+  CLI::App* listApp = pixels.add_subcommand(
       "list", std::string("Show the stored pixels in store order.") + kLockNote);
   listApp->add_flag("--json", options->json,
                     "Print {\"pixels\": [{\"id\", \"url\", \"status\", \"expirationDate\"}]}");
 
-  flushApp = pixels.add_subcommand(
+  CLI::App* flushApp = pixels.add_subcommand(
       "flush", std::string("Run one sending round of the pixel manager and wait for it: "
                            "obsolete pixels are dropped, the others sent one at a time; those "
                            "not answered acceptably stay pending.") +
@@ -338,7 +335,8 @@ void registerRKVPixelsCommand(RKVCommandLine& commandLine) {
   flushApp->add_flag("--json", options->json,
                      "Print {\"sent\": [url], \"pending\": [url], \"dropped\": [url]}");
 
-  clearApp = pixels.add_subcommand("clear", std::string("Remove every stored pixel.") + kLockNote);
+  CLI::App* clearApp =
+      pixels.add_subcommand("clear", std::string("Remove every stored pixel.") + kLockNote);
   *subcommands = {addApp, listApp, flushApp, clearApp};
 }
 
