@@ -102,10 +102,21 @@ TEST(RKVPixelTest, ArchiveRoundTripsEveryField) {
 }
 
 TEST(RKVPixelTest, StringsAreEscaped) {
-  const std::string text = std::string("q\"b\\s/\n\r\t\x01\x1f") + "\xE2\x82\xAC end";
+  // Every byte that needs an escape, at every place of an eight-byte word and of the tail.
+  for (const char special : {'"', '\\', '\0', '\x01', '\n', '\x1f'}) {
+    for (size_t at = 0; at < 19; ++at) {
+      std::string text(19, 'a');
+      text[at] = special;
+      std::string out;
+      internal::appendJSONString(out, text);
+      EXPECT_EQ(nlohmann::json::parse(out).get<std::string>(), text) << int(special) << " " << at;
+    }
+  }
+  // Bytes that need none are copied as they are (UTF-8 included).
+  const std::string plain = " ~\x7f/\xE2\x82\xAC\xA2\xDC http://t.example/?a=1&b=%22";
   std::string out;
-  internal::appendJSONString(out, text);
-  EXPECT_EQ(nlohmann::json::parse(out).get<std::string>(), text);
+  internal::appendJSONString(out, plain);
+  EXPECT_EQ(out, "\"" + plain + "\"");
 }
 
 TEST(RKVPixelTest, EntriesThatDoNotDecodeAreSkipped) {
