@@ -40,45 +40,36 @@ TEST(RKVVASTTrackingEventFactoryTest, OffsetsFromNamesAndAttributes) {
   struct Case {
     std::string name;
     std::optional<std::string> offset;
-    double total;
-    double expected;
+    double expected;  // for a content of 30 s
   };
   const std::vector<Case> cases = {
-      {"start", std::nullopt, 30, 0},
-      {"firstQuartile", std::nullopt, 30, 7.5},
-      {"midpoint", std::nullopt, 30, 15},
-      {"thirdQuartile", std::nullopt, 30, 22.5},
-      {"complete", std::nullopt, 30, 30},
-      {"midpoint", "00:00:05", 30, 5},  // a clock offset wins over the name
-      {"midpoint", "10%", 30, 3},       // so does a percentage
-      {"midpoint", "soon", 30, 15},     // an offset of no known kind leaves the name's
-      {"progress", "00:01:02.500", 30, 62.5},
-      {"progress", "150%", 30, -1},     // not a share of the content
-      {"pause", std::nullopt, 30, -1},  // fired by the player, not by time
-      {"creativeView", std::nullopt, 30, -1},
-      {"midpoint", std::nullopt, 0, -1},  // no content length: no share of it
+      {"start", std::nullopt, 0},
+      {"firstQuartile", std::nullopt, 7.5},
+      {"midpoint", std::nullopt, 15},
+      {"thirdQuartile", std::nullopt, 22.5},
+      {"complete", std::nullopt, 30},
+      {"midpoint", "00:00:05", 5},  // a clock offset wins over the name
+      {"midpoint", "10%", 3},       // so does a percentage
+      {"midpoint", "soon", 15},     // an offset of no known kind leaves the name's
+      {"progress", "00:01:02.500", 62.5},
+      {"pause", std::nullopt, -1},  // fired by the player, not by time
   };
+  std::vector<std::shared_ptr<RKVVASTTrackingEvent>> events = {nullptr};  // left out
   for (const Case& c : cases) {
-    SCOPED_TRACE(c.name + " " + c.offset.value_or("-") + " " + std::to_string(c.total));
-    auto e = event(c.name, c.offset);
-    e->setEventOffset(123);  // whatever it was, it is recomputed
-    RKVVASTTrackingEventFactory factory({e}, c.total);
-    ASSERT_EQ(factory.events().size(), 1u);
-    EXPECT_EQ(factory.events()[0], e);  // the same object, changed in place
-    EXPECT_DOUBLE_EQ(e->eventOffset(), c.expected);
+    events.push_back(event(c.name, c.offset));
+    events.back()->setEventOffset(123);  // whatever it was, it is recomputed
   }
-}
-
-TEST(RKVVASTTrackingEventFactoryTest, KeepsTheOrderAndTheObjects) {
-  const std::vector<std::shared_ptr<RKVVASTTrackingEvent>> events = {
-      event("complete"), nullptr, event("pause"), event("start")};
-  RKVVASTTrackingEventFactory factory(events, 60);
+  RKVVASTTrackingEventFactory factory(events, 30);
   const auto tracking = factory.trackingEvents();
-  ASSERT_EQ(tracking.size(), 3u);
-  EXPECT_EQ(tracking[0], events[0]);
-  EXPECT_EQ(tracking[1], events[2]);
-  EXPECT_EQ(tracking[2], events[3]);
-  EXPECT_DOUBLE_EQ(events[0]->eventOffset(), 60);
+  ASSERT_EQ(tracking.size(), cases.size());
+  for (size_t i = 0; i < cases.size(); ++i) {
+    SCOPED_TRACE(cases[i].name + " " + cases[i].offset.value_or("-"));
+    EXPECT_EQ(tracking[i], events[i + 1]);  // the same objects, in order, changed in place
+    EXPECT_DOUBLE_EQ(events[i + 1]->eventOffset(), cases[i].expected);
+  }
+  // Without a content length there is no share of it.
+  RKVVASTTrackingEventFactory unknownLength({event("midpoint")}, 0);
+  EXPECT_DOUBLE_EQ(unknownLength.events()[0]->eventOffset(), -1);
 }
 
 // A VAST pixel manager over a pixel manager whose store lives in memory.
