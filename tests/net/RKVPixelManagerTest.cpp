@@ -201,6 +201,21 @@ TEST(RKVPixelManagerTest, PixelsLeftByOneRunAreSentByTheNext) {
   EXPECT_THAT(managerOver(file())->allPixels(), IsEmpty());
 }
 
+TEST(RKVPixelManagerTest, RoundsQueuedWhenTheManagerGoesAreDropped) {
+  // The manager is released by a round's handler, on its own queue, with another round queued.
+  std::shared_ptr<RKVPixelManager> holder =
+      managerOver(std::make_shared<RKVMemoryUserDefaultsStore>());
+  auto dropped = std::make_shared<std::promise<RKVPixelRoundReport>>();
+  holder->callPixelsWithReport([&holder, dropped](const RKVPixelRoundReport& first) {
+    EXPECT_TRUE(first.saved);
+    holder->callPixelsWithReport([dropped](const auto& second) { dropped->set_value(second); });
+    holder.reset();
+  });
+  auto future = dropped->get_future();
+  ASSERT_EQ(future.wait_for(test::kHangGuard), std::future_status::ready);
+  EXPECT_FALSE(future.get().saved);  // not run: a round over an empty store saves
+}
+
 TEST(RKVPixelManagerTest, PixelsAddedFromSeveralThreadsDuringRoundsAreAllDelivered) {
   RKVTestHTTPServer server;
   server.setRoute("/p", RKVTestRoute::answer(204, ""));
