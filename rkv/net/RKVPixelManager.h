@@ -49,6 +49,7 @@ class RKV_EXPORT RKVPixelManager {
   // The process-wide manager over RKVPixelStore's and RKVURLSession's shared instances.
   static std::shared_ptr<RKVPixelManager> sharedInstance();
 
+  // A null store or session means the shared one.
   RKVPixelManager(std::shared_ptr<RKVPixelStore> pixelStore,
                   std::shared_ptr<RKVURLSession> urlSession);
   // Waits for the round under way, if any; rounds still queued are dropped, their handlers called

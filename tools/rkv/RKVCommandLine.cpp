@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -15,6 +16,7 @@
 #include "rkv/log/RKVLog.h"
 #include "rkv/log/RKVLogDefaultOutput.h"
 #include "rkv/platform/RKVFrameworkInfo.h"
+#include "rkv/system/RKVUserDefaults.h"
 
 namespace rkv::cli {
 
@@ -74,7 +76,22 @@ RKVCommandLine::RKVCommandLine()
   app_.add_flag("--version", showVersion_, "Print the framework name, version and revision");
   app_.add_flag("-v,--verbose", verbose_,
                 "Write the library's console log, every level, to stderr");
+  app_.add_option("--data-dir", dataDir_,
+                  "Folder of the tool's user defaults (defaults.sqlite: the pending pixels) and "
+                  "of its lock file rkv.lock; default: the library's own place, "
+                  "$XDG_DATA_HOME/rkvcore/<application>/")
+      ->type_name("DIR");
   app_.require_subcommand(0, 1);
+}
+
+std::string RKVCommandLine::userDefaultsPath() const {
+  if (dataDir_.empty()) return RKVUserDefaults::defaultPath();
+  return (std::filesystem::path(dataDir_) / "defaults.sqlite").string();
+}
+
+std::string RKVCommandLine::dataDirectory() const {
+  const std::filesystem::path folder = std::filesystem::path(userDefaultsPath()).parent_path();
+  return folder.empty() ? std::string(".") : folder.string();
 }
 
 CLI::App& RKVCommandLine::addSubcommand(const std::string& name, const std::string& description,
@@ -107,6 +124,10 @@ int RKVCommandLine::runUnchecked(int argc, const char* const* argv, std::ostream
       log->setDataSource(std::make_shared<VerboseDataSource>());
       log->setDebugLoggingEnabled(true);
     }
+    // The library's standard defaults live where the tool keeps its own. This cannot fail in
+    // the tool's process (nothing used them yet); a process that runs the tool more than once
+    // keeps its first choice there, and the subcommands open userDefaultsPath() themselves.
+    if (!dataDir_.empty()) RKVUserDefaults::setStandardPath(userDefaultsPath());
     RKVCommandStreams streams{out, err};
     for (auto& [sub, action] : actions_) {
       if (sub->parsed()) return action(streams);

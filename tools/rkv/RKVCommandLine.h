@@ -41,6 +41,11 @@ class RKVCommandLine {
 
   // The root application, for global options.
   CLI::App& app() { return app_; }
+  // The file of the tool's user defaults: DIR/defaults.sqlite under --data-dir DIR, else the
+  // library's RKVUserDefaults::defaultPath(). Set once the arguments are parsed.
+  std::string userDefaultsPath() const;
+  // The folder of userDefaultsPath(): where the tool keeps its lock file.
+  std::string dataDirectory() const;
   // Adds the subcommand `name`; options added to the returned app are parsed before `action`
   // runs. The command line keeps the action alive, so it may own the option storage.
   CLI::App& addSubcommand(const std::string& name, const std::string& description, Action action);
@@ -57,6 +62,7 @@ class RKVCommandLine {
   std::vector<std::pair<CLI::App*, Action>> actions_;
   bool showVersion_ = false;
   bool verbose_ = false;
+  std::string dataDir_;  // empty: the library's default place
 };
 
 // Option checks whose messages say what is wanted (CLI11 prefixes the option's name):

@@ -4,6 +4,7 @@
 #include <charconv>
 #include <chrono>
 #include <cstdint>
+#include <cstring>
 #include <limits>
 
 #include <nlohmann/json.hpp>
@@ -68,11 +69,36 @@ Json parse(std::string_view json) {
   return Json::parse(json.begin(), json.end(), nullptr, false);
 }
 
+// True when some byte needs an escape. A URL almost never holds one and the whole list is
+// archived at every save, so eight bytes are looked at a time: a byte of the word is below 0x20,
+// or equal to the quote or the backslash, exactly when the matching mask below is not zero.
+bool needsEscape(std::string_view text) {
+  constexpr uint64_t kOnes = 0x0101010101010101ULL;
+  constexpr uint64_t kHighs = 0x8080808080808080ULL;
+  const auto hasZeroByte = [](uint64_t word) { return (word - kOnes) & ~word & kHighs; };
+  size_t i = 0;
+  for (; i + 8 <= text.size(); i += 8) {
+    uint64_t word;
+    std::memcpy(&word, text.data() + i, 8);
+    const uint64_t control = (word - kOnes * 0x20) & ~word & kHighs;
+    if (control | hasZeroByte(word ^ (kOnes * '"')) | hasZeroByte(word ^ (kOnes * '\\')))
+      return true;
+  }
+  for (; i < text.size(); ++i)
+    if (kNeedsEscape[static_cast<unsigned char>(text[i])]) return true;
+  return false;
+}
+
 }  // namespace
 
 void appendJSONString(std::string& out, std::string_view text) {
   static constexpr char kHex[] = "0123456789abcdef";
   out.push_back('"');
+  if (!needsEscape(text)) {
+    out.append(text);
+    out.push_back('"');
+    return;
+  }
   size_t run = 0;  // start of the bytes not yet copied
   for (size_t i = 0; i < text.size(); ++i) {
     const auto byte = static_cast<unsigned char>(text[i]);

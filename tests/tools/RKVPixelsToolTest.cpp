@@ -1,0 +1,176 @@
+// rkv pixels, run in-process over a fresh data folder and a loopback server: what add keeps and
+// skips, list's and flush's JSON, what a round sends, keeps and drops, clear, usage errors.
+#include <chrono>
+#include <ctime>
+#include <iomanip>
+#include <iostream>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include "tests/support/RKVTempDir.h"
+#include "tests/support/RKVTestHTTPServer.h"
+#include "tools/rkv/RKVCommandLine.h"
+
+namespace rkv::cli {
+namespace {
+
+using Json = nlohmann::ordered_json;
+using Strings = std::vector<std::string>;
+using test::RKVTestRoute;
+
+struct Result {
+  int status;
+  std::string out, err;
+};
+
+class RKVPixelsToolTest : public ::testing::Test {
+ protected:
+  RKVPixelsToolTest() {
+    server_.setRoute("/ok", RKVTestRoute::answer(204, ""));
+    server_.setRoute("/fail", RKVTestRoute::answer(500, ""));
+  }
+
+  // `rkv --data-dir DIR pixels ARGS...` with `input` as standard input.
+  Result pixels(Strings args, const std::string& input = "") {
+    args.insert(args.begin(), {"rkv", "--data-dir", dir_.path().string(), "pixels"});
+    std::vector<const char*> argv;
+    for (const auto& arg : args)
+      argv.push_back(arg.c_str());
+    std::istringstream in(input);
+    std::streambuf* const standardInput = std::cin.rdbuf(in.rdbuf());
+    std::ostringstream out, err;
+    const int status = run(static_cast<int>(argv.size()), argv.data(), out, err);
+    std::cin.rdbuf(standardInput);
+    return {status, out.str(), err.str()};
+  }
+  Json json(Strings args) {
+    const Result result = pixels(std::move(args));
+    EXPECT_EQ(result.status, kExitSuccess) << result.err;
+    return Json::parse(result.out, nullptr, false);
+  }
+  Json pendingURLs() {
+    Json urls = Json::array();
+    const Json list = json({"list", "--json"});
+    for (const Json& pixel : list["pixels"])
+      urls.push_back(pixel["url"]);
+    return urls;
+  }
+
+  test::RKVTestHTTPServer server_;
+  test::RKVTempDir dir_;
+};
+
+TEST_F(RKVPixelsToolTest, AddListFlushAndClear) {
+  const std::string ok = server_.url("/ok?n=1"), fail = server_.url("/fail"),
+                    missing = server_.url("/missing"), later = server_.url("/ok?n=2");
+  // Arguments and standard input, in order; blank lines are ignored.
+  const Result added = pixels({"add", ok, fail, "-"}, "\n" + missing + "\n  \n" + later + "\n");
+  ASSERT_EQ(added.status, kExitSuccess) << added.err;
+  EXPECT_EQ(added.out, "4 pixel(s) added\n");
+
+  const Json list = json({"list", "--json"});
+  ASSERT_EQ(list.size(), 1u);
+  ASSERT_EQ(list["pixels"].size(), 4u);
+  const auto dayFromNow = std::time(nullptr) + 86400;
+  for (const Json& pixel : list["pixels"]) {
+    Strings keys;
+    for (const auto& item : pixel.items())
+      keys.push_back(item.key());
+    EXPECT_EQ(keys, (Strings{"id", "url", "status", "expirationDate"}));
+    EXPECT_TRUE(pixel["id"].is_number_unsigned());
+    EXPECT_EQ(pixel["status"], "pending");
+    const std::string date = pixel["expirationDate"];
+    ASSERT_TRUE(std::regex_match(date, std::regex(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ)"))) << date;
+    std::tm utc{};
+    std::istringstream(date) >> std::get_time(&utc, "%Y-%m-%dT%H:%M:%SZ");
+    EXPECT_NEAR(static_cast<double>(::timegm(&utc)), static_cast<double>(dayFromNow), 60.0);
+  }
+  EXPECT_EQ(pendingURLs(), Json::array({ok, fail, missing, later}));
+  EXPECT_NE(list["pixels"][0]["id"], list["pixels"][1]["id"]);
+
+  // 204 and 404 are delivered; the 500 stays for the next round.
+  const Json round = json({"flush", "--json"});
+  EXPECT_EQ(round, Json::parse(R"({"sent": [")" + ok + R"(", ")" + missing + R"(", ")" + later +
+                               R"("], "pending": [")" + fail + R"("], "dropped": []})"));
+  Strings keys;
+  for (const auto& item : round.items())
+    keys.push_back(item.key());
+  EXPECT_EQ(keys, (Strings{"sent", "pending", "dropped"}));
+  EXPECT_EQ(server_.requestCount("/ok"), 2u);
+  EXPECT_EQ(server_.requestCount("/fail"), 1u);
+
+  const Result again = pixels({"flush"});
+  EXPECT_EQ(again.status, kExitSuccess);
+  EXPECT_EQ(again.out, "pending " + fail + "\n0 sent, 0 dropped, 1 pending\n");
+  EXPECT_EQ(server_.requestCount("/fail"), 2u);
+
+  const Result cleared = pixels({"clear"});
+  EXPECT_EQ(cleared.status, kExitSuccess);
+  EXPECT_EQ(cleared.out, "1 pixel(s) removed\n");
+  EXPECT_EQ(pendingURLs(), Json::array());
+  EXPECT_EQ(pixels({"list"}).out, "0 pixel(s)\n");
+}
+
+TEST_F(RKVPixelsToolTest, AnExpiredPixelIsDroppedUnsent) {
+  ASSERT_EQ(pixels({"add", "--expires", "-10", server_.url("/ok?old")}).status, kExitSuccess);
+  ASSERT_EQ(pixels({"add", "--expires=3600", server_.url("/ok?new")}).status, kExitSuccess);
+  EXPECT_NE(pixels({"list"}).out.find(" pending expired until "), std::string::npos);
+  EXPECT_EQ(json({"flush", "--json"}),
+            Json::parse(R"({"sent": [")" + server_.url("/ok?new") + R"("], "pending": [],
+                            "dropped": [")" +
+                        server_.url("/ok?old") + R"("]})"));
+  ASSERT_EQ(server_.requests().size(), 1u);
+  EXPECT_EQ(server_.requests()[0].target, "/ok?new");
+}
+
+// Texts that are not http(s) URLs are named and skipped; the others are still added.
+TEST_F(RKVPixelsToolTest, TextsThatAreNotPixelURLsAreSkipped) {
+  const struct {
+    std::string text, message;
+  } cases[] = {
+      {"not a url", "not a valid URL: not a url"},
+      {"ftp://host/file", "not an http or https URL: ftp://host/file"},
+      {"http://", "not a valid URL: http://"},
+      {"/ok", "not a valid URL: /ok"},
+      {"http://h:99999/x", "not a valid URL: http://h:99999/x"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.text);
+    const Result result = pixels({"add", "-", server_.url("/ok")}, c.text + "\n");
+    EXPECT_EQ(result.status, kExitFailure);
+    EXPECT_EQ(result.err, "rkv pixels add: " + c.message + " (skipped)\n");
+    EXPECT_EQ(result.out, "1 pixel(s) added\n");
+  }
+  EXPECT_EQ(json({"list", "--json"})["pixels"].size(), std::size(cases));
+  const Result none = pixels({"add", "mailto:a@b.c"});
+  EXPECT_EQ(none.status, kExitFailure);
+  EXPECT_EQ(none.out, "0 pixel(s) added\n");
+}
+
+TEST_F(RKVPixelsToolTest, UsageErrors) {
+  const Strings cases[] = {
+      {},
+      {"add"},
+      {"add", "--expires", "soon", "http://h/"},
+      {"add", "--expires", "inf", "http://h/"},
+      {"list", "extra"},
+      {"flush", "--frob"},
+      {"send"},
+  };
+  for (const Strings& args : cases) {
+    SCOPED_TRACE(testing::PrintToString(args));
+    const Result result = pixels(args);
+    EXPECT_EQ(result.status, kExitUsage);
+    EXPECT_EQ(result.out, "");
+    EXPECT_FALSE(result.err.empty());
+  }
+  EXPECT_EQ(pendingURLs(), Json::array());
+}
+
+}  // namespace
+}  // namespace rkv::cli
