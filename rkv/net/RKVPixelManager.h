@@ -54,17 +54,18 @@ class RKV_EXPORT RKVPixelManager {
                   std::shared_ptr<RKVURLSession> urlSession);
   // Waits for the round under way, if any; rounds still queued are dropped, their handlers called
   // with an empty report.
-  ~RKVPixelManager();
+  virtual ~RKVPixelManager();
 
   RKVPixelManager(const RKVPixelManager&) = delete;
   RKVPixelManager& operator=(const RKVPixelManager&) = delete;
 
   // Adds the pixel; when it was added (its ID was not present), saves the store at once. True
-  // when it was added and saved.
-  bool addPixel(const RKVPixel& pixel);
+  // when it was added and saved. Virtual, like addPixels, so that a host can watch what is
+  // queued (a player's log, a test) and then call this one.
+  virtual bool addPixel(const RKVPixel& pixel);
   // Adds each pixel in order; when at least one was added, saves the store once at the end. True
   // when every pixel was added and the save succeeded.
-  bool addPixels(const std::vector<RKVPixel>& pixels);
+  virtual bool addPixels(const std::vector<RKVPixel>& pixels);
 
   // Queues one sending round and returns at once.
   void callPixels() { callPixelsWithCompletionHandler(nullptr); }

@@ -61,6 +61,33 @@ CLI::Validator positiveSeconds() {
       "SECONDS>0");
 }
 
+CLI::Validator nonNegativeSeconds() {
+  return CLI::Validator(
+      [](std::string& text) -> std::string {
+        const std::optional<double> value = numberValue(text);
+        return value && *value >= 0 ? "" : "must be a number of seconds, 0 or more";
+      },
+      "SECONDS>=0");
+}
+
+CLI::Validator positiveNumber() {
+  return CLI::Validator(
+      [](std::string& text) -> std::string {
+        const std::optional<double> value = numberValue(text);
+        return value && *value > 0 ? "" : "must be a number greater than 0";
+      },
+      "X>0");
+}
+
+CLI::Validator fraction() {
+  return CLI::Validator(
+      [](std::string& text) -> std::string {
+        const std::optional<double> value = numberValue(text);
+        return value && *value >= 0 && *value <= 1 ? "" : "must be a number from 0 to 1";
+      },
+      "0..1");
+}
+
 CLI::Validator nonNegativeCount() {
   return CLI::Validator(
       [](std::string& text) -> std::string {

@@ -1,0 +1,190 @@
+// rkv play, run in-process over a fresh data folder against a loopback server that serves a
+// wrapper, its inline ad and every pixel: what reaches the server, how often and in which order,
+// the simulated times of the JSON, the player events, viewability, and the failures.
+#include <algorithm>
+#include <iostream>
+#include <map>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include "tests/support/RKVTempDir.h"
+#include "tests/support/RKVTestHTTPServer.h"
+#include "tools/rkv/RKVCommandLine.h"
+
+namespace rkv::cli {
+namespace {
+
+using Json = nlohmann::ordered_json;
+using Strings = std::vector<std::string>;
+using test::RKVTestRoute;
+
+struct Result {
+  int status;
+  std::string out, err;
+};
+
+// Every pixel path of the two documents.
+const Strings kPixels = {"/imp/wrapper",
+                         "/imp/inline",
+                         "/start/wrapper",
+                         "/start/inline",
+                         "/q1",
+                         "/progress3",
+                         "/mid",
+                         "/q3",
+                         "/complete/wrapper",
+                         "/complete/inline",
+                         "/viewable",
+                         "/pause",
+                         "/resume",
+                         "/mute",
+                         "/skip"};
+
+class RKVPlayToolTest : public ::testing::Test {
+ protected:
+  RKVPlayToolTest() {
+    for (const std::string& path : kPixels)
+      server_.setRoute(path, RKVTestRoute::answer(204, ""));
+    server_.setRoute("/inline.xml",
+                     RKVTestRoute::answer(200, inlineXML("<Duration>00:00:10</Duration>")));
+    server_.setRoute("/no-duration.xml", RKVTestRoute::answer(200, inlineXML("")));
+    server_.setRoute("/wrapper.xml", RKVTestRoute::answer(200, wrapperXML()));
+    server_.setRoute("/missing.xml", RKVTestRoute::answer(404, ""));
+  }
+
+  std::string pixel(const std::string& path, const std::string& event,
+                    const std::string& attributes = "") {
+    return "<Tracking event=\"" + event + "\"" + attributes + "><![CDATA[" + server_.url(path) +
+           "]]></Tracking>";
+  }
+  std::string inlineXML(const std::string& duration) {
+    return "<VAST version=\"4.0\"><Ad id=\"inline-1\"><InLine><AdSystem>S</AdSystem><AdTitle>T"
+           "</AdTitle><Impression><![CDATA[" +
+           server_.url("/imp/inline?cb=[CACHEBUSTING]") +
+           "]]></Impression><ViewableImpression><Viewable><![CDATA[" + server_.url("/viewable") +
+           "]]></Viewable></ViewableImpression><Creatives><Creative><Linear>" + duration +
+           "<TrackingEvents>" + pixel("/start/inline", "start") + pixel("/q1", "firstQuartile") +
+           pixel("/mid", "midpoint") + pixel("/q3", "thirdQuartile") +
+           pixel("/complete/inline", "complete") +
+           pixel("/progress3", "progress", " offset=\"00:00:03\"") + pixel("/pause", "pause") +
+           pixel("/resume", "resume") + pixel("/mute", "mute") + pixel("/skip", "skip") +
+           "</TrackingEvents><MediaFiles><MediaFile delivery=\"progressive\" type=\"video/mp4\" "
+           "width=\"1280\" height=\"720\" bitrate=\"2000\"><![CDATA[" +
+           server_.url("/media.mp4") +
+           "]]></MediaFile></MediaFiles></Linear></Creative></Creatives></InLine></Ad></VAST>";
+  }
+  std::string wrapperXML() {
+    return "<VAST version=\"4.0\"><Ad id=\"wrapper-1\"><Wrapper><AdSystem>W</AdSystem>"
+           "<VASTAdTagURI><![CDATA[" +
+           server_.url("/inline.xml") + "]]></VASTAdTagURI><Impression><![CDATA[" +
+           server_.url("/imp/wrapper?cb=[CACHEBUSTING]") +
+           "]]></Impression><Creatives><Creative><Linear><TrackingEvents>" +
+           pixel("/start/wrapper", "start") + pixel("/complete/wrapper", "complete") +
+           "</TrackingEvents></Linear></Creative></Creatives></Wrapper></Ad></VAST>";
+  }
+
+  Result play(Strings args) {
+    args.insert(args.begin(), {"rkv", "--data-dir", dir_.path().string(), "play"});
+    std::vector<const char*> argv;
+    for (const auto& arg : args)
+      argv.push_back(arg.c_str());
+    std::ostringstream out, err;
+    const int status = run(static_cast<int>(argv.size()), argv.data(), out, err);
+    return {status, out.str(), err.str()};
+  }
+  // The pixel paths in the order the server received them.
+  Strings received() const {
+    Strings paths;
+    for (const auto& request : server_.requests()) {
+      std::string path = request.target.substr(0, request.target.find('?'));
+      if (std::find(kPixels.begin(), kPixels.end(), path) != kPixels.end()) paths.push_back(path);
+    }
+    return paths;
+  }
+
+  test::RKVTempDir dir_;
+  test::RKVTestHTTPServer server_;
+};
+
+TEST_F(RKVPlayToolTest, AWrapperPlaysEveryLevelsPixelsOnceAtTheirSimulatedTimes) {
+  const Result result = play({"--speed", "20", "--json", "--mute-at", "1", "--pause-at", "4",
+                              "--pause-for", "1", server_.url("/wrapper.xml")});
+  ASSERT_EQ(result.status, kExitSuccess) << result.err;
+  const Json output = Json::parse(result.out);
+  EXPECT_EQ(output["ad"], Json({{"id", "inline-1"}, {"wrapperDepth", 1}}));
+  EXPECT_EQ(output["mediaFile"], server_.url("/media.mp4"));
+  EXPECT_EQ(output["duration"], 10.0);
+
+  // Every pixel but the skip's reaches the server exactly once, the time-based ones in order.
+  Strings paths = received();
+  for (const std::string& path : kPixels)
+    EXPECT_EQ(std::count(paths.begin(), paths.end(), path), path == "/skip" ? 0 : 1) << path;
+  Strings timeBased;
+  std::copy_if(paths.begin(), paths.end(), std::back_inserter(timeBased), [](const std::string& p) {
+    return p == "/q1" || p == "/progress3" || p == "/mid" || p == "/q3" || p == "/complete/inline";
+  });
+  EXPECT_EQ(timeBased, Strings({"/q1", "/progress3", "/mid", "/q3", "/complete/inline"}));
+  for (const auto& request : server_.requests()) {
+    if (request.target.rfind("/imp/", 0) == 0) {
+      EXPECT_TRUE(std::regex_search(request.target, std::regex("\\?cb=[0-9]{8}$")))
+          << request.target;
+    }
+  }
+
+  // Simulated times: the pause moves everything after it by its second.
+  std::map<std::string, double> at;
+  for (const Json& event : output["events"])
+    at.emplace(event["url"].get<std::string>().substr(server_.url("").size()),
+               event["t"].get<double>());
+  EXPECT_EQ(at["/start/inline"], 0.0);
+  EXPECT_EQ(at["/mute"], 1.0);
+  EXPECT_EQ(at["/viewable"], 2.25);  // two seconds after the first tick set the time base
+  EXPECT_EQ(at["/q1"], 2.5);
+  EXPECT_EQ(at["/progress3"], 3.0);
+  EXPECT_EQ(at["/pause"], 4.0);
+  EXPECT_EQ(at["/resume"], 5.0);
+  EXPECT_EQ(at["/mid"], 6.0);
+  EXPECT_EQ(at["/q3"], 8.5);
+  EXPECT_EQ(at["/complete/wrapper"], 11.0);
+  EXPECT_EQ(output["pixels"], Json({{"queued", 14}, {"sent", 14}, {"pending", 0}}));
+}
+
+TEST_F(RKVPlayToolTest, ASkippedAdOnAViewTooLittleOnScreenFiresNeitherCompleteNorViewable) {
+  const Result result = play({"--speed", "20", "--json", "--visible", "0.4", "--skip-at", "6",
+                              server_.url("/inline.xml")});
+  ASSERT_EQ(result.status, kExitSuccess) << result.err;
+  EXPECT_EQ(received(),
+            Strings({"/imp/inline", "/start/inline", "/q1", "/progress3", "/mid", "/skip"}));
+}
+
+TEST_F(RKVPlayToolTest, WhatCannotBePlayedFailsWithItsReason) {
+  struct Case {
+    Strings args;
+    int status;
+    const char* says;
+  };
+  const std::vector<Case> cases = {
+      {{server_.url("/missing.xml")}, kExitFailure, "no ad to play"},
+      {{server_.url("/no-duration.xml")}, kExitFailure, "no duration"},
+      {{"--pause-at", "3", server_.url("/inline.xml")}, kExitUsage, "--pause-for"},
+      {{"--visible", "1.5", server_.url("/inline.xml")}, kExitUsage, "from 0 to 1"},
+      {{"--speed", "0", server_.url("/inline.xml")}, kExitUsage, "greater than 0"},
+  };
+  for (const Case& c : cases) {
+    const Result result = play(c.args);
+    EXPECT_EQ(result.status, c.status) << c.args.front();
+    EXPECT_NE(result.err.find(c.says), std::string::npos) << result.err;
+  }
+  EXPECT_TRUE(received().empty());
+  // With the length given, the same creative plays.
+  EXPECT_EQ(play({"--speed", "50", "--duration", "2", server_.url("/no-duration.xml")}).status,
+            kExitSuccess);
+}
+
+}  // namespace
+}  // namespace rkv::cli
