@@ -30,9 +30,14 @@ std::shared_ptr<RKVView> RKVView::window() const {
 RKVPoint RKVView::convertPoint(RKVPoint point, const RKVView* view) const {
   if (view == this) return point;
   if (view == nullptr) {
-    const std::shared_ptr<RKVView> ownWindow = window();
-    // A window's own bounds coordinates are its window coordinates.
-    return convertPointUp(point, ownWindow.get());
+    // A window's bounds coordinates are its window coordinates; outside any window, the bounds
+    // coordinates of the top of the tree stand for them.
+    std::shared_ptr<RKVView> top = window();
+    if (!top) {
+      for (std::shared_ptr<RKVView> up = superview(); up; up = up->superview())
+        top = up;
+    }
+    return convertPointUp(point, top ? top.get() : this);
   }
   return view->convertPointDownFromTop(convertPointUp(point, nullptr));
 }

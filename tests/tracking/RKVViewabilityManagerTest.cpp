@@ -93,6 +93,7 @@ TEST_F(RKVViewabilityManagerTest, VisibleFractionOfTheViewInsideTheRootView) {
   root_->addSubview(container), container->addSubview(ad_);
   ad_->setFrame({{0, 900}, {400, 200}});
   EXPECT_DOUBLE_EQ(manager->viewabilityPercentage(), 0.5);
+  EXPECT_EQ(ad_->convertPoint({10, 10}, nullptr), (RKVPoint{10, -90}));  // window coordinates
 
   // Nothing to measure against: in a window without a root view, or in no window at all.
   window_->setRootView(nullptr), window_->addSubview(ad_);
