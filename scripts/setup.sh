@@ -15,7 +15,7 @@ packages=(
   cmake ninja-build g++ clang clang-format pkg-config ccache
   libexpat1-dev libre2-dev libcurl4-openssl-dev libsqlite3-dev libssl-dev libasio-dev
   nlohmann-json3-dev libfmt-dev libcli11-dev libgtest-dev libgmock-dev libbenchmark-dev
-  libcpp-httplib-dev
+  libcpp-httplib-dev python3
 )
 missing=()
 for p in "${packages[@]}"; do
