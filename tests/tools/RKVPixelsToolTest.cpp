@@ -14,6 +14,7 @@
 
 #include "tests/support/RKVTempDir.h"
 #include "tests/support/RKVTestHTTPServer.h"
+#include "tests/tools/RKVToolRun.h"
 #include "tools/rkv/RKVCommandLine.h"
 
 namespace rkv::cli {
@@ -23,10 +24,7 @@ using Json = nlohmann::ordered_json;
 using Strings = std::vector<std::string>;
 using test::RKVTestRoute;
 
-struct Result {
-  int status;
-  std::string out, err;
-};
+using Result = test::RKVToolResult;
 
 class RKVPixelsToolTest : public ::testing::Test {
  protected:
@@ -37,16 +35,8 @@ class RKVPixelsToolTest : public ::testing::Test {
 
   // `rkv --data-dir DIR pixels ARGS...` with `input` as standard input.
   Result pixels(Strings args, const std::string& input = "") {
-    args.insert(args.begin(), {"rkv", "--data-dir", dir_.path().string(), "pixels"});
-    std::vector<const char*> argv;
-    for (const auto& arg : args)
-      argv.push_back(arg.c_str());
-    std::istringstream in(input);
-    std::streambuf* const standardInput = std::cin.rdbuf(in.rdbuf());
-    std::ostringstream out, err;
-    const int status = run(static_cast<int>(argv.size()), argv.data(), out, err);
-    std::cin.rdbuf(standardInput);
-    return {status, out.str(), err.str()};
+    args.insert(args.begin(), {"--data-dir", dir_.path().string(), "pixels"});
+    return test::runTool(std::move(args), input);
   }
   Json json(Strings args) {
     const Result result = pixels(std::move(args));

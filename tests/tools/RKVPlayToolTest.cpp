@@ -14,6 +14,7 @@
 
 #include "tests/support/RKVTempDir.h"
 #include "tests/support/RKVTestHTTPServer.h"
+#include "tests/tools/RKVToolRun.h"
 #include "tools/rkv/RKVCommandLine.h"
 
 namespace rkv::cli {
@@ -23,10 +24,7 @@ using Json = nlohmann::ordered_json;
 using Strings = std::vector<std::string>;
 using test::RKVTestRoute;
 
-struct Result {
-  int status;
-  std::string out, err;
-};
+using Result = test::RKVToolResult;
 
 // Every pixel path of the two documents.
 const Strings kPixels = {"/imp/wrapper",
@@ -89,13 +87,8 @@ class RKVPlayToolTest : public ::testing::Test {
   }
 
   Result play(Strings args) {
-    args.insert(args.begin(), {"rkv", "--data-dir", dir_.path().string(), "play"});
-    std::vector<const char*> argv;
-    for (const auto& arg : args)
-      argv.push_back(arg.c_str());
-    std::ostringstream out, err;
-    const int status = run(static_cast<int>(argv.size()), argv.data(), out, err);
-    return {status, out.str(), err.str()};
+    args.insert(args.begin(), {"--data-dir", dir_.path().string(), "play"});
+    return test::runTool(std::move(args));
   }
   // The pixel paths in the order the server received them.
   Strings received() const {

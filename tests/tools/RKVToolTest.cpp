@@ -19,6 +19,7 @@
 #include "tests/support/RKVTestPaths.h"
 #include "tests/support/RKVTestTLSServer.h"
 #include "tests/support/RKVTestVASTDocuments.h"
+#include "tests/tools/RKVToolRun.h"
 #include "tools/rkv/RKVCommandLine.h"
 #include "tools/rkv/RKVInspection.h"
 
@@ -34,30 +35,8 @@ using test::RKVTestRoute;
 using test::vastXML;
 using test::wrapperAd;
 
-struct Result {
-  int status;
-  std::string out, err;
-  // The one JSON value printed; fails the test when the output is not one.
-  Json json() const {
-    Json json = Json::parse(out, nullptr, false);
-    EXPECT_FALSE(json.is_discarded()) << out.substr(0, 200);
-    return json;
-  }
-};
-
-// Runs the tool with `out` as its standard output (a string when null).
-Result runTool(Strings args, const std::string& input = "", std::ostream* out = nullptr) {
-  args.insert(args.begin(), "rkv");
-  std::vector<const char*> argv;
-  for (const auto& arg : args)
-    argv.push_back(arg.c_str());
-  std::istringstream in(input);
-  std::streambuf* const standardInput = std::cin.rdbuf(in.rdbuf());
-  std::ostringstream text, err;
-  const int status = run(static_cast<int>(argv.size()), argv.data(), out ? *out : text, err);
-  std::cin.rdbuf(standardInput);
-  return {status, text.str(), err.str()};
-}
+using Result = test::RKVToolResult;
+using test::runTool;
 
 bool contains(const std::string& text, const std::string& piece) {
   return text.find(piece) != std::string::npos;
