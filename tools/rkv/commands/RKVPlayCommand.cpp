@@ -33,6 +33,7 @@
 #include "tools/rkv/RKVAdJSON.h"
 #include "tools/rkv/RKVAdPlayer.h"
 #include "tools/rkv/RKVCommandLine.h"
+#include "tools/rkv/RKVHandBackAdapter.h"
 #include "tools/rkv/RKVDataLock.h"
 #include "tools/rkv/RKVInput.h"
 #include "tools/rkv/RKVShownText.h"
@@ -51,24 +52,6 @@ struct PlayOptions {
   bool json = false;
 };
 
-// The player ad of this tool: the VAST ad itself.
-class PlayedVASTAd final : public RKVConsumableVideoAd {
- public:
-  explicit PlayedVASTAd(std::shared_ptr<RKVVASTAd> ad) : ad_(std::move(ad)) {}
-  const std::shared_ptr<RKVVASTAd>& ad() const { return ad_; }
-
- private:
-  std::shared_ptr<RKVVASTAd> ad_;
-};
-
-class PlayAdapter final : public RKVVASTManagerAdapter {
- public:
-  std::shared_ptr<RKVConsumableVideoAd> convertVASTAdToConsumableVideoAd(
-      const std::shared_ptr<RKVVASTAd>& ad) override {
-    return std::make_shared<PlayedVASTAd>(ad);
-  }
-};
-
 // The player only wants the ad: the manager's reports are not shown.
 class QuietDelegate final : public RKVVASTManagerDelegate {};
 
@@ -80,13 +63,13 @@ std::shared_ptr<RKVVASTAd> resolveFirstAd(const RKVInput& input, double timeout,
                               false);
   // The manager holds its delegate and adapter weakly: they live here, beside it.
   auto delegate = std::make_shared<QuietDelegate>();
-  auto adapter = std::make_shared<PlayAdapter>();
+  auto adapter = std::make_shared<RKVHandBackAdapter>();
   RKVVASTManager manager(delegate, adapter, std::make_shared<RKVURLSession>(transport), config);
   manager.createAdsStoreWithXML(
       input.bytes ? std::optional<std::string_view>(*input.bytes) : std::nullopt, input.url,
       timeout);
   const RKVVASTManagerResponse response = manager.nextAdWithTimeout(timeout, false);
-  if (auto played = std::dynamic_pointer_cast<PlayedVASTAd>(response.ad())) return played->ad();
+  if (auto played = std::dynamic_pointer_cast<RKVHandedOutVASTAd>(response.ad())) return played->ad();
   problem = "no ad to play";
   if (response.error()) problem += ": " + shownText(response.error()->description());
   return nullptr;

@@ -20,6 +20,7 @@
 
 #include "tools/rkv/RKVAdJSON.h"
 #include "tools/rkv/RKVCommandLine.h"
+#include "tools/rkv/RKVHandBackAdapter.h"
 #include "tools/rkv/RKVInput.h"
 #include "tools/rkv/RKVShownText.h"
 #include "tools/rkv/RKVTransportLog.h"
@@ -39,24 +40,6 @@ struct ResolveOptions {
   bool strictImpressions = false;
   bool failAds = false;
   bool json = false;
-};
-
-// The player ad of this tool: the VAST ad itself.
-class HandedOutVASTAd final : public RKVConsumableVideoAd {
- public:
-  explicit HandedOutVASTAd(std::shared_ptr<RKVVASTAd> ad) : ad_(std::move(ad)) {}
-  const std::shared_ptr<RKVVASTAd>& ad() const { return ad_; }
-
- private:
-  std::shared_ptr<RKVVASTAd> ad_;
-};
-
-class HandBackAdapter final : public RKVVASTManagerAdapter {
- public:
-  std::shared_ptr<RKVConsumableVideoAd> convertVASTAdToConsumableVideoAd(
-      const std::shared_ptr<RKVVASTAd>& ad) override {
-    return std::make_shared<HandedOutVASTAd>(ad);
-  }
 };
 
 // One line of the log: the JSON entry, and the ad an answer handed out.
@@ -180,7 +163,7 @@ int resolve(const ResolveOptions& options, RKVCommandStreams& streams) {
   const std::optional<RKVURL>& url = input->url;
 
   auto log = std::make_shared<ResolveLog>();
-  auto adapter = std::make_shared<HandBackAdapter>();
+  auto adapter = std::make_shared<RKVHandBackAdapter>();
   const auto transport = std::make_shared<RKVTransportLog>();
   int handedOut = 0;
   {
@@ -196,7 +179,7 @@ int resolve(const ResolveOptions& options, RKVCommandStreams& streams) {
       const RKVVASTManagerResponse response =
           manager.nextAdWithTimeout(options.timeout, dueToAdFailure);
       Json entry{{"next", {{"dueToAdFailure", dueToAdFailure}}}};
-      auto handed = std::dynamic_pointer_cast<HandedOutVASTAd>(response.ad());
+      auto handed = std::dynamic_pointer_cast<RKVHandedOutVASTAd>(response.ad());
       if (!handed) {
         entry["error"] = response.error() ? errorJSON(*response.error()) : Json(nullptr);
         log->add(std::move(entry));
