@@ -19,7 +19,10 @@ if [ -n "$internal" ]; then
 fi
 for expected in 'rkv::RKVURL::' 'rkv::RKVLog::' 'rkv::RKVXMLDictionary::' \
   'rkv::RKVURLSession::' 'rkv::RKVVASTError::' 'rkv::RKVVASTAd::' 'rkv::RKVVASTManager::' \
-  'typeinfo for rkv::RKVVASTManagerProtocol' 'vtable for rkv::RKVVASTManager'; do
+  'typeinfo for rkv::RKVVASTManagerProtocol' 'vtable for rkv::RKVVASTManager' \
+  'rkv::RKVUserDefaults::' 'rkv::RKVIdentity::' 'rkv::RKVPixelManager::' 'rkv::RKVTimer::' \
+  'rkv::RKVTrackingEventManager::' 'rkv::RKVViewabilityManager::' \
+  'vtable for rkv::RKVPixelManager' 'typeinfo for rkv::RKVViewabilityTrackingEvent'; do
   if ! grep -qF "$expected" <<<"$exported"; then
     echo "check-exports: $library does not export $expected" >&2
     status=1

@@ -33,8 +33,8 @@
 #include "tools/rkv/RKVAdJSON.h"
 #include "tools/rkv/RKVAdPlayer.h"
 #include "tools/rkv/RKVCommandLine.h"
-#include "tools/rkv/RKVHandBackAdapter.h"
 #include "tools/rkv/RKVDataLock.h"
+#include "tools/rkv/RKVHandBackAdapter.h"
 #include "tools/rkv/RKVInput.h"
 #include "tools/rkv/RKVShownText.h"
 #include "tools/rkv/RKVTransportLog.h"
@@ -69,7 +69,8 @@ std::shared_ptr<RKVVASTAd> resolveFirstAd(const RKVInput& input, double timeout,
       input.bytes ? std::optional<std::string_view>(*input.bytes) : std::nullopt, input.url,
       timeout);
   const RKVVASTManagerResponse response = manager.nextAdWithTimeout(timeout, false);
-  if (auto played = std::dynamic_pointer_cast<RKVHandedOutVASTAd>(response.ad())) return played->ad();
+  if (auto played = std::dynamic_pointer_cast<RKVHandedOutVASTAd>(response.ad()))
+    return played->ad();
   problem = "no ad to play";
   if (response.error()) problem += ": " + shownText(response.error()->description());
   return nullptr;
