@@ -44,32 +44,13 @@ TEST(RKVTextTest, UTF8Validity) {
 }
 
 TEST(RKVTextTest, HTTPTokens) {
-  const std::pair<std::string_view, bool> cases[] = {
-      {"Content-Type", true},
-      {"x!#$%&'*+-.^_`|~9", true},
-      {"", false},
-      {"a b", false},
-      {"a\tb", false},
-      {"a:b", false},
-      {"a,b", false},
-      {"(a)", false},
-      {"a/b", false},
-      {"a;b", false},
-      {"a=b", false},
-      {"a@b", false},
-      {"[a]", false},
-      {"{a}", false},
-      {"a\"b", false},
-      {"a\\b", false},
-      {"a?b", false},
-      {"a\x7F", false},
-      {"\0a"sv, false},
-      {"caf\xC3\xA9", false},
-      {"a\r\n", false},
-  };
-  for (const auto& [text, token] : cases) {
-    EXPECT_EQ(isHTTPToken(text), token) << testing::PrintToString(std::string(text));
-  }
+  EXPECT_TRUE(isHTTPToken("Content-Type"));
+  EXPECT_TRUE(isHTTPToken("x!#$%&'*+-.^_`|~9"));
+  // Empty, separators, controls, NUL and non-ASCII bytes.
+  for (std::string_view text : {""sv, "a b"sv, "a\tb"sv, "a:b"sv, "a,b"sv, "(a)"sv, "a/b"sv,
+                                "a;b"sv, "a=b"sv, "a@b"sv, "[a]"sv, "{a}"sv, "a\"b"sv, "a\\b"sv,
+                                "a?b"sv, "a\x7F"sv, "\0a"sv, "caf\xC3\xA9"sv, "a\r\n"sv})
+    EXPECT_FALSE(isHTTPToken(text)) << testing::PrintToString(std::string(text));
 }
 
 }  // namespace
