@@ -348,11 +348,9 @@ std::string collidingName(uint32_t bits) {
   return name + (odd ? b : a);  // an even count of B blocks: every name in one class
 }
 
-// 20,000 sibling names that all collide under std::hash: the tree's key index hashes with a
-// secret key, so they spread over its buckets like any other names. The test counts the longest
-// bucket (the steps a look-up takes) rather than timing the read: the count does not depend on
-// the machine's load, and an unkeyed hash puts all 20,000 names in one bucket (60,000 such names
-// took minutes to read that way, against about a second for ordinary ones).
+// 20,000 sibling names that all collide under std::hash: the key index hashes with a secret key,
+// so they spread over its buckets. The longest bucket is counted rather than the read timed; an
+// unkeyed hash puts all of them in one (60,000 such names took minutes to read).
 TEST(RKVXMLHostileInputTest, CollidingElementNamesAreSpreadOverTheIndex) {
   constexpr uint32_t kNames = 20'000;
 #if defined(__GLIBCXX__) && SIZE_MAX == UINT64_MAX
