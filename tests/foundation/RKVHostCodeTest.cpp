@@ -13,7 +13,6 @@
 #include <gtest/gtest.h>
 
 #include "rkv/foundation/RKVBackgroundExecutor.h"
-#include "rkv/foundation/RKVFuture.h"
 #include "rkv/foundation/RKVMainLoop.h"
 #include "rkv/foundation/RKVMainThread.h"
 #include "rkv/foundation/RKVManualClock.h"
@@ -108,14 +107,6 @@ TEST(RKVHostCodeTest, AThrowingTaskIsReportedAndTheThreadGoesOn) {
     EXPECT_THAT(capture.errorMessages(),
                 ElementsAre(AllOf(HasSubstr(site), HasSubstr("host failure"))));
   }
-}
-
-TEST(RKVHostCodeTest, AThrowingFutureTaskEndsWithNoResultAndIsReported) {
-  test::RKVLogCapture capture;
-  RKVFuture<int> future([]() -> int { throw std::runtime_error("task failed"); });
-  EXPECT_EQ(future.get(), std::nullopt);
-  EXPECT_THAT(capture.errorMessages(),
-              ElementsAre(AllOf(HasSubstr("RKVFuture"), HasSubstr("task failed"))));
 }
 
 TEST(RKVCallGateTest, CloseWaitsForCallsOnOtherThreadsOnly) {

@@ -23,6 +23,7 @@
 #include "rkv/foundation/RKVNotificationCenter.h"
 #include "rkv/foundation/RKVSerialQueue.h"
 
+#include "tests/support/RKVLogCapture.h"
 #include "tests/support/RKVTestThreads.h"
 
 namespace rkv {
@@ -473,8 +474,9 @@ TEST(RKVFutureTest, TimeOutsThenTheValue) {
 }
 
 TEST(RKVFutureTest, NoResultWithoutATimeOut) {
-  // A task that answers nothing, one that throws and one that never gets to run all end the
-  // future with no result and no error.
+  // A task that answers nothing, one that throws (reported) and one that never gets to run all
+  // end the future with no result and no error.
+  test::RKVLogCapture capture;
   RKVBackgroundExecutor stopped;
   stopped.shutdown();
   for (const auto& future : {
@@ -486,6 +488,9 @@ TEST(RKVFutureTest, NoResultWithoutATimeOut) {
     EXPECT_EQ(future.getWithTimeout(30, &error), std::nullopt);
     EXPECT_FALSE(error);
   }
+  EXPECT_THAT(capture.errorMessages(),
+              ::testing::ElementsAre(::testing::AllOf(::testing::HasSubstr("RKVFuture"),
+                                                      ::testing::HasSubstr("task failed"))));
   // A waiter of a task that a shutdown drops unrun is woken.
   RKVBackgroundExecutor executor({.maxThreads = 1});
   auto gate = occupy(executor);

@@ -7,9 +7,11 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -153,6 +155,48 @@ size_t logged(const test::RKVLogCapture& log, const std::string& prefix) {
                                [&](const std::string& m) { return m.starts_with(prefix); });
 }
 
+// Wrapper chains: what merging the levels leaves in the final ad.
+const char* const kEventNames[] = {"start",      "firstQuartile", "midpoint", "thirdQuartile",
+                                   "complete",   "creativeView",  "mute",     "unmute",
+                                   "pause",      "resume",        "rewind",   "skip",
+                                   "fullscreen", "exitFullscreen"};
+
+// One level of a chain: `creatives` linear creatives of `events` tracking events each, with the
+// URLs http://t.example/<id>/<creative>/<event>; a wrapper follows `adTag`, an inline ad carries
+// a media file in every creative.
+std::string levelXML(const std::string& id, const std::string& adTag, int creatives, int events) {
+  const bool wrapper = !adTag.empty();
+  const std::string kind = wrapper ? "Wrapper" : "InLine";
+  std::string xml = "<?xml version=\"1.0\"?><VAST version=\"3.0\"><Ad id=\"" + id + "\"><" + kind +
+                    "><AdSystem>s</AdSystem><AdTitle>" + id + "</AdTitle>";
+  if (wrapper) xml += "<VASTAdTagURI><![CDATA[" + adTag + "]]></VASTAdTagURI>";
+  xml += "<Impression>http://i.example/" + id + "</Impression><Creatives>";
+  for (int c = 0; c < creatives; ++c) {
+    xml += "<Creative><Linear><Duration>00:00:15</Duration><TrackingEvents>";
+    for (int e = 0; e < events; ++e) {
+      xml += std::string("<Tracking event=\"") + kEventNames[e % std::size(kEventNames)] +
+             "\">http://t.example/" + id + "/" + std::to_string(c) + "/" + std::to_string(e) +
+             "</Tracking>";
+    }
+    xml += "</TrackingEvents>";
+    if (!wrapper) {
+      xml += "<MediaFiles><MediaFile type=\"video/mp4\">http://m.example/" + id + "/" +
+             std::to_string(c) + ".mp4</MediaFile></MediaFiles>";
+    }
+    xml += "</Linear></Creative>";
+  }
+  return xml + "</Creatives></" + kind + "></Ad></VAST>";
+}
+
+// (name, offset, URL) of every tracking event of the creative, in order.
+using EventKey = std::tuple<std::string, std::string, std::string>;
+std::vector<EventKey> eventKeys(const RKVVASTCreative& creative) {
+  std::vector<EventKey> keys;
+  for (const auto& event : creative.trackingEvents())
+    keys.emplace_back(event->name(), event->offset().value_or("-"), event->url().absoluteString());
+  return keys;
+}
+
 class RKVVASTManagerTest : public ::testing::Test {
  protected:
   // A manager that has read a root document of these ads, with a fresh delegate.
@@ -168,6 +212,15 @@ class RKVVASTManagerTest : public ::testing::Test {
     server_.setRoute(path, RKVTestRoute::answer(200, vastXML(ads), delay));
   }
   std::string url(const std::string& path) const { return server_.url(path); }
+  // The first ad of a manager over the root document, or null.
+  std::shared_ptr<RKVVASTAd> firstAd(const std::string& rootXML, int64_t maximumWrappers) {
+    auto manager = managerOver({}, {10.0, maximumWrappers, false, false});
+    manager->createAdsStoreWithXML(rootXML, std::nullopt, 10.0);
+    RKVVASTManagerResponse response = manager->nextAdWithTimeout(10.0, false);
+    EXPECT_FALSE(response.error()) << response.error()->code;
+    auto handed = std::dynamic_pointer_cast<HandedOutAd>(response.ad());
+    return handed ? handed->ad : nullptr;
+  }
 
   RKVTestHTTPServer server_;
   std::shared_ptr<RKVURLSession> session_ = test::testSession();
@@ -551,6 +604,71 @@ TEST_F(RKVVASTManagerTest, ATransportThatNeverCompletesDoesNotHangARequestForAnA
   ASSERT_TRUE(ended) << "the request for an ad waits for a completion that never comes";
   EXPECT_EQ(answer_.get(), kNoMoreAds);
   EXPECT_EQ(delegate->calls(), "ready | start w | error VAST_WRAPPER_ERROR_FETCH_TIMEOUT [] -");
+}
+
+// Five wrappers of 20 linear creatives with 20 events each, then an inline ad of the same shape.
+// Pouring every creative's list into every creative at every level would grow by a factor of 20
+// a level (beyond 2 GB at the fifth); merged without duplicates and under the ceiling, the chain
+// costs little and the ad holds each event at most once per creative.
+TEST_F(RKVVASTManagerTest, AChainBuiltToGrowStaysBounded) {
+  constexpr int kCreatives = 20;
+  constexpr int kEvents = 20;
+  const std::vector<std::string> levels = {"w1", "w2", "w3", "w4", "w5", "i"};
+  for (size_t n = 1; n < levels.size(); ++n) {
+    const std::string next = n + 1 < levels.size() ? server_.url("/" + levels[n + 1]) : "";
+    server_.setRoute("/" + levels[n],
+                     RKVTestRoute::answer(200, levelXML(levels[n], next, kCreatives, kEvents)));
+  }
+  test::RKVLogCapture log;
+  rusage before{};
+  getrusage(RUSAGE_SELF, &before);
+
+  auto ad = firstAd(levelXML("w1", server_.url("/w2"), kCreatives, kEvents), 5);
+
+  rusage after{};
+  getrusage(RUSAGE_SELF, &after);
+  // A few MB are expected; the unbounded merge needs gigabytes.
+  EXPECT_LT(after.ru_maxrss - before.ru_maxrss, 256 * 1024) << "kilobytes";
+  ASSERT_TRUE(ad);
+  EXPECT_EQ(ad->adID(), "i");
+  EXPECT_EQ(ad->wrapperDepth(), 5);
+  ASSERT_EQ(ad->linearCreatives().size(), static_cast<size_t>(kCreatives));
+
+  // No creative holds an event twice; the ad holds its own events and at most the ceiling more.
+  size_t held = 0;
+  std::set<std::string> urls;
+  for (const auto& creative : ad->linearCreatives()) {
+    const std::vector<EventKey> keys = eventKeys(*creative);
+    const std::set<EventKey> distinct(keys.begin(), keys.end());
+    EXPECT_EQ(distinct.size(), keys.size());
+    held += keys.size();
+    for (const auto& [name, offset, url] : keys)
+      urls.insert(url);
+  }
+  const size_t own = kCreatives * kEvents;
+  EXPECT_EQ(ad->mergedEntryCount(), RKVVASTAd::kMaximumMergedEntries);
+  EXPECT_EQ(held + ad->impressions().size(), own + 1 + RKVVASTAd::kMaximumMergedEntries);
+  // Every level's impression, and the events nearest the ad, come first and are kept: the last
+  // wrapper's first creative reaches the ad's first creative in its order.
+  EXPECT_EQ(ad->impressions().size(), levels.size());
+  const std::vector<EventKey> first = eventKeys(*ad->linearCreatives()[0]);
+  ASSERT_GE(first.size(), static_cast<size_t>(2 * kEvents));
+  for (int e = 0; e < kEvents; ++e) {
+    EXPECT_EQ(std::get<2>(first[kEvents + e]), "http://t.example/w5/0/" + std::to_string(e));
+  }
+  EXPECT_TRUE(urls.contains("http://t.example/w1/0/0"));
+
+  // One warning for each ad that reached the ceiling, naming it.
+  const std::vector<std::string> warnings = log.messages(3);
+  EXPECT_FALSE(warnings.empty());
+  std::set<std::string> warned;
+  for (const std::string& warning : warnings) {
+    for (const std::string& id : levels) {
+      if (warning.find("into ad '" + id + "'") != std::string::npos) warned.insert(id);
+    }
+  }
+  EXPECT_EQ(warned.size(), warnings.size());
+  EXPECT_TRUE(warned.contains("i"));
 }
 
 }  // namespace

@@ -42,18 +42,15 @@ TEST(RKVVASTTrackingEventFactoryTest, OffsetsFromNamesAndAttributes) {
     std::optional<std::string> offset;
     double expected;  // for a content of 30 s
   };
+  // A clock offset or a percentage wins over the name; an offset of no known kind leaves the
+  // name's; "pause" is fired by the player, not by time.
+  // clang-format off
   const std::vector<Case> cases = {
-      {"start", std::nullopt, 0},
-      {"firstQuartile", std::nullopt, 7.5},
-      {"midpoint", std::nullopt, 15},
-      {"thirdQuartile", std::nullopt, 22.5},
-      {"complete", std::nullopt, 30},
-      {"midpoint", "00:00:05", 5},  // a clock offset wins over the name
-      {"midpoint", "10%", 3},       // so does a percentage
-      {"midpoint", "soon", 15},     // an offset of no known kind leaves the name's
-      {"progress", "00:01:02.500", 62.5},
-      {"pause", std::nullopt, -1},  // fired by the player, not by time
-  };
+      {"start", std::nullopt, 0}, {"firstQuartile", std::nullopt, 7.5},
+      {"midpoint", std::nullopt, 15}, {"thirdQuartile", std::nullopt, 22.5},
+      {"complete", std::nullopt, 30}, {"midpoint", "00:00:05", 5}, {"midpoint", "10%", 3},
+      {"midpoint", "soon", 15}, {"progress", "00:01:02.500", 62.5}, {"pause", std::nullopt, -1}};
+  // clang-format on
   std::vector<std::shared_ptr<RKVVASTTrackingEvent>> events = {nullptr};  // left out
   for (const Case& c : cases) {
     events.push_back(event(c.name, c.offset));

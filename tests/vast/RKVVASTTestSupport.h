@@ -19,7 +19,6 @@
 
 namespace rkv::test {
 
-// The root element of the text's tree; the test fails when the text does not parse.
 // A session of its own for a test's wrapper fetches, answers capped at 1 MiB.
 inline std::shared_ptr<RKVURLSession> testSession() {
   RKVURLSessionConfiguration oneMebibyteAtMost;
@@ -28,6 +27,7 @@ inline std::shared_ptr<RKVURLSession> testSession() {
       std::make_shared<RKVURLSessionProvider>(oneMebibyteAtMost));
 }
 
+// The root element of the text's tree; the test fails when the text does not parse.
 inline RKVXMLDictionaryPtr element(std::string_view xml) {
   RKVXMLDictionaryPtr root = RKVXMLDictionary::rkv_dictionaryWithXMLString(xml);
   EXPECT_NE(root, nullptr) << xml;

@@ -310,62 +310,23 @@ TEST(RKVXMLHostileInputTest, DeepNestingAndEntitiesAreContained) {
   EXPECT_EQ(parameter ? parameter->size() : 1u, 1u);
 }
 
-// Seconds to read the document, the fastest of three reads.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kSanitized = true;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-constexpr bool kSanitized = true;
-#else
-constexpr bool kSanitized = false;
-#endif
-#else
-constexpr bool kSanitized = false;
-#endif
-
-// The least CPU time of the calling thread over three reads of `xml`: other processes' load
-// does not count, and the fastest read takes out most of what is left.
-double fastestRead(const std::string& xml) {
-  auto cpuSeconds = [] {
-    timespec now{};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
-  };
-  double best = 1e9;
-  for (int i = 0; i < 3; ++i) {
-    const double start = cpuSeconds();
-    RKVXMLDictionaryPtr tree = RKVXMLDictionary::rkv_dictionaryWithXMLData(xml);
-    EXPECT_NE(tree, nullptr);
-    tree.reset();
-    best = std::min(best, cpuSeconds() - start);
-  }
-  return best;
-}
-
 TEST(RKVXMLHostileInputTest, WideDocumentsAreReadInLinearTime) {
-  // Differently named siblings: with the key index, 64 times the siblings take about 250 times as
-  // long (the large tree outgrows the caches); a scan per insertion would take over 4,000 times
-  // as long. The bound only separates the two. The index itself is checked without a clock;
-  // sanitizers change the costs too much for the time ratio to mean anything.
+  // Differently named siblings: a scan per insertion would make the read quadratic. The key
+  // index's longest chain is counted instead of timing the read, which the machine's load and
+  // sanitizers would distort.
   auto wide = [](int siblings) {
     std::string xml = "<R>";
     for (int i = 0; i < siblings; ++i)
       xml += "<n" + std::to_string(i) + ">x</n" + std::to_string(i) + ">";
     return xml + "</R>";
   };
-  const std::string small = wide(2'500), large = wide(160'000);
-  RKVXMLDictionaryPtr tree = RKVXMLDictionary::rkv_dictionaryWithXMLData(large);
+  RKVXMLDictionaryPtr tree = RKVXMLDictionary::rkv_dictionaryWithXMLData(wide(160'000));
   ASSERT_NE(tree, nullptr);
   EXPECT_EQ(tree->size(), 160'001u);
   EXPECT_NE(tree->find("n159999"), nullptr);
   const size_t chain = internal::RKVXMLDictionaryAccess::longestIndexChain(*tree);
   EXPECT_GT(chain, 0u);
   EXPECT_LT(chain, 32u);
-  tree.reset();
-  if (kSanitized) return;
-  const double smallSeconds = fastestRead(small), largeSeconds = fastestRead(large);
-  EXPECT_LT(largeSeconds, 1500 * smallSeconds)
-      << smallSeconds << " s, then " << largeSeconds << " s";
 }
 
 // Element names built to collide under an unkeyed hash. In libstdc++'s 64-bit string hash
@@ -387,11 +348,9 @@ std::string collidingName(uint32_t bits) {
   return name + (odd ? b : a);  // an even count of B blocks: every name in one class
 }
 
-// 20,000 sibling names that all collide under std::hash: the tree's key index hashes with a
-// secret key, so they spread over its buckets like any other names. The test counts the longest
-// bucket (the steps a look-up takes) rather than timing the read: the count does not depend on
-// the machine's load, and an unkeyed hash puts all 20,000 names in one bucket (60,000 such names
-// took minutes to read that way, against about a second for ordinary ones).
+// 20,000 sibling names that all collide under std::hash: the key index hashes with a secret key,
+// so they spread over its buckets. The longest bucket is counted rather than the read timed; an
+// unkeyed hash puts all of them in one (60,000 such names took minutes to read).
 TEST(RKVXMLHostileInputTest, CollidingElementNamesAreSpreadOverTheIndex) {
   constexpr uint32_t kNames = 20'000;
 #if defined(__GLIBCXX__) && SIZE_MAX == UINT64_MAX

@@ -62,38 +62,25 @@ TEST(RKVVASTContentEqualityTest, OneChangeAnywhereMakesTheAdsDiffer) {
   again->consume();
   EXPECT_TRUE(isEqualContent(*ad, *again));
 
+  // clang-format off
   const std::pair<const char*, const char*> changes[] = {
-      {"id='a1'", "id='a2'"},
-      {"sequence='2'", "sequence='3'"},
-      {">S<", ">S2<"},
-      {">T<", ">T2<"},
-      {"http://i.test/1", "http://i.test/2"},
-      {"http://e.test/1", "http://e.test/2"},
-      {"http://v.test/1", "http://v.test/2"},
-      {"vendor='V'", "vendor='W'"},
-      {">U1<", ">U2<"},
+      {"id='a1'", "id='a2'"}, {"sequence='2'", "sequence='3'"}, {">S<", ">S2<"}, {">T<", ">T2<"},
+      {"http://i.test/1", "http://i.test/2"}, {"http://e.test/1", "http://e.test/2"},
+      {"http://v.test/1", "http://v.test/2"}, {"vendor='V'", "vendor='W'"}, {">U1<", ">U2<"},
       {"skipoffset='00:00:05'", "skipoffset='00:00:06'"},
-      {"<Duration>00:00:10", "<Duration>00:00:11"},
-      {">P<", ">Q<"},
-      {"event='start'", "event='complete'"},
-      {"http://c.test/through", "http://c.test/other"},
-      {"http://c.test/tracking", "http://c.test/other"},
-      {"id='m1'", "id='m2'"},
-      {"codec='H.264'", "codec='H.265'"},
-      {"bitrate='500'", "bitrate='501'"},
-      {"width='640'", "width='641'"},
-      {"scalable='true'", "scalable='false'"},
-      {"http://m.test/1.mp4", "http://m.test/2.mp4"},
-      {"program='AdChoices'", "program='Other'"},
-      {"xPosition='1'", "xPosition='3'"},
-      {"http://icon.test/1.png", "http://icon.test/2.png"},
-      {"id='n1'", "id='n2'"},
-      {"width='300' height='50'", "width='300' height='51'"},
-      {"http://n.test/1.png", "http://n.test/2.png"},
-      {"id='c1'", "id='c2'"},
+      {"<Duration>00:00:10", "<Duration>00:00:11"}, {">P<", ">Q<"},
+      {"event='start'", "event='complete'"}, {"http://c.test/through", "http://c.test/other"},
+      {"http://c.test/tracking", "http://c.test/other"}, {"id='m1'", "id='m2'"},
+      {"codec='H.264'", "codec='H.265'"}, {"bitrate='500'", "bitrate='501'"},
+      {"width='640'", "width='641'"}, {"scalable='true'", "scalable='false'"},
+      {"http://m.test/1.mp4", "http://m.test/2.mp4"}, {"program='AdChoices'", "program='Other'"},
+      {"xPosition='1'", "xPosition='3'"}, {"http://icon.test/1.png", "http://icon.test/2.png"},
+      {"id='n1'", "id='n2'"}, {"width='300' height='50'", "width='300' height='51'"},
+      {"http://n.test/1.png", "http://n.test/2.png"}, {"id='c1'", "id='c2'"},
       {"http://comp.test/1.png", "http://comp.test/2.png"},
       {"skipoffset='00:00:03'", "skipoffset='00:00:04'"},
   };
+  // clang-format on
   for (const auto& [from, to] : changes) {
     SCOPED_TRACE(std::string(from) + " -> " + to);
     const auto changed = readInline(replaced(kFullAd, from, to));
