@@ -1,9 +1,8 @@
-// The rkv tool, run in-process: version, help and the error catalogue; inspect over the corpus,
-// standard input and loopback URLs; resolve's log of delegate calls and answers; the input rule,
-// usage errors, diagnostics and lost output of both.
+// The rkv tool, run in-process: version and the error catalogue; inspect over the corpus;
+// resolve's log of delegate calls and answers; one table of both commands' outputs, statuses,
+// usage errors and diagnostics; lost output.
 #include <filesystem>
 #include <fstream>
-#include <iostream>
 #include <sstream>
 #include <string>
 #include <vector>
