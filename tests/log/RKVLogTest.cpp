@@ -45,16 +45,14 @@ class Recorder : public RKVLogDataSource, public RKVLogOutput {
     std::lock_guard lock(mutex_);
     lines_.push_back(std::to_string(level) + ":" + std::string(tag) + ":" + std::string(message));
   }
-  Lines asked() const {
-    std::lock_guard lock(mutex_);
-    return asked_;
-  }
-  Lines lines() const {
-    std::lock_guard lock(mutex_);
-    return lines_;
-  }
+  Lines asked() const { return copy(asked_); }
+  Lines lines() const { return copy(lines_); }
 
  private:
+  Lines copy(const Lines& lines) const {
+    std::lock_guard lock(mutex_);
+    return lines;
+  }
   mutable std::mutex mutex_;
   std::set<int64_t> allowed_;
   Lines asked_, lines_;

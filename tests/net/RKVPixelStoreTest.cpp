@@ -31,11 +31,8 @@ RKVURL url(const std::string& text) {
 
 const Date kFuture = std::chrono::system_clock::now() + 1h;
 
-TEST(RKVPixelTest, DescriptionEqualityAndExpiry) {
+TEST(RKVPixelTest, EqualityAndExpiry) {
   RKVPixel pixel(7, url("http://t.example/p?a=1"), Date(86400s + 200ms), RKVPixelStatus::pending);
-  EXPECT_EQ(pixel.description(),
-            "RKVPixel(url=http://t.example/p?a=1, expiration=1970-01-02 00:00:00 +0000, "
-            "status=pending)");
   // Whole seconds: expiring within the current second is not yet expired.
   EXPECT_FALSE(pixel.isExpiredAt(Date(86400s)));
   EXPECT_FALSE(pixel.isExpiredAt(Date(86400s + 999ms)));
@@ -44,7 +41,6 @@ TEST(RKVPixelTest, DescriptionEqualityAndExpiry) {
   RKVPixel copy = pixel;
   copy.setStatus(RKVPixelStatus::success);
   EXPECT_EQ(copy, pixel);
-  EXPECT_THAT(copy.description(), ::testing::EndsWith("status=success)"));
   copy.setExpirationDate(pixel.expirationDate() + 1ns);
   EXPECT_FALSE(copy == pixel);
   // A fresh pixel is pending, under a random ID, for a day.

@@ -110,42 +110,27 @@ TEST(RKVURLSessionTest, SynchronousRequestsNeverWaitForAnAnswerThatCannotCome) {
   EXPECT_EQ(server.requestCount("/a"), 1u);
 }
 
-// Keeps every completion it is given without calling it: in a list the test calls late, or on a
-// thread of its own that calls it (twice) once released.
+// Keeps every completion it is given without calling it, on a thread of its own that calls it
+// (twice) once released, as a transport answering after the caller gave up would.
 class RKVSilentProvider final : public RKVURLSessionProviderProtocol {
  public:
-  enum class Keeper { List, Thread };
-  explicit RKVSilentProvider(Keeper keeper) : keeper_(keeper) {}
   ~RKVSilentProvider() override { answerLate(); }
-
   std::shared_ptr<RKVURLSessionTask> dataRequest(const RKVURLRequest&,
                                                  RKVURLSessionCompletion completion) override {
     auto task = std::make_shared<RKVURLSessionTask>();
     std::lock_guard lock(mutex_);
-    if (keeper_ == Keeper::List) {
-      kept_.push_back(std::move(completion));
-    } else {
-      threads_.emplace_back([this, task, completion = std::move(completion)] {
-        EXPECT_TRUE(released_.wait());
-        completion(late(), task);
-        completion(late(), task);
-      });
-    }
+    threads_.emplace_back([this, task, completion = std::move(completion)] {
+      EXPECT_TRUE(released_.wait());
+      for (int i = 0; i < 2; ++i)
+        completion({"late", RKVHTTPURLResponse(kURL, 200, {}), std::nullopt}, task);
+    });
     return task;
   }
-
-  // Calls what the provider kept, as a transport answering after the caller gave up would.
   void answerLate() {
-    std::vector<RKVURLSessionCompletion> kept;
     std::vector<std::thread> threads;
     {
       std::lock_guard lock(mutex_);
-      kept.swap(kept_);
       threads.swap(threads_);
-    }
-    for (auto& completion : kept) {
-      completion(late(), nullptr);
-      completion(late(), nullptr);
     }
     released_.set();
     for (auto& thread : threads)
@@ -153,40 +138,32 @@ class RKVSilentProvider final : public RKVURLSessionProviderProtocol {
   }
 
  private:
-  static RKVURLSessionResponse late() {
-    return {"late", RKVHTTPURLResponse(kURL, 200, {}), std::nullopt};
-  }
-  const Keeper keeper_;
   test::RKVTestEvent released_;
   std::mutex mutex_;
-  std::vector<RKVURLSessionCompletion> kept_;
   std::vector<std::thread> threads_;
 };
 
 TEST(RKVURLSessionTest, ASynchronousRequestGivesUpAfterItsTimeoutPlusAGrace) {
   constexpr double kTimeout = 0.2;
   const auto grace = std::chrono::duration<double>(RKVURLSession::SYNCHRONOUS_WAIT_GRACE);
-  for (auto keeper : {RKVSilentProvider::Keeper::List, RKVSilentProvider::Keeper::Thread}) {
-    SCOPED_TRACE(keeper == RKVSilentProvider::Keeper::List ? "kept in a list" : "kept on a thread");
-    auto provider = std::make_shared<RKVSilentProvider>(keeper);
-    RKVURLSession session(provider);
-    auto pending = std::async(std::launch::async, [&] {
-      const auto start = std::chrono::steady_clock::now();
-      auto response = session.synchronousDataRequestWithURL(kURL, 0, kTimeout);
-      return std::pair(std::move(response), std::chrono::steady_clock::now() - start);
-    });
-    // Only a wait without a bound misses this; the provider then answers to end it.
-    EXPECT_EQ(pending.wait_for(std::chrono::duration<double>(kTimeout) + grace + test::kHangGuard),
-              std::future_status::ready);
-    // The completions come after the caller gave up, twice each: ignored, and harmless.
-    provider->answerLate();
-    auto [response, waited] = pending.get();
-    ASSERT_TRUE(response.error);
-    EXPECT_EQ(response.error->domain, RKVURLError::Domain);
-    EXPECT_EQ(response.error->code, RKVURLError::TimedOut);
-    EXPECT_FALSE(response.data || response.response);
-    EXPECT_GE(waited, std::chrono::duration<double>(kTimeout));
-  }
+  auto provider = std::make_shared<RKVSilentProvider>();
+  RKVURLSession session(provider);
+  auto pending = std::async(std::launch::async, [&] {
+    const auto start = std::chrono::steady_clock::now();
+    auto response = session.synchronousDataRequestWithURL(kURL, 0, kTimeout);
+    return std::pair(std::move(response), std::chrono::steady_clock::now() - start);
+  });
+  // Only a wait without a bound misses this; the provider then answers to end it.
+  EXPECT_EQ(pending.wait_for(std::chrono::duration<double>(kTimeout) + grace + test::kHangGuard),
+            std::future_status::ready);
+  // The completions come after the caller gave up, twice each: ignored, and harmless.
+  provider->answerLate();
+  auto [response, waited] = pending.get();
+  ASSERT_TRUE(response.error);
+  EXPECT_EQ(response.error->domain, RKVURLError::Domain);
+  EXPECT_EQ(response.error->code, RKVURLError::TimedOut);
+  EXPECT_FALSE(response.data || response.response);
+  EXPECT_GE(waited, std::chrono::duration<double>(kTimeout));
   // The wait is the time-out the transport applies: 60 s for none.
   const std::pair<double, double> timeouts[] = {
       {0.0, 60.0}, {-1.0, 60.0}, {std::nan(""), 60.0}, {2.5, 2.5}, {1e12, 86400.0}};
@@ -271,21 +248,13 @@ TEST(RKVCurlErrorMappingTest, EveryFailureKindHasItsPlatformCode) {
       "The request timed out.");
 
   // Every code the table gives carries a reason of its own for a tool to print.
-  const int64_t codes[] = {E::Cancelled,
-                           E::BadURL,
-                           E::TimedOut,
-                           E::UnsupportedURL,
-                           E::CannotFindHost,
-                           E::CannotConnectToHost,
-                           E::NetworkConnectionLost,
-                           E::HTTPTooManyRedirects,
-                           E::ResourceUnavailable,
-                           E::NotConnectedToInternet,
-                           E::BadServerResponse,
-                           E::CannotDecodeContentData,
-                           E::DataLengthExceedsMaximum,
-                           E::SecureConnectionFailed,
-                           E::ServerCertificateUntrusted};
+  // clang-format off
+  const int64_t codes[] = {E::Cancelled, E::BadURL, E::TimedOut, E::UnsupportedURL,
+      E::CannotFindHost, E::CannotConnectToHost, E::NetworkConnectionLost, E::HTTPTooManyRedirects,
+      E::ResourceUnavailable, E::NotConnectedToInternet, E::BadServerResponse,
+      E::CannotDecodeContentData, E::DataLengthExceedsMaximum, E::SecureConnectionFailed,
+      E::ServerCertificateUntrusted};
+  // clang-format on
   std::set<std::string> reasons{*E::errorWithCode(E::Unknown).localizedDescription};
   for (int64_t code : codes) {
     const RKVError error = E::errorWithCode(code);
@@ -295,9 +264,8 @@ TEST(RKVCurlErrorMappingTest, EveryFailureKindHasItsPlatformCode) {
     EXPECT_EQ(error.description(), "Error Domain=NSURLErrorDomain Code=" + std::to_string(code) +
                                        " \"" + *error.localizedDescription + "\"");
   }
-  for (int64_t code : {E::SynchronousRequestOnCompletionThread, E::NoResponse}) {
+  for (int64_t code : {E::SynchronousRequestOnCompletionThread, E::NoResponse})
     EXPECT_TRUE(reasons.insert(*E::sessionErrorWithCode(code).localizedDescription).second);
-  }
 }
 
 }  // namespace

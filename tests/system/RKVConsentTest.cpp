@@ -66,23 +66,6 @@ TEST(RKVTCFStringTest, ValidityVersionAndTheOneLoggedFailure) {
   }
 }
 
-TEST(RKVTCFStringTest, VersionsAndDescription) {
-  using V = RKVTCFString::TCFVersion;
-  EXPECT_EQ(RKVTCFString::TCFVersionFromInteger(1), V::v1);
-  EXPECT_EQ(RKVTCFString::TCFVersionFromInteger(2), V::v2);
-  for (int64_t other : {-1, 0, 3, 66})
-    EXPECT_EQ(RKVTCFString::TCFVersionFromInteger(other), V::unknown) << other;
-  EXPECT_EQ(RKVTCFString::TCFVersionFromString(""), V::unknown);
-  EXPECT_EQ(RKVTCFString::TCFVersionFromString("\xC3\x96"), V::unknown);
-
-  EXPECT_EQ(RKVTCFString("CAA").description(),
-            "RKVTCFString(TCFString: CAA, isValid: YES, version: 2)");
-  EXPECT_EQ(RKVTCFString("AAA").description(),
-            "RKVTCFString(TCFString: AAA, isValid: NO, version: -1)");
-  EXPECT_EQ(RKVTCFString(std::nullopt).description(),
-            "RKVTCFString(TCFString: (null), isValid: NO, version: -1)");
-}
-
 TEST(RKVCCPAStringTest, OnlyOneThenThreeUpperCaseFlags) {
   struct Row {
     std::optional<std::string> text;
@@ -115,7 +98,7 @@ class RKVConsentProviderTest : public ::testing::Test {
       defaults_, std::make_shared<RKVManualClock>(), "/nonexistent/machine-id", "app");
 };
 
-TEST_F(RKVConsentProviderTest, TheTCFKeyWinsOverTheOlderKeyEvenWhenInvalid) {
+TEST_F(RKVConsentProviderTest, KeysAreReadAsTextsAndTheTCFKeyWinsEvenWhenInvalid) {
   EXPECT_EQ(provider_->TCFString(), std::nullopt);
   EXPECT_EQ(provider_->gdprConsentString(), std::nullopt);
 
@@ -134,9 +117,8 @@ TEST_F(RKVConsentProviderTest, TheTCFKeyWinsOverTheOlderKeyEvenWhenInvalid) {
   EXPECT_EQ(provider_->gdprConsentString(), kTCFv1);
   defaults_->setBool("IABConsent_ConsentString", true);
   EXPECT_EQ(provider_->TCFString(), std::nullopt);
-}
 
-TEST_F(RKVConsentProviderTest, USPrivacyIsReadFromItsKey) {
+  // US privacy has a key of its own.
   EXPECT_EQ(provider_->CCPAString(), std::nullopt);
   defaults_->setString("IABUSPrivacy_String", "1YN-");
   EXPECT_TRUE(provider_->CCPAString()->isValid());

@@ -2,6 +2,7 @@
 #include <fstream>
 #include <memory>
 #include <optional>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -26,16 +27,8 @@ constexpr const char* kApplication = "com.example.player";
 
 // Upper-case 8-4-4-4-12 text of a random (version 4, RFC 4122 variant) UUID.
 bool isRandomUUIDText(const std::string& text) {
-  if (text.size() != 36) return false;
-  for (size_t i = 0; i < text.size(); ++i) {
-    const char c = text[i];
-    if (i == 8 || i == 13 || i == 18 || i == 23) {
-      if (c != '-') return false;
-    } else if (!((c >= '0' && c <= '9') || (c >= 'A' && c <= 'F'))) {
-      return false;
-    }
-  }
-  return text[14] == '4' && std::string("89AB").find(text[19]) != std::string::npos;
+  return std::regex_match(text, std::regex("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-"
+                                           "[0-9A-F]{12}"));
 }
 
 // The production provider over memory defaults, a manual clock and a machine-id file of ours;
@@ -60,17 +53,18 @@ class RKVIdentityTest : public ::testing::Test {
                        std::optional<std::string> customIdentifier = std::nullopt) {
     return RKVIdentity(provider(), false, transientIDEnabled, std::move(customIdentifier));
   }
-  std::optional<std::string> storedTransientID() const {
+  // What the store holds (written through, not only in memory).
+  template <typename T>
+  std::optional<T> stored(const char* key) const {
     auto entries = store_->entries();
-    auto found = entries.find(RKVIdentityProvider::kTransientIDValueKey);
-    if (found == entries.end()) return std::nullopt;
-    return std::get<std::string>(found->second);
+    auto found = entries.find(key);
+    return found == entries.end() ? std::nullopt : std::optional<T>(std::get<T>(found->second));
+  }
+  std::optional<std::string> storedTransientID() const {
+    return stored<std::string>(RKVIdentityProvider::kTransientIDValueKey);
   }
   std::optional<RKVUserDefaults::Date> storedGeneration() const {
-    auto entries = store_->entries();
-    auto found = entries.find(RKVIdentityProvider::kTransientIDLastGenerationKey);
-    if (found == entries.end()) return std::nullopt;
-    return std::get<RKVUserDefaults::Date>(found->second);
+    return stored<RKVUserDefaults::Date>(RKVIdentityProvider::kTransientIDLastGenerationKey);
   }
 
   test::RKVTempDir dir_;
@@ -84,40 +78,36 @@ class RKVIdentityTest : public ::testing::Test {
 TEST_F(RKVIdentityTest, PrecedenceIsCustomThenTransientThenAdvertisingThenNone) {
   constexpr const char* kAdID = "6d92078a-8246-4ba4-ae5b-76104861e7dc";
   constexpr const char* kAdIDUpper = "6D92078A-8246-4BA4-AE5B-76104861E7DC";
-  enum class Expect { advertising, transient, custom, empty };
+  constexpr const char* kTransient = "(a fresh transient identifier)";
+  using T = RKVIdentityType;
+  const std::nullopt_t none = std::nullopt;
   struct Row {
     const char* name;
     std::optional<std::string> adID;
-    bool limitAdTracking;
-    bool transientEnabled;
+    bool limitAdTracking, transientEnabled;
     std::optional<std::string> custom;
-    RKVIdentityType type;
-    Expect identity;
-    bool ifaSet;
+    T type;
+    std::string identity;
+    std::optional<std::string> ifa;
     bool transientSet;
   };
-  const std::vector<Row> rows = {
-      {"valid ad id", kAdID, false, true, std::nullopt, RKVIdentityType::advertising,
-       Expect::advertising, true, false},
-      {"custom over valid ad id", kAdID, false, true, "user-42", RKVIdentityType::custom,
-       Expect::custom, true, false},
-      {"limited: zeros, transient on", kAdID, true, true, std::nullopt, RKVIdentityType::transient,
-       Expect::transient, false, true},
-      {"limited: zeros, transient off", kAdID, true, false, std::nullopt, RKVIdentityType::none,
-       Expect::empty, false, false},
-      {"host-set zeros, transient on", kZeroUUID, false, true, std::nullopt,
-       RKVIdentityType::transient, Expect::transient, false, true},
-      {"no ad id, transient off", std::nullopt, false, false, std::nullopt, RKVIdentityType::none,
-       Expect::empty, false, false},
-      {"empty ad id, transient on", "", false, true, std::nullopt, RKVIdentityType::transient,
-       Expect::transient, false, true},
+  // clang-format off
+  const Row rows[] = {
+      {"valid ad id", kAdID, false, true, none, T::advertising, kAdIDUpper, kAdIDUpper, false},
+      // Not every platform's identifier is a UUID: other texts pass as they are.
+      {"not a UUID", "rida:abc123", false, false, none, T::advertising, "rida:abc123", "rida:abc123", false},
+      {"custom over valid ad id", kAdID, false, true, "user-42", T::custom, "user-42", kAdIDUpper, false},
+      {"limited: zeros, transient on", kAdID, true, true, none, T::transient, kTransient, none, true},
+      {"limited: zeros, transient off", kAdID, true, false, none, T::none, "", none, false},
+      {"host-set zeros, transient on", kZeroUUID, false, true, none, T::transient, kTransient, none, true},
+      {"no ad id, transient off", none, false, false, none, T::none, "", none, false},
+      {"empty ad id, transient on", "", false, true, none, T::transient, kTransient, none, true},
       // The transient identifier is still retrieved under a custom one.
-      {"custom, no ad id, transient on", std::nullopt, false, true, "user-42",
-       RKVIdentityType::custom, Expect::custom, false, true},
+      {"custom, no ad id, transient on", none, false, true, "user-42", T::custom, "user-42", none, true},
       // An empty custom identifier identifies nothing.
-      {"empty custom", kAdID, false, true, "", RKVIdentityType::advertising, Expect::advertising,
-       true, false},
+      {"empty custom", kAdID, false, true, "", T::advertising, kAdIDUpper, kAdIDUpper, false},
   };
+  // clang-format on
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
     RKVIdentityProvider::setAdvertisingIdentifier(row.adID);
@@ -127,26 +117,17 @@ TEST_F(RKVIdentityTest, PrecedenceIsCustomThenTransientThenAdvertisingThenNone) 
 
     const RKVIdentity id = identity(row.transientEnabled, row.custom);
     EXPECT_EQ(id.type(), row.type);
-    EXPECT_EQ(id.ifa(), row.ifaSet ? std::optional<std::string>(kAdIDUpper) : std::nullopt);
+    EXPECT_EQ(id.ifa(), row.ifa);
     EXPECT_EQ(id.transientId().has_value(), row.transientSet);
     EXPECT_EQ(id.customIdentifier(), row.custom);
-    switch (row.identity) {
-      case Expect::advertising:
-        EXPECT_EQ(id.identity(), kAdIDUpper);
-        break;
-      case Expect::custom:
-        EXPECT_EQ(id.identity(), *row.custom);
-        break;
-      case Expect::empty:
-        EXPECT_EQ(id.identity(), "");
-        break;
-      case Expect::transient:
-        EXPECT_TRUE(isRandomUUIDText(id.identity())) << id.identity();
-        EXPECT_EQ(id.transientId(), id.identity());
-        break;
+    if (row.identity == kTransient) {
+      EXPECT_TRUE(isRandomUUIDText(id.identity())) << id.identity();
+      EXPECT_EQ(id.transientId(), id.identity());
+    } else {
+      EXPECT_EQ(id.identity(), row.identity);
     }
     if (row.transientSet) {
-      EXPECT_EQ(storedTransientID(), id.transientId());  // written through
+      EXPECT_EQ(storedTransientID(), id.transientId());
       EXPECT_EQ(storedGeneration(), clock_->date());
     } else {
       EXPECT_EQ(defaults_->stringForKey(RKVIdentityProvider::kTransientIDValueKey), std::nullopt);
@@ -230,20 +211,6 @@ TEST(RKVIdentityTransientDateTest, AGenerationDateIsValidForLessThanADayEitherWa
   // The one-argument form reads the system clock.
   EXPECT_TRUE(
       RKVIdentity::isValidTransientIDWithGenerationDate(std::chrono::system_clock::now() - 1h));
-}
-
-TEST_F(RKVIdentityTest, TheAdvertisingIdentifierIsTheHostsInCanonicalForm) {
-  auto p = provider();
-  EXPECT_EQ(p->advertisingID(), std::nullopt);
-  RKVIdentityProvider::setAdvertisingIdentifier("6d92078a-8246-4ba4-ae5b-76104861e7dc");
-  EXPECT_EQ(p->advertisingID(), "6D92078A-8246-4BA4-AE5B-76104861E7DC");
-  // Not every platform's identifier is a UUID: other texts pass as they are.
-  RKVIdentityProvider::setAdvertisingIdentifier("rida:abc123");
-  EXPECT_EQ(p->advertisingID(), "rida:abc123");
-  RKVIdentityProvider::setLimitAdTracking(true);
-  EXPECT_EQ(p->advertisingID(), kZeroUUID);
-  RKVIdentityProvider::setAdvertisingIdentifier(std::nullopt);
-  EXPECT_EQ(p->advertisingID(), std::nullopt);
 }
 
 // A provider that has no transient identifier to give.

@@ -1,7 +1,6 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
-#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -12,7 +11,7 @@
 
 #include "tests/support/RKVLogCapture.h"
 #include "tests/support/RKVTempDir.h"
-#include "tests/support/RKVTestPaths.h"
+#include "tests/support/RKVTestThreads.h"
 
 namespace rkv {
 namespace {
@@ -141,19 +140,14 @@ TEST(RKVUserDefaultsTest, ConcurrentSettersAndSynchronizersLoseNoKey) {
   auto path = dir.file("defaults.sqlite");
   {
     auto defaults = openDefaults(path);
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t) {
-      threads.emplace_back([&, t] {
-        for (int i = 0; i < 50; ++i) {
-          defaults->setInteger("t" + std::to_string(t) + "-" + std::to_string(i), i);
-          if (i % 10 == 0) {
-            EXPECT_TRUE(defaults->synchronize());
-          }
+    test::onThreads(4, [&](int t) {
+      for (int i = 0; i < 50; ++i) {
+        defaults->setInteger("t" + std::to_string(t) + "-" + std::to_string(i), i);
+        if (i % 10 == 0) {
+          EXPECT_TRUE(defaults->synchronize());
         }
-      });
-    }
-    for (auto& thread : threads)
-      thread.join();
+      }
+    });
   }  // the destructor writes what is left
   EXPECT_EQ(openDefaults(path)->dictionaryRepresentation().size(), 200u);
 }

@@ -2,10 +2,8 @@
 // wrapper, its inline ad and every pixel: what reaches the server, how often and in which order,
 // the simulated times of the JSON, the player events, viewability, and the failures.
 #include <algorithm>
-#include <iostream>
 #include <map>
 #include <regex>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -15,7 +13,6 @@
 #include "tests/support/RKVTempDir.h"
 #include "tests/support/RKVTestHTTPServer.h"
 #include "tests/tools/RKVToolRun.h"
-#include "tools/rkv/RKVCommandLine.h"
 
 namespace rkv::cli {
 namespace {
@@ -27,21 +24,11 @@ using test::RKVTestRoute;
 using Result = test::RKVToolResult;
 
 // Every pixel path of the two documents.
-const Strings kPixels = {"/imp/wrapper",
-                         "/imp/inline",
-                         "/start/wrapper",
-                         "/start/inline",
-                         "/q1",
-                         "/progress3",
-                         "/mid",
-                         "/q3",
-                         "/complete/wrapper",
-                         "/complete/inline",
-                         "/viewable",
-                         "/pause",
-                         "/resume",
-                         "/mute",
-                         "/skip"};
+// clang-format off
+const Strings kPixels = {"/imp/wrapper", "/imp/inline", "/start/wrapper", "/start/inline", "/q1",
+                         "/progress3", "/mid", "/q3", "/complete/wrapper", "/complete/inline",
+                         "/viewable", "/pause", "/resume", "/mute", "/skip"};
+// clang-format on
 
 class RKVPlayToolTest : public ::testing::Test {
  protected:
@@ -134,16 +121,15 @@ TEST_F(RKVPlayToolTest, AWrapperPlaysEveryLevelsPixelsOnceAtTheirSimulatedTimes)
   for (const Json& event : output["events"])
     at.emplace(event["url"].get<std::string>().substr(server_.url("").size()),
                event["t"].get<double>());
-  EXPECT_EQ(at["/start/inline"], 0.0);
-  EXPECT_EQ(at["/mute"], 1.0);
-  EXPECT_EQ(at["/viewable"], 2.25);  // two seconds after the first tick set the time base
-  EXPECT_EQ(at["/q1"], 2.5);
-  EXPECT_EQ(at["/progress3"], 3.0);
-  EXPECT_EQ(at["/pause"], 4.0);
-  EXPECT_EQ(at["/resume"], 5.0);
-  EXPECT_EQ(at["/mid"], 6.0);
-  EXPECT_EQ(at["/q3"], 8.5);
-  EXPECT_EQ(at["/complete/wrapper"], 11.0);
+  // The viewable pixel: two seconds after the first tick set the time base.
+  const std::pair<const char*, double> times[] = {
+      {"/start/inline", 0.0}, {"/mute", 1.0},
+      {"/viewable", 2.25},    {"/q1", 2.5},
+      {"/progress3", 3.0},    {"/pause", 4.0},
+      {"/resume", 5.0},       {"/mid", 6.0},
+      {"/q3", 8.5},           {"/complete/wrapper", 11.0}};
+  for (const auto& [path, t] : times)
+    EXPECT_EQ(at[path], t) << path;
   EXPECT_EQ(output["pixels"], Json({{"queued", 14}, {"sent", 14}, {"pending", 0}}));
 }
 

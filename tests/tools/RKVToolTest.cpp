@@ -1,9 +1,8 @@
-// The rkv tool, run in-process: version, help and the error catalogue; inspect over the corpus,
-// standard input and loopback URLs; resolve's log of delegate calls and answers; the input rule,
-// usage errors, diagnostics and lost output of both.
+// The rkv tool, run in-process: version and the error catalogue; inspect over the corpus;
+// resolve's log of delegate calls and answers; one table of both commands' outputs, statuses,
+// usage errors and diagnostics; lost output.
 #include <filesystem>
 #include <fstream>
-#include <iostream>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -134,34 +133,6 @@ TEST(RKVToolTest, InspectShowsWhatTheSamplesContain) {
   }
 }
 
-TEST(RKVToolTest, InspectOutlineInputsURLsAndExitStatuses) {
-  const Result outline = runTool({"inspect", sample("iab/vast-4.2/Inline_Companion_Tag-test.xml")});
-  EXPECT_EQ(outline.status, kExitSuccess);
-  for (const char* piece : {"VAST 4.2: 1 ad(s)", "linear creative 1", "media file video/mp4",
-                            "tracking start", "companion creative 1"})
-    EXPECT_NE(outline.out.find(piece), std::string::npos) << piece << "\n" << outline.out;
-
-  // Standard input, read as the answer to a wrapper: the wrapper forms of the errors.
-  const Result piped = runTool({"inspect", "--json", "--wrapper", "-"}, "<VAST version='4.2'>");
-  EXPECT_EQ(piped.status, kExitFailure);
-  EXPECT_EQ(piped.json()["reported"][0]["name"], "XML_PARSING_ERROR_WRAPPER");
-  // A document without ads has a model, and so succeeds, with the missing-ad error.
-  const Json empty = runTool({"inspect", "--json", "-"},
-                             "<VAST version='3.0'><Error>http://e.test/[E]</Error></VAST>")
-                         .json();
-  EXPECT_EQ(empty["ok"], true);
-  EXPECT_EQ(empty["errorPixels"], Json::array({"http://e.test/%5BE%5D"}));
-  EXPECT_EQ(runTool({"inspect", "/no/such/file.xml"}).status, kExitUsage);
-  EXPECT_EQ(runTool({"inspect"}).status, kExitUsage);
-
-  // URLs are downloaded as wrappers are, within the time-out.
-  test::RKVTestHTTPServer server;
-  server.setRoute("/slow", RKVTestRoute::answer(200, "<VAST/>", std::chrono::seconds(5)));
-  const Result slow = runTool({"inspect", "--json", "--timeout", "0.3", server.url("/slow")});
-  EXPECT_EQ(slow.status, kExitFailure);
-  EXPECT_EQ(slow.json()["reported"][0]["name"], "VAST_WRAPPER_ERROR_FETCH_TIMEOUT");
-}
-
 class RKVResolveTest : public ::testing::Test {
  protected:
   ~RKVResolveTest() override { fs::remove(file_); }
@@ -257,123 +228,109 @@ TEST_F(RKVResolveTest, OptionsShapeTheResolution) {
   }
 }
 
-TEST_F(RKVResolveTest, ReadableOutputAndStandardInput) {
-  serve("/inline", {inlineAd("i")});
-  const Result readable = runTool({"resolve", server_.url("/inline")});
-  EXPECT_EQ(readable.status, kExitSuccess) << readable.err;
-  EXPECT_NE(readable.out.find("next ad: error 10005 \"No more ads available.\"\n"),
-            std::string::npos);
-  const Result piped = runTool({"resolve", "--json", "-"}, vastXML({inlineAd("s")}));
-  EXPECT_EQ(piped.status, kExitSuccess) << piped.err;
-  EXPECT_EQ(summary(piped.json()["log"]), "ready  | s/0 | 10005");
-}
-
-// Every argument is read by one rule: "-", a URL (a scheme and "://"), or a file; what cannot be
-// read, and option values out of range, are usage errors that print nothing on the output and
-// one short message.
-TEST(RKVToolTest, InputRuleAndUsageErrors) {
-  const std::string directory = fs::temp_directory_path().string();
-  const std::string url =
-      "http://127.0.0.1:" + std::to_string(test::RKVTestHTTPServer::closedPort());
-  const std::string timeoutMessage = "--timeout: must be a number of seconds greater than 0";
-  const struct {
-    Strings args;
-    std::string message;
-  } cases[] = {
-      {{"inspect", directory}, "rkv inspect: cannot read " + directory + ": Is a directory"},
-      {{"resolve", directory}, "rkv resolve: cannot read " + directory + ": Is a directory"},
-      {{"inspect", "/no/such/file.xml"},
-       "rkv inspect: cannot read /no/such/file.xml: No such file or directory"},
-      {{"resolve", "/no/such/file.xml"},
-       "rkv resolve: cannot read /no/such/file.xml: No such file or directory"},
-      {{"inspect", "http://host:99999/x"}, "rkv inspect: not a valid URL: http://host:99999/x"},
-      {{"resolve", "http://host:99999/x"}, "rkv resolve: not a valid URL: http://host:99999/x"},
-      {{"inspect", "http:///x"}, "rkv inspect: not a valid URL: http:///x"},
-      {{"inspect", "ftp://host/x"}, "rkv inspect: not an http or https URL: ftp://host/x"},
-      {{"resolve", "FILE://host/x"}, "rkv resolve: not an http or https URL: FILE://host/x"},
-      {{"resolve", url, "--timeout", "0"}, timeoutMessage},
-      {{"resolve", url, "--timeout", "-1"}, timeoutMessage},
-      {{"resolve", url, "--timeout", "abc"}, timeoutMessage},
-      {{"resolve", url, "--timeout", "inf"}, timeoutMessage},
-      {{"resolve", url, "--max-wrappers", "-1"},
-       "--max-wrappers: must be a whole number, 0 or more"},
-      {{"resolve", url, "--max-wrappers", "1.5"},
-       "--max-wrappers: must be a whole number, 0 or more"},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(testing::PrintToString(c.args));
-    const Result result = runTool(c.args);
-    EXPECT_EQ(result.status, kExitUsage);
-    EXPECT_EQ(result.out, "");
-    EXPECT_TRUE(contains(result.err, c.message)) << result.err;
-    EXPECT_LT(result.err.size(), 200u) << result.err;
-  }
-}
-
-// The outputs stay as they were; the error stream says why a download failed (the transport's
-// record) or why the bytes are not XML (expat's message, line and column).
-TEST(RKVToolTest, DiagnosticsSayWhyADocumentWasNotRead) {
+// One table for what each command prints and returns. Every argument is read by one rule: "-",
+// a URL (a scheme and "://"), or a file; what cannot be read, and option values out of range, are
+// usage errors that print nothing on the output and one short message. Otherwise the error stream
+// says why a download failed (the transport's record) or why the bytes are not XML (expat's
+// message, line and column), and is empty when there is nothing to say. Document text cannot fake
+// lines of the readable outputs.
+TEST(RKVToolTest, OutputsStatusesAndDiagnostics) {
   test::RKVTestHTTPServer server;
   server.setRoute("/broken", RKVTestRoute::answer(200, "<VAST version='4.2'>\n  <Ad></VAST>"));
   server.setRoute("/ftp", RKVTestRoute::redirect("ftp://127.0.0.1/x"));
   server.setRoute("/inline", RKVTestRoute::answer(200, vastXML({inlineAd("i")})));
+  server.setRoute("/slow", RKVTestRoute::answer(200, "<VAST/>", std::chrono::seconds(5)));
   const std::string closed =
       "http://127.0.0.1:" + std::to_string(test::RKVTestHTTPServer::closedPort()) + "/x";
   test::RKVTestTLSServer tls(vastXML({inlineAd("t")}));
   ASSERT_TRUE(tls.isRunning());
+  const std::string directory = fs::temp_directory_path().string();
+  const std::string timeoutMessage = "--timeout: must be a number of seconds greater than 0";
+  const std::string wholeNumber = "--max-wrappers: must be a whole number, 0 or more";
+  const std::string escaped =
+      "<VAST version='4.2'><Ad id='a&#10;b'><InLine><AdSystem>S&#9;s</AdSystem>"
+      "<AdTitle>T&#10;#2 inline ad, id &quot;x&quot;&#13;&#x7F;&#x85;.</AdTitle><Creatives>"
+      "<Creative><Linear><Duration>00:00:10</Duration><MediaFiles><MediaFile type='video/mp4'>"
+      "http://m.test/1.mp4</MediaFile></MediaFiles></Linear></Creative></Creatives></InLine></Ad>"
+      "</VAST>";
+  const std::string title = "\"T\\n#2 inline ad, id \"x\"\\r\\x7F\\u0085.\"";
+  const std::string notFound = "/no/such/file.xml";
   const struct {
     Strings args;
     std::string input;
     int status;
-    std::string message;  // empty: nothing on the error stream
+    Strings out;      // pieces of the output
+    std::string err;  // a piece of the error stream; empty: nothing on it (but a usage error)
   } cases[] = {
-      {{"inspect", "-"},
-       "<VAST version='4.2'>\n<Ad><b></Ad>",
-       kExitFailure,
-       "rkv inspect: not well-formed XML at line 2, column 10: mismatched tag\n"},
-      {{"inspect", "--json", "--wrapper", "-"},
-       "<VAST version='4.2'>",
-       kExitFailure,
+      // clang-format off
+      {{"inspect", sample("iab/vast-4.2/Inline_Companion_Tag-test.xml")}, "", kExitSuccess,
+       {"VAST 4.2: 1 ad(s)", "linear creative 1", "media file video/mp4", "tracking start",
+        "companion creative 1"}, ""},
+      // Standard input read as the answer to a wrapper: the wrapper forms of the errors.
+      {{"inspect", "--json", "--wrapper", "-"}, "<VAST version='4.2'>", kExitFailure,
+       {"XML_PARSING_ERROR_WRAPPER"},
        "rkv inspect: not well-formed XML at line 1, column 21: no element found\n"},
+      // A document without ads has a model, and so succeeds, with the missing-ad error.
+      {{"inspect", "--json", "-"}, "<VAST version='3.0'><Error>http://e.test/[E]</Error></VAST>",
+       kExitSuccess, {"http://e.test/%5BE%5D"}, ""},
+      {{"inspect", "-"}, "<VAST version='4.2'>\n<Ad><b></Ad>", kExitFailure, {},
+       "rkv inspect: not well-formed XML at line 2, column 10: mismatched tag\n"},
       // A parsing error of a well-formed document has no XML reason to give.
-      {{"inspect", "-"}, "<VAST version='4.2'><Ad><Foo/></Ad></VAST>", kExitSuccess, ""},
-      {{"inspect", server.url("/broken")},
-       "",
-       kExitFailure,
+      {{"inspect", "-"}, "<VAST version='4.2'><Ad><Foo/></Ad></VAST>", kExitSuccess, {}, ""},
+      {{"inspect", server.url("/broken")}, "", kExitFailure, {},
        "rkv inspect: not well-formed XML at line 2, column 9: mismatched tag\n"},
-      {{"inspect", server.url("/inline")}, "", kExitSuccess, ""},
-      {{"inspect", "--json", closed},
-       "",
-       kExitFailure,
-       "rkv inspect: download of " + closed +
-           " failed: Error Domain=NSURLErrorDomain Code=-1004 \"Could not connect to the "
-           "server.\"\n"},
-      {{"inspect", server.url("/ftp")},
-       "",
-       kExitFailure,
-       "rkv inspect: download of " + server.url("/ftp") +
-           " failed: Error Domain=NSURLErrorDomain Code=-1002 \"unsupported URL\"\n"},
-      {{"inspect", tls.url("/vast")},
-       "",
-       kExitFailure,
-       "rkv inspect: download of " + tls.url("/vast") +
-           " failed: Error Domain=NSURLErrorDomain Code=-1202 \"The certificate for this server "
-           "is invalid.\"\n"},
-      {{"resolve", "-"},
-       vastXML({wrapperAd("w", closed)}),
-       kExitFailure,
+      {{"inspect", server.url("/inline")}, "", kExitSuccess, {}, ""},
+      // URLs are downloaded as wrappers are, within the time-out.
+      {{"inspect", "--json", "--timeout", "0.3", server.url("/slow")}, "", kExitFailure,
+       {"VAST_WRAPPER_ERROR_FETCH_TIMEOUT"}, "Code=-1001"},
+      {{"inspect", "--json", closed}, "", kExitFailure, {}, "rkv inspect: download of " + closed +
+       " failed: Error Domain=NSURLErrorDomain Code=-1004 \"Could not connect to the server.\"\n"},
+      {{"inspect", server.url("/ftp")}, "", kExitFailure, {}, "rkv inspect: download of " +
+       server.url("/ftp") + " failed: Error Domain=NSURLErrorDomain Code=-1002 \"unsupported URL\"\n"},
+      {{"inspect", tls.url("/vast")}, "", kExitFailure, {}, "rkv inspect: download of " +
+       tls.url("/vast") + " failed: Error Domain=NSURLErrorDomain Code=-1202 \"The certificate for "
+       "this server is invalid.\"\n"},
+      {{"resolve", "-"}, vastXML({wrapperAd("w", closed)}), kExitFailure, {},
        "rkv resolve: download of " + closed + " failed: Error Domain=NSURLErrorDomain Code=-1004"},
+      {{"resolve", server.url("/inline")}, "", kExitSuccess,
+       {"next ad: error 10005 \"No more ads available.\"\n"}, ""},
+      {{"inspect", "-"}, escaped, kExitSuccess,
+       {"#1 inline ad, id \"a\\nb\"", "system \"S\\ts\", title " + title + "\n"}, ""},
+      {{"resolve", "-"}, escaped, kExitSuccess, {"AdTitle " + title}, ""},
+      {{"inspect"}, "", kExitUsage, {}, ""},
+      {{"inspect", directory}, "", kExitUsage, {}, "rkv inspect: cannot read " + directory + ": Is a directory"},
+      {{"resolve", notFound}, "", kExitUsage, {},
+       "rkv resolve: cannot read " + notFound + ": No such file or directory"},
+      {{"inspect", "http://host:99999/x"}, "", kExitUsage, {}, "rkv inspect: not a valid URL: http://host:99999/x"},
+      {{"resolve", "http:///x"}, "", kExitUsage, {}, "rkv resolve: not a valid URL: http:///x"},
+      {{"inspect", "ftp://host/x"}, "", kExitUsage, {}, "rkv inspect: not an http or https URL: ftp://host/x"},
+      {{"resolve", "FILE://host/x"}, "", kExitUsage, {}, "rkv resolve: not an http or https URL: FILE://host/x"},
+      {{"resolve", closed, "--timeout", "0"}, "", kExitUsage, {}, timeoutMessage},
+      {{"resolve", closed, "--timeout", "-1"}, "", kExitUsage, {}, timeoutMessage},
+      {{"resolve", closed, "--timeout", "abc"}, "", kExitUsage, {}, timeoutMessage},
+      {{"resolve", closed, "--timeout", "inf"}, "", kExitUsage, {}, timeoutMessage},
+      {{"resolve", closed, "--max-wrappers", "-1"}, "", kExitUsage, {}, wholeNumber},
+      {{"resolve", closed, "--max-wrappers", "1.5"}, "", kExitUsage, {}, wholeNumber},
+      // clang-format on
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::PrintToString(c.args));
     const Result result = runTool(c.args, c.input);
     EXPECT_EQ(result.status, c.status);
-    if (c.message.empty()) {
+    for (const std::string& piece : c.out)
+      EXPECT_TRUE(contains(result.out, piece)) << piece << "\n" << result.out;
+    if (c.status == kExitUsage) {
+      EXPECT_EQ(result.out, "");
+      EXPECT_FALSE(result.err.empty());
+      EXPECT_LT(result.err.size(), 200u) << result.err;
+    } else if (c.err.empty()) {
       EXPECT_EQ(result.err, "");
-    } else {
-      EXPECT_TRUE(contains(result.err, c.message)) << result.err;
     }
+    EXPECT_TRUE(contains(result.err, c.err)) << result.err;
   }
+  // JSON has its own escapes.
+  EXPECT_EQ(runTool({"inspect", "--json", "-"}, escaped).json()["ads"][0]["adTitle"],
+            "T\n#2 inline ad, id \"x\"\r\x7F\u0085.");
 
   // A body over the provider's limit.
   server.setRoute("/big", RKVTestRoute::answer(200, std::string(4096, ' ')));
@@ -405,30 +362,6 @@ TEST(RKVToolTest, OutputThatCannotBeWrittenFailsTheCommand) {
   // A usage error keeps its status.
   out.clear();
   EXPECT_EQ(runTool({"inspect", "/no/such/file.xml"}, "", &out).status, kExitUsage);
-}
-
-// Titles and other document text cannot fake lines of the readable outputs.
-TEST(RKVToolTest, ReadableOutputsShowDocumentTextOnOneLine) {
-  const std::string xml =
-      "<VAST version='4.2'><Ad id='a&#10;b'><InLine><AdSystem>S&#9;s</AdSystem>"
-      "<AdTitle>T&#10;#2 inline ad, id &quot;x&quot;&#13;&#x7F;&#x85;.</AdTitle><Creatives>"
-      "<Creative><Linear><Duration>00:00:10</Duration><MediaFiles><MediaFile type='video/mp4'>"
-      "http://m.test/1.mp4</MediaFile></MediaFiles></Linear></Creative></Creatives></InLine></Ad>"
-      "</VAST>";
-  const Result outline = runTool({"inspect", "-"}, xml);
-  EXPECT_EQ(outline.status, kExitSuccess);
-  EXPECT_TRUE(contains(outline.out, "#1 inline ad, id \"a\\nb\"")) << outline.out;
-  EXPECT_TRUE(contains(outline.out,
-                       "system \"S\\ts\", title \"T\\n#2 inline ad, id \"x\"\\r\\x7F\\u0085.\"\n"))
-      << outline.out;
-  EXPECT_EQ(occurrences(outline.out, "\n#"), 1u);
-  const Result resolved = runTool({"resolve", "-"}, xml);
-  EXPECT_EQ(resolved.status, kExitSuccess);
-  EXPECT_TRUE(contains(resolved.out, "AdTitle \"T\\n#2 inline ad, id \"x\"\\r\\x7F\\u0085.\""))
-      << resolved.out;
-  // JSON has its own escapes.
-  EXPECT_EQ(runTool({"inspect", "--json", "-"}, xml).json()["ads"][0]["adTitle"],
-            "T\n#2 inline ad, id \"x\"\r\x7F\u0085.");
 }
 
 }  // namespace

@@ -109,13 +109,10 @@ TEST_F(RKVViewabilityManagerTest, ViewableStatusIsAboutVisibilityNotTheFraction)
   View container = makeView(0, 0, 1920, 1080);
   root_->addSubview(container);
   container->addSubview(ad_);
+  const RKVRect offScreen{{5000, 0}, {400, 200}};
   const std::tuple<const char*, std::function<void()>, bool> cases[] = {
       {"visible", [] {}, true},
-      {"off screen",
-       [&] {
-         ad_->setFrame({{5000, 0}, {400, 200}});
-       },
-       true},
+      {"off screen", [&] { ad_->setFrame(offScreen); }, true},
       {"hidden", [&] { ad_->setHidden(true); }, false},
       {"transparent", [&] { ad_->setAlpha(0); }, false},
       {"nearly transparent", [&] { ad_->setAlpha(0.01); }, true},

@@ -43,23 +43,17 @@ TEST_F(RKVViewabilityTrackingEventManagerTest, ContinuousExposureAtTheAreaFiresO
     std::istringstream script(c.script);
     size_t fired = 0;
     for (std::string step; script >> step;) {
-      switch (step[0]) {
-        case 'S':
-          manager.startViewabilityTracking();
-          break;
-        case 'P':
-          manager.stopViewabilityTracking();
-          break;
-        case 'R':
-          manager.resetViewabilityTracking();
-          break;
-        case 'v':
-        case 'n':
-          manager.viewabilityUpdated(step[0] == 'v', std::stof(step.substr(1)));
-          break;
-        default:
-          clock->advance(std::chrono::milliseconds(step[0] == 'T' ? 1000 : 250));
-          loop->poll();
+      if (step == "S") {
+        manager.startViewabilityTracking();
+      } else if (step == "P") {
+        manager.stopViewabilityTracking();
+      } else if (step == "R") {
+        manager.resetViewabilityTracking();
+      } else if (step[0] == 'v' || step[0] == 'n') {
+        manager.viewabilityUpdated(step[0] == 'v', std::stof(step.substr(1)));
+      } else {
+        clock->advance(std::chrono::milliseconds(step[0] == 'T' ? 1000 : 250));
+        loop->poll();
       }
       fired += step.back() == '*' ? 1 : 0;
       ASSERT_EQ(delegate->calls, RKVDelegateCalls(fired, {"viewable", 1})) << step;
