@@ -8,15 +8,16 @@
 namespace rkv {
 
 RKVHTTPURLResponse::RKVHTTPURLResponse(RKVURL url, int64_t statusCode,
-                                       const RKVHTTPHeaderFields& headerFields)
+                                       RKVHTTPHeaderFields headerFields)
     : url_(std::move(url)), statusCode_(statusCode) {
   // Indexed by lower-cased name, so that a hostile answer of many fields stays linear.
   std::unordered_map<std::string, size_t> positions;
-  for (const auto& [name, value] : headerFields) {
+  headers_.reserve(headerFields.size());
+  for (auto& [name, value] : headerFields) {
     auto [it, inserted] =
         positions.try_emplace(internal::lowercasedHeaderName(name), headers_.size());
     if (inserted) {
-      headers_.emplace_back(name, value);
+      headers_.emplace_back(std::move(name), std::move(value));
     } else {
       headers_[it->second].second.append(", ").append(value);
     }

@@ -17,7 +17,7 @@ class RKV_EXPORT RKVHTTPURLResponse {
  public:
   // `headerFields` as received, repeated names allowed: fields of the same name (compared
   // without ASCII case) are joined into the first one's entry with ", ", in order.
-  RKVHTTPURLResponse(RKVURL url, int64_t statusCode, const RKVHTTPHeaderFields& headerFields);
+  RKVHTTPURLResponse(RKVURL url, int64_t statusCode, RKVHTTPHeaderFields headerFields);
 
   // The URL that answered: the request's URL, or the last redirect's target.
   const RKVURL& URL() const { return url_; }

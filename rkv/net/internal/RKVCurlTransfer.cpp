@@ -220,9 +220,11 @@ RKVURLSessionResponse RKVCurlTransfer::finishedResponse(CURLcode result) {
   curl_easy_getinfo(h, CURLINFO_RESPONSE_CODE, &status);
   char* effective = nullptr;
   curl_easy_getinfo(h, CURLINFO_EFFECTIVE_URL, &effective);
+  // Without a redirect the effective URL is the one sent: no need to read it again.
   std::optional<RKVURL> url;
-  if (effective) url = RKVURL::withString(effective);
-  RKVHTTPURLResponse response(url ? std::move(*url) : request_.URL(), status, responseHeaders_);
+  if (effective && urlText_ != effective) url = RKVURL::withString(effective);
+  RKVHTTPURLResponse response(url ? std::move(*url) : request_.URL(), status,
+                              std::move(responseHeaders_));
   return RKVURLSessionResponse{std::move(body_), std::move(response), std::nullopt};
 }
 
