@@ -1,11 +1,8 @@
-// Shared by the HTTP session tests: records completions and waits for them with a hang guard,
-// and captures the console log's error lines.
+// Shared by the HTTP session tests: records completions and waits for them with a hang guard.
 #pragma once
 
 #include <memory>
 #include <mutex>
-#include <string>
-#include <string_view>
 #include <vector>
 
 #include "rkv/net/RKVURLSessionProvider.h"

@@ -1,8 +1,9 @@
 // Captures what the shared console log writes while the capture lives, with every level let
-// through; the log's previous output, data source and debug setting come back when it ends. One
-// capture at a time.
+// through, and hands each to `onMessage` if given (outside its lock, on the writing thread); the
+// log's previous output, data source and debug setting come back when it ends. One at a time.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -15,7 +16,8 @@ namespace rkv::test {
 
 class RKVLogCapture {
  public:
-  RKVLogCapture() {
+  explicit RKVLogCapture(std::function<void(std::string_view)> onMessage = nullptr) {
+    output_->onMessage = std::move(onMessage);
     log_->setOutput(output_);
     log_->setDataSource(output_);
     log_->setDebugLoggingEnabled(true);
@@ -42,10 +44,14 @@ class RKVLogCapture {
  private:
   struct Output : RKVLogOutput, RKVLogDataSource {
     void logMessage(std::string_view message, int64_t level, std::string_view) override {
-      std::lock_guard lock(mutex);
-      messages.emplace_back(level, message);
+      {
+        std::lock_guard lock(mutex);
+        messages.emplace_back(level, message);
+      }
+      if (onMessage) onMessage(message);
     }
     bool shouldLogMessageWithLevel(const RKVLog&, int64_t) override { return true; }
+    std::function<void(std::string_view)> onMessage;
     std::mutex mutex;
     std::vector<std::pair<int64_t, std::string>> messages;
   };

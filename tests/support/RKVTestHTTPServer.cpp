@@ -15,12 +15,12 @@ namespace rkv::test {
 
 namespace {
 
-bool sameName(const std::string& a, const std::string& b) {
-  return strcasecmp(a.c_str(), b.c_str()) == 0;
+bool sameName(std::string_view a, std::string_view b) {
+  return a.size() == b.size() && strncasecmp(a.data(), b.data(), a.size()) == 0;
 }
 
-std::string pathOf(std::string_view target) {
-  return std::string(target.substr(0, target.find('?')));
+std::string_view pathOf(std::string_view target) {
+  return target.substr(0, target.find('?'));
 }
 
 // A TCP socket bound to 127.0.0.1 at a port of the system's choosing, and that port.
@@ -50,15 +50,15 @@ bool sendAll(int fd, std::string_view bytes) {
   return true;
 }
 
-// Reads more bytes into `buffer`; false at end of stream or on error.
-bool receiveMore(int fd, std::string& buffer) {
+// Reads into `buffer` until it holds `size` bytes; false at end of stream or on error.
+bool receiveUntil(int fd, std::string& buffer, size_t size) {
   char chunk[16384];
-  ssize_t got;
-  do {
-    got = ::recv(fd, chunk, sizeof chunk, 0);
-  } while (got < 0 && errno == EINTR);
-  if (got <= 0) return false;
-  buffer.append(chunk, static_cast<size_t>(got));
+  while (buffer.size() < size) {
+    const ssize_t got = ::recv(fd, chunk, sizeof chunk, 0);
+    if (got < 0 && errno == EINTR) continue;
+    if (got <= 0) return false;
+    buffer.append(chunk, static_cast<size_t>(got));
+  }
   return true;
 }
 
@@ -66,7 +66,7 @@ bool receiveMore(int fd, std::string& buffer) {
 
 std::optional<std::string> RKVTestRequest::header(std::string_view name) const {
   for (const auto& [field, value] : headers) {
-    if (sameName(field, std::string(name))) return value;
+    if (sameName(field, name)) return value;
   }
   return std::nullopt;
 }
@@ -80,6 +80,11 @@ RKVTestHTTPServer::RKVTestHTTPServer() {
 void RKVTestHTTPServer::setRoute(std::string path, RKVTestRoute route) {
   std::lock_guard lock(mutex_);
   routes_[std::move(path)] = std::move(route);
+}
+
+void RKVTestHTTPServer::setRecordsRequests(bool records) {
+  std::lock_guard lock(mutex_);
+  recordsRequests_ = records;
 }
 
 void RKVTestHTTPServer::setStallConnections(bool stall) {
@@ -125,11 +130,6 @@ void RKVTestHTTPServer::stop() {
   ::close(listener_);
 }
 
-void RKVTestHTTPServer::setRecordsRequests(bool records) {
-  std::lock_guard lock(mutex_);
-  recordsRequests_ = records;
-}
-
 uint16_t RKVTestHTTPServer::closedPort() {
   const auto [fd, port] = boundLoopbackSocket();
   ::close(fd);
@@ -164,60 +164,52 @@ void RKVTestHTTPServer::serve(int fd) {
   std::string buffer;
   while (serveRequest(fd, buffer)) {
   }
-  {
-    std::lock_guard lock(mutex_);
-    openConnections_.erase(fd);
-  }
+  std::lock_guard lock(mutex_);
+  openConnections_.erase(fd);
   ::close(fd);
 }
 
 bool RKVTestHTTPServer::serveRequest(int fd, std::string& buffer) {
   size_t headEnd;
   while ((headEnd = buffer.find("\r\n\r\n")) == std::string::npos) {
-    if (!receiveMore(fd, buffer)) return false;
+    if (!receiveUntil(fd, buffer, buffer.size() + 1)) return false;
   }
-  // The request line, then one field per line.
+  // The request line ("METHOD target HTTP/1.1"), then one field per line.
   RKVTestRequest request;
   size_t contentLength = 0;
   bool close = false;
-  std::string_view head(buffer.data(), headEnd + 2);
-  for (size_t lineEnd; (lineEnd = head.find("\r\n")) != std::string_view::npos;
-       head.remove_prefix(lineEnd + 2)) {
-    const std::string_view line = head.substr(0, lineEnd);
-    if (request.method.empty()) {
-      const size_t space = line.find(' ');
-      request.method = std::string(line.substr(0, space));
-      request.target = std::string(line.substr(space + 1, line.find(' ', space + 1) - space - 1));
-      continue;
-    }
+  const size_t space = buffer.find(' ');
+  request.method = buffer.substr(0, space);
+  request.target = buffer.substr(space + 1, buffer.find(' ', space + 1) - space - 1);
+  size_t lineEnd = buffer.find("\r\n");
+  for (size_t start = lineEnd + 2; start < headEnd + 2; start = lineEnd + 2) {
+    lineEnd = buffer.find("\r\n", start);
+    const std::string_view line(buffer.data() + start, lineEnd - start);
     const size_t colon = line.find(':');
     if (colon == std::string_view::npos) continue;
-    std::string name(line.substr(0, colon));
-    std::string value(line.substr(std::min(line.find_first_not_of(' ', colon + 1), line.size())));
-    if (sameName(name, "Content-Length")) contentLength = std::stoul(value);
-    if (sameName(name, "Connection") && sameName(value, "close")) close = true;
-    request.headers.emplace_back(std::move(name), std::move(value));
+    const std::string_view name = line.substr(0, colon);
+    const std::string_view value =
+        line.substr(std::min(line.find_first_not_of(' ', colon + 1), line.size()));
+    if (sameName(name, "Content-Length")) contentLength = std::stoul(std::string(value));
+    close = close || (sameName(name, "Connection") && sameName(value, "close"));
+    request.headers.emplace_back(name, value);
   }
   buffer.erase(0, headEnd + 4);
-  const RKVTestRoute route = [&] {
-    std::lock_guard lock(mutex_);
-    auto it = routes_.find(pathOf(request.target));
-    return it != routes_.end() ? it->second : RKVTestRoute::answer(404, "not found");
-  }();
+  std::unique_lock lock(mutex_);
+  auto it = routes_.find(pathOf(request.target));
+  const RKVTestRoute route =
+      it != routes_.end() ? it->second : RKVTestRoute::answer(404, "not found");
+  lock.unlock();
   // A connection that is reset leaves the request's body unread.
-  const bool reset = route.behavior == RKVTestServerBehavior::Reset;
-  while (!reset && buffer.size() < contentLength) {
-    if (!receiveMore(fd, buffer)) return false;
-  }
-  if (!reset) {
+  if (route.behavior != RKVTestServerBehavior::Reset) {
+    if (!receiveUntil(fd, buffer, contentLength)) return false;
     request.body = buffer.substr(0, contentLength);
     buffer.erase(0, contentLength);
   }
   const bool headOnly = request.method == "HEAD";
-  {
-    std::lock_guard lock(mutex_);
-    if (recordsRequests_) requests_.push_back(std::move(request));
-  }
+  lock.lock();
+  if (recordsRequests_) requests_.push_back(std::move(request));
+  lock.unlock();
 
   switch (route.behavior) {
     case RKVTestServerBehavior::Reset: {

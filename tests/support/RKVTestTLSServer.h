@@ -10,8 +10,8 @@
 #include <thread>
 
 #include <httplib.h>
-#include <stdlib.h>
 
+#include "tests/support/RKVTempDir.h"
 #include "tests/support/RKVTestThreads.h"
 
 namespace rkv::test {
@@ -19,10 +19,8 @@ namespace rkv::test {
 class RKVTestTLSServer {
  public:
   explicit RKVTestTLSServer(std::string body) {
-    std::string pattern = (std::filesystem::temp_directory_path() / "rkv-tls-XXXXXX").string();
-    if (!::mkdtemp(pattern.data())) return;
-    directory_ = pattern;
-    const std::string key = (directory_ / "key.pem").string();
+    if (directory_.path().empty()) return;
+    const std::string key = directory_.file("key.pem");
     const std::string command =
         "openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -days 2"
         " -subj /CN=127.0.0.1 -addext subjectAltName=IP:127.0.0.1 -keyout '" +
@@ -43,8 +41,6 @@ class RKVTestTLSServer {
       server_->stop();
       thread_.join();
     }
-    std::error_code ignored;
-    if (!directory_.empty()) std::filesystem::remove_all(directory_, ignored);
   }
   RKVTestTLSServer(const RKVTestTLSServer&) = delete;
   RKVTestTLSServer& operator=(const RKVTestTLSServer&) = delete;
@@ -56,10 +52,10 @@ class RKVTestTLSServer {
     return "https://127.0.0.1:" + std::to_string(port_) + std::string(path);
   }
   // The PEM file of the self-signed certificate (its own certificate authority).
-  std::filesystem::path certificateFile() const { return directory_ / "certificate.pem"; }
+  std::filesystem::path certificateFile() const { return directory_.file("certificate.pem"); }
 
  private:
-  std::filesystem::path directory_;
+  RKVTempDir directory_;
   std::unique_ptr<httplib::SSLServer> server_;
   std::thread thread_;
   int port_ = 0;
