@@ -154,15 +154,9 @@ size_t logged(const test::RKVLogCapture& log, const std::string& prefix) {
                                [&](const std::string& m) { return m.starts_with(prefix); });
 }
 
-// Wrapper chains: what merging the levels leaves in the final ad.
-const char* const kEventNames[] = {"start",      "firstQuartile", "midpoint", "thirdQuartile",
-                                   "complete",   "creativeView",  "mute",     "unmute",
-                                   "pause",      "resume",        "rewind",   "skip",
-                                   "fullscreen", "exitFullscreen"};
-
-// One level of a chain: `creatives` linear creatives of `events` tracking events each, with the
-// URLs http://t.example/<id>/<creative>/<event>; a wrapper follows `adTag`, an inline ad carries
-// a media file in every creative.
+// One level of a wrapper chain: `creatives` linear creatives of `events` start events each, with
+// the URLs http://t.example/<id>/<creative>/<event>; a wrapper follows `adTag`, an inline ad
+// carries a media file in every creative.
 std::string levelXML(const std::string& id, const std::string& adTag, int creatives, int events) {
   const bool wrapper = !adTag.empty();
   const std::string kind = wrapper ? "Wrapper" : "InLine";
@@ -173,9 +167,8 @@ std::string levelXML(const std::string& id, const std::string& adTag, int creati
   for (int c = 0; c < creatives; ++c) {
     xml += "<Creative><Linear><Duration>00:00:15</Duration><TrackingEvents>";
     for (int e = 0; e < events; ++e) {
-      xml += std::string("<Tracking event=\"") + kEventNames[e % std::size(kEventNames)] +
-             "\">http://t.example/" + id + "/" + std::to_string(c) + "/" + std::to_string(e) +
-             "</Tracking>";
+      xml += "<Tracking event=\"start\">http://t.example/" + id + "/" + std::to_string(c) + "/" +
+             std::to_string(e) + "</Tracking>";
     }
     xml += "</TrackingEvents>";
     if (!wrapper) {
@@ -310,21 +303,17 @@ TEST_F(RKVVASTManagerTest, ChainsAreMergedUpToTheWrapperLimitPassbacksGoOneLevel
 
 // The ways a wrapper's fetch can fail, each bounded by the time-out (plus 10 %) and reported
 // with the wrapper's error URLs. Other transport errors (an untrusted certificate, a redirect to
-// another scheme) map to the same report: the HTTP session's and the tool's tests tell them apart.
+// another scheme, a body without end, a server that drips) map to the same report: the HTTP
+// session's and the tool's tests tell them apart.
 TEST_F(RKVVASTManagerTest, FailedAndRefusedWrappersReachTheDelegateWithinTheTimeOut) {
   RKVTestHTTPServer stalled;
   stalled.setStallConnections(true);
   server_.setRoute("/noad", RKVTestRoute::answer(200, vastXML({}, {"http://err.example/noad"})));
   server_.setRoute("/missing", RKVTestRoute::answer(404, vastXML({inlineAd("i404")})));
-  for (const auto& [path, behavior] :
-       {std::pair{"/silent", Behavior::NeverAnswer}, std::pair{"/drip", Behavior::Drip},
-        std::pair{"/endless", Behavior::EndlessBody}})
-    server_.setRoute(path, RKVTestRoute::misbehaving(behavior));
+  server_.setRoute("/silent", RKVTestRoute::misbehaving(Behavior::NeverAnswer));
   RKVTestRoute slowLoop = RKVTestRoute::redirect("/slow-loop");
   slowLoop.delay = 300ms;
   server_.setRoute("/slow-loop", slowLoop);
-  rusage before{};
-  getrusage(RUSAGE_SELF, &before);
 
   const std::string pixels = " [http://err.example/w] ";
   const std::string fetch = "start w | error VAST_WRAPPER_ERROR_FETCH" + pixels + "-";
@@ -341,9 +330,7 @@ TEST_F(RKVVASTManagerTest, FailedAndRefusedWrappersReachTheDelegateWithinTheTime
       {url("/missing"), "start w", "i404/1 | " + kNoMoreAds},  // the body of a 404 is read
       {url("/silent"), timedOut},
       {stalled.url("/stalled"), timedOut},
-      {url("/drip"), timedOut},
       {url("/slow-loop"), timedOut},  // redirects without end, each answer late
-      {url("/endless"), fetch},
       {closed_, fetch},
       {"file:///etc/passwd", fetch},
   };
@@ -359,10 +346,6 @@ TEST_F(RKVVASTManagerTest, FailedAndRefusedWrappersReachTheDelegateWithinTheTime
     EXPECT_LE(secondsSince(start), 3.0);
     EXPECT_EQ(delegate_->calls(), "ready | " + c.calls);
   }
-  // The endless body was cut at the session's limit, not kept.
-  rusage after{};
-  getrusage(RUSAGE_SELF, &after);
-  EXPECT_LT(after.ru_maxrss - before.ru_maxrss, 64 * 1024) << "kilobytes";
 }
 
 TEST_F(RKVVASTManagerTest, PassbackWrappersResolveInParallelAndLaterResultsWaitTheirTurn) {
