@@ -190,10 +190,6 @@ TEST(RKVVASTParserTest, DocumentLevelChecks) {
     for (const auto& text : recorder.texts())
       EXPECT_EQ(text, c.document);
   }
-  // The short form reads an ad call with no handler.
-  EXPECT_EQ(
-      RKVVASTParser::parseXMLAndGenerateVASTObjectModel(vast("4.1", kInline)).model()->ads().size(),
-      1u);
 }
 
 std::string parse(std::string_view bytes, bool isWrapper = false) {
@@ -203,6 +199,7 @@ std::string parse(std::string_view bytes, bool isWrapper = false) {
       recorder);
 }
 
+// Read by the short form: an ad call with no handler.
 TEST(RKVVASTHostileInputTest, FiftyMegabytes) {
   std::string big = "<VAST version='4.2'>";
   size_t count = 0;
