@@ -147,7 +147,7 @@ TEST(RKVVASTAdTest, MergePoursTheWrapperIntoTheAd) {
            "</ClickTracking></VideoClicks></Linear></Creative>";
   };
   auto wrapper = readAd(
-      true, kBasics + "<Impression>http://w.test/imp</Impression><Error>http://w.test/err</Error>" +
+      true, kBasics +
                 "<ViewableImpression><Viewable>http://w.test/view</Viewable></ViewableImpression>" +
                 creatives(linearWith("1") + linearWith("2") +
                           "<Creative><NonLinearAds><NonLinear><StaticResource>http://w.test/nl.png"
@@ -160,19 +160,16 @@ TEST(RKVVASTAdTest, MergePoursTheWrapperIntoTheAd) {
                 extension("http://w.test/metric", "wrapper") +
                 "<AdVerifications><Verification vendor='w'><JavaScriptResource>http://w.test/v.js"
                 "</JavaScriptResource></Verification></AdVerifications>");
-  auto ad = readAd(
-      false, kBasics +
-                 "<Impression>http://a.test/imp</Impression><Error>http://a.test/err</Error>" +
-                 creatives("<Creative><Linear><Duration>00:00:10</Duration>" + kMedia +
-                           "<TrackingEvents>" + tracking("http://a.test/t") +
-                           "</TrackingEvents></Linear></Creative>") +
-                 extension("http://a.test/metric", "ad"));
+  auto ad = readAd(false, kBasics +
+                              creatives("<Creative><Linear><Duration>00:00:10</Duration>" + kMedia +
+                                        "<TrackingEvents>" + tracking("http://a.test/t") +
+                                        "</TrackingEvents></Linear></Creative>") +
+                              extension("http://a.test/metric", "ad"));
   const auto wrapperExtension = wrapper->extensions();
 
   ad->merge(*wrapper);
   EXPECT_EQ(ad->wrapperDepth(), 1);
-  EXPECT_EQ(urlTexts(ad->impressions()), (Strings{"http://a.test/imp", "http://w.test/imp"}));
-  EXPECT_EQ(urlTexts(ad->errorPixels()), (Strings{"http://a.test/err", "http://w.test/err"}));
+  // The manager's chain test checks the impressions and error URLs of every level, in order.
   ASSERT_EQ(ad->viewabilityEvents().size(), 3u);  // its metric, the wrapper's view and metric
   EXPECT_EQ(ad->viewabilityEvents()[1]->eventURL().absoluteString(), "http://w.test/view");
   // Every wrapper linear creative's tracking and clicks go to every linear creative of the ad.
