@@ -25,7 +25,6 @@
 
 #include "tests/support/RKVLogCapture.h"
 #include "tests/support/RKVTestHTTPServer.h"
-#include "tests/support/RKVTestTLSServer.h"
 #include "tests/support/RKVTestThreads.h"
 #include "tests/support/RKVTestVASTDocuments.h"
 #include "tests/vast/RKVVASTTestSupport.h"
@@ -155,15 +154,9 @@ size_t logged(const test::RKVLogCapture& log, const std::string& prefix) {
                                [&](const std::string& m) { return m.starts_with(prefix); });
 }
 
-// Wrapper chains: what merging the levels leaves in the final ad.
-const char* const kEventNames[] = {"start",      "firstQuartile", "midpoint", "thirdQuartile",
-                                   "complete",   "creativeView",  "mute",     "unmute",
-                                   "pause",      "resume",        "rewind",   "skip",
-                                   "fullscreen", "exitFullscreen"};
-
-// One level of a chain: `creatives` linear creatives of `events` tracking events each, with the
-// URLs http://t.example/<id>/<creative>/<event>; a wrapper follows `adTag`, an inline ad carries
-// a media file in every creative.
+// One level of a wrapper chain: `creatives` linear creatives of `events` start events each, with
+// the URLs http://t.example/<id>/<creative>/<event>; a wrapper follows `adTag`, an inline ad
+// carries a media file in every creative.
 std::string levelXML(const std::string& id, const std::string& adTag, int creatives, int events) {
   const bool wrapper = !adTag.empty();
   const std::string kind = wrapper ? "Wrapper" : "InLine";
@@ -174,9 +167,8 @@ std::string levelXML(const std::string& id, const std::string& adTag, int creati
   for (int c = 0; c < creatives; ++c) {
     xml += "<Creative><Linear><Duration>00:00:15</Duration><TrackingEvents>";
     for (int e = 0; e < events; ++e) {
-      xml += std::string("<Tracking event=\"") + kEventNames[e % std::size(kEventNames)] +
-             "\">http://t.example/" + id + "/" + std::to_string(c) + "/" + std::to_string(e) +
-             "</Tracking>";
+      xml += "<Tracking event=\"start\">http://t.example/" + id + "/" + std::to_string(c) + "/" +
+             std::to_string(e) + "</Tracking>";
     }
     xml += "</TrackingEvents>";
     if (!wrapper) {
@@ -212,16 +204,6 @@ class RKVVASTManagerTest : public ::testing::Test {
     server_.setRoute(path, RKVTestRoute::answer(200, vastXML(ads), delay));
   }
   std::string url(const std::string& path) const { return server_.url(path); }
-  // The first ad of a manager over the root document, or null.
-  std::shared_ptr<RKVVASTAd> firstAd(const std::string& rootXML, int64_t maximumWrappers) {
-    auto manager = managerOver({}, {10.0, maximumWrappers, false, false});
-    manager->createAdsStoreWithXML(rootXML, std::nullopt, 10.0);
-    RKVVASTManagerResponse response = manager->nextAdWithTimeout(10.0, false);
-    EXPECT_FALSE(response.error()) << response.error()->code;
-    auto handed = std::dynamic_pointer_cast<HandedOutAd>(response.ad());
-    return handed ? handed->ad : nullptr;
-  }
-
   RKVTestHTTPServer server_;
   std::shared_ptr<RKVURLSession> session_ = test::testSession();
   std::shared_ptr<RecordingDelegate> delegate_;
@@ -319,36 +301,19 @@ TEST_F(RKVVASTManagerTest, ChainsAreMergedUpToTheWrapperLimitPassbacksGoOneLevel
   EXPECT_EQ(server_.requestCount("/c6"), 2u);  // once per path that reached it
 }
 
-TEST_F(RKVVASTManagerTest, AWrapperLeadingToAPodContributesItsFirstAdOrTheWholePod) {
-  std::vector<RKVTestAd> pod = {inlineAd("p2"), inlineAd("p1"), inlineAd("p3")};
-  for (auto& ad : pod)
-    ad.sequence = ad.id.substr(1);
-  serve("/pod", pod);
-  EXPECT_EQ(drain(*managerOver({wrapperAd("w", url("/pod"))})), "p2/1 | " + kNoMoreAds);
-  EXPECT_EQ(drain(*managerOver({wrapperAd("w", url("/pod"))}, {5.0, 5, true, false})),
-            "p1/1 | p2/1 | p3/1 | " + kNoMoreAds);
-}
-
 // The ways a wrapper's fetch can fail, each bounded by the time-out (plus 10 %) and reported
-// with the wrapper's error URLs. Other transport errors map to the same report: the HTTP
-// session's tests tell them apart.
+// with the wrapper's error URLs. Other transport errors (an untrusted certificate, a redirect to
+// another scheme, a body without end, a server that drips) map to the same report: the HTTP
+// session's and the tool's tests tell them apart.
 TEST_F(RKVVASTManagerTest, FailedAndRefusedWrappersReachTheDelegateWithinTheTimeOut) {
-  test::RKVTestTLSServer tls(vastXML({inlineAd("tls")}));
-  ASSERT_TRUE(tls.isRunning()) << "needs the openssl command";
   RKVTestHTTPServer stalled;
   stalled.setStallConnections(true);
   server_.setRoute("/noad", RKVTestRoute::answer(200, vastXML({}, {"http://err.example/noad"})));
   server_.setRoute("/missing", RKVTestRoute::answer(404, vastXML({inlineAd("i404")})));
-  for (const auto& [path, behavior] :
-       {std::pair{"/silent", Behavior::NeverAnswer}, std::pair{"/drip", Behavior::Drip},
-        std::pair{"/endless", Behavior::EndlessBody}})
-    server_.setRoute(path, RKVTestRoute::misbehaving(behavior));
-  server_.setRoute("/to-file", RKVTestRoute::redirect("file:///etc/passwd"));
+  server_.setRoute("/silent", RKVTestRoute::misbehaving(Behavior::NeverAnswer));
   RKVTestRoute slowLoop = RKVTestRoute::redirect("/slow-loop");
   slowLoop.delay = 300ms;
   server_.setRoute("/slow-loop", slowLoop);
-  rusage before{};
-  getrusage(RUSAGE_SELF, &before);
 
   const std::string pixels = " [http://err.example/w] ";
   const std::string fetch = "start w | error VAST_WRAPPER_ERROR_FETCH" + pixels + "-";
@@ -365,30 +330,22 @@ TEST_F(RKVVASTManagerTest, FailedAndRefusedWrappersReachTheDelegateWithinTheTime
       {url("/missing"), "start w", "i404/1 | " + kNoMoreAds},  // the body of a 404 is read
       {url("/silent"), timedOut},
       {stalled.url("/stalled"), timedOut},
-      {url("/drip"), timedOut},
       {url("/slow-loop"), timedOut},  // redirects without end, each answer late
-      {url("/endless"), fetch},
       {closed_, fetch},
-      {url("/to-file"), fetch},
       {"file:///etc/passwd", fetch},
-      {tls.url("/vast"), fetch},  // a self-signed certificate
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.adTag);
     RKVTestAd wrapper = wrapperAd("w", c.adTag);
     wrapper.errors = {"http://err.example/w"};
-    // A 2 s time-out leaves a loaded or sanitized machine time to finish a TLS handshake; the
-    // bound is the time-out plus a margin that only a fetch left unbounded exceeds.
+    // A 2 s time-out leaves a loaded or sanitized machine time to answer; the bound is the
+    // time-out plus a margin that only a fetch left unbounded exceeds.
     auto manager = managerOver({wrapper}, {2.0, 5, false, false});
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(drain(*manager), c.answer);
     EXPECT_LE(secondsSince(start), 3.0);
     EXPECT_EQ(delegate_->calls(), "ready | " + c.calls);
   }
-  // The endless body was cut at the session's limit, not kept.
-  rusage after{};
-  getrusage(RUSAGE_SELF, &after);
-  EXPECT_LT(after.ru_maxrss - before.ru_maxrss, 64 * 1024) << "kilobytes";
 }
 
 TEST_F(RKVVASTManagerTest, PassbackWrappersResolveInParallelAndLaterResultsWaitTheirTurn) {
@@ -417,23 +374,6 @@ TEST_F(RKVVASTManagerTest, PassbackWrappersResolveInParallelAndLaterResultsWaitT
   std::sort(answers.begin(), answers.end());
   EXPECT_EQ(joined(answers), "s1/1 | s2/1 | s3/1 | s4/1");
   EXPECT_EQ(delegate_->calls(true), "ready | start w1 | start w2 | start w3 | start w4");
-}
-
-TEST_F(RKVVASTManagerTest, AskingWhilePassbacksResolveAndCancellingSilenceTheLateResults) {
-  server_.setRoute("/silent", RKVTestRoute::misbehaving(Behavior::NeverAnswer));
-  auto manager =
-      managerOver({inlineAd("main"), wrapperAd("w", url("/silent"))}, {1.0, 5, false, false});
-  EXPECT_EQ(drain(*manager), "main/0 | " + kNoMoreAds);
-  auto resolving =
-      std::async(std::launch::async, [&] { return answer(manager->nextAdWithTimeout(5.0, true)); });
-  ASSERT_TRUE(test::eventually([&] { return server_.requestCount("/silent") == 1; }));
-  EXPECT_TRUE(manager->isResolvingPassbackWrappers());
-  EXPECT_EQ(answer(manager->nextAdWithTimeout(5.0, true)), kIncomplete);
-  manager->cancel();
-  ASSERT_EQ(resolving.wait_for(test::kHangGuard), std::future_status::ready);
-  EXPECT_EQ(resolving.get(), kNoMorePassback);
-  // The fetch's time-out came after cancel: the former delegate never hears of it.
-  EXPECT_EQ(delegate_->calls(), "ready | start w");
 }
 
 TEST_F(RKVVASTManagerTest, ADelegateMayCancelFromItsCallbackOrOutliveTheManager) {
@@ -480,7 +420,7 @@ TEST_F(RKVVASTManagerTest, AResultAfterTheCallerWasWokenEmptyGoesIntoTheSlotNobo
             "error VAST_WRAPPER_ERROR_NOT_VAST_RESPONSE [] text | ready | start f | start s");
 }
 
-TEST_F(RKVVASTManagerTest, CancelWaitsForADelegateCallUnderWayAndNothingReachesTheDelegateAfter) {
+TEST_F(RKVVASTManagerTest, AskingWhileAPassbackResolvesAndCancellingDuringADelegateCall) {
   server_.setRoute("/noad", RKVTestRoute::answer(200, vastXML({})));
   auto manager = managerOver({inlineAd("main"), wrapperAd("w", url("/noad"))});
   EXPECT_EQ(drain(*manager), "main/0 | " + kNoMoreAds);
@@ -495,6 +435,9 @@ TEST_F(RKVVASTManagerTest, CancelWaitsForADelegateCallUnderWayAndNothingReachesT
   auto resolving =
       std::async(std::launch::async, [&] { return answer(manager->nextAdWithTimeout(5.0, true)); });
   ASSERT_TRUE(entered.wait());
+  // Another request while the passback wrapper resolves does not wait for it.
+  EXPECT_TRUE(manager->isResolvingPassbackWrappers());
+  EXPECT_EQ(answer(manager->nextAdWithTimeout(5.0, true)), kIncomplete);
   auto cancelling = std::async(std::launch::async, [&] {
     manager->cancel();
     return callEnded.load();
@@ -588,11 +531,9 @@ class NeverCompletingProvider : public RKVURLSessionProviderProtocol {
 
 TEST_F(RKVVASTManagerTest, ATransportThatNeverCompletesDoesNotHangARequestForAnAd) {
   auto provider = std::make_shared<NeverCompletingProvider>();
-  auto delegate = std::make_shared<RecordingDelegate>();
-  auto manager = std::make_shared<RKVVASTManager>(delegate, adapter_,
-                                                  std::make_shared<RKVURLSession>(provider),
-                                                  RKVVASTManagerConfig(1.0, 5, false, false));
-  manager->createAdsStoreWithXML(vastXML({wrapperAd("w", closed_)}), std::nullopt, 5.0);
+  session_ = std::make_shared<RKVURLSession>(provider);
+  std::shared_ptr<RKVVASTManager> manager =
+      managerOver({wrapperAd("w", closed_)}, {1.0, 5, false, false});
   // On a thread of its own, so that a hang fails the test instead of stalling the suite.
   auto answered = std::make_shared<std::promise<std::string>>();
   std::future<std::string> answer_ = answered->get_future();
@@ -603,7 +544,7 @@ TEST_F(RKVVASTManagerTest, ATransportThatNeverCompletesDoesNotHangARequestForAnA
   provider->forget();  // ends the wait, had it hung
   ASSERT_TRUE(ended) << "the request for an ad waits for a completion that never comes";
   EXPECT_EQ(answer_.get(), kNoMoreAds);
-  EXPECT_EQ(delegate->calls(), "ready | start w | error VAST_WRAPPER_ERROR_FETCH_TIMEOUT [] -");
+  EXPECT_EQ(delegate_->calls(), "ready | start w | error VAST_WRAPPER_ERROR_FETCH_TIMEOUT [] -");
 }
 
 // Five wrappers of 20 linear creatives with 20 events each, then an inline ad of the same shape.
@@ -623,15 +564,17 @@ TEST_F(RKVVASTManagerTest, AChainBuiltToGrowStaysBounded) {
   rusage before{};
   getrusage(RUSAGE_SELF, &before);
 
-  auto ad = firstAd(levelXML("w1", server_.url("/w2"), kCreatives, kEvents), 5);
+  auto manager = managerOver({}, {10.0, 5, false, false});
+  manager->createAdsStoreWithXML(levelXML("w1", server_.url("/w2"), kCreatives, kEvents),
+                                 std::nullopt, 10.0);
+  RKVVASTManagerResponse response = manager->nextAdWithTimeout(10.0, false);
 
   rusage after{};
   getrusage(RUSAGE_SELF, &after);
   // A few MB are expected; the unbounded merge needs gigabytes.
   EXPECT_LT(after.ru_maxrss - before.ru_maxrss, 256 * 1024) << "kilobytes";
-  ASSERT_TRUE(ad);
-  EXPECT_EQ(ad->adID(), "i");
-  EXPECT_EQ(ad->wrapperDepth(), 5);
+  ASSERT_EQ(answer(response), "i/5");
+  const auto ad = std::dynamic_pointer_cast<HandedOutAd>(response.ad())->ad;
   ASSERT_EQ(ad->linearCreatives().size(), static_cast<size_t>(kCreatives));
 
   // No creative holds an event twice; the ad holds its own events and at most the ceiling more.

@@ -87,11 +87,20 @@ struct VASTPixels {
   }
 };
 
-TEST(RKVVASTPixelManagerTest, ErrorPixelsCarryTheCode) {
+TEST(RKVVASTPixelManagerTest, ErrorPixelsCarryTheCodeOrAreNotCalled) {
   RKVTestHTTPServer server;
   server.setRoute("/error", RKVTestRoute::answer(200, ""));
   server.setRoute("/other", RKVTestRoute::answer(204, ""));
   VASTPixels pixels;
+  RKVLogCapture capture;
+  pixels.vast.callVASTErrorPixels(std::vector{RKVVASTURL(url("http://t.example/e"))}, -1);
+  pixels.vast.callVASTErrorPixels(std::vector<RKVVASTURL>{}, 402);
+  pixels.vast.callVASTErrorPixels(std::nullopt, 900);
+  EXPECT_THAT(pixels.manager->allPixels(), IsEmpty());
+  EXPECT_THAT(capture.debugMessages(),
+              ElementsAre("Error pixels cannot be called for error code: -1",
+                          "No error pixels to call for error code: 402",
+                          "No error pixels to call for error code: 900"));
   for (int64_t code : {301, -2}) {
     SCOPED_TRACE(code);
     pixels.vast.callVASTErrorPixels(
@@ -108,19 +117,6 @@ TEST(RKVVASTPixelManagerTest, ErrorPixelsCarryTheCode) {
   EXPECT_THAT(targets, ElementsAre("/error?code=301&n=1", "/other?c=301", "/error?code=-2&n=1",
                                    "/other?c=-2"));
   EXPECT_THAT(pixels.manager->allPixels(), IsEmpty());
-}
-
-TEST(RKVVASTPixelManagerTest, NothingToCall) {
-  VASTPixels pixels;
-  RKVLogCapture capture;
-  pixels.vast.callVASTErrorPixels(std::vector{RKVVASTURL(url("http://t.example/e"))}, -1);
-  pixels.vast.callVASTErrorPixels(std::vector<RKVVASTURL>{}, 402);
-  pixels.vast.callVASTErrorPixels(std::nullopt, 900);
-  EXPECT_THAT(pixels.manager->allPixels(), IsEmpty());
-  EXPECT_THAT(capture.debugMessages(),
-              ElementsAre("Error pixels cannot be called for error code: -1",
-                          "No error pixels to call for error code: 402",
-                          "No error pixels to call for error code: 900"));
 }
 
 }  // namespace

@@ -64,23 +64,27 @@ struct Document {
   }
 };
 
+// The ids, each followed by "@" and the sequence of an ad that has one.
 Strings ids(const RKVVASTModel::Ads& ads) {
   Strings result;
   for (const auto& a : ads)
-    result.push_back(a->adID().value_or("(null)"));
+    result.push_back(a->adID().value_or("(null)") + (a->hasSequence() ? "@" : "") +
+                     a->adSequence().value_or(""));
   return result;
 }
 
 TEST(RKVVASTModelTest, AdsAndTheirReports) {
   Document document(
-      // kept: an inline ad without title, reported with its InLine's error URLs
-      "<Ad id='1'><InLine><AdSystem>S</AdSystem><Error>http://e.test/inline</Error>"
+      // kept and valid: an inline ad with a blank system and title, reported with its InLine's
+      // error URLs
+      "<Ad id='1'><InLine><AdSystem> </AdSystem><AdTitle/><Error>http://e.test/inline</Error>"
       "<Creatives><Creative><Linear><Duration>1</Duration><MediaFiles><MediaFile type='video/mp4'>"
       "http://m/1</MediaFile></MediaFiles></Linear></Creative></Creatives></InLine></Ad>"
       // skipped silently: neither kind, or not an element
       "<Ad id='2'><Other>x</Other></Ad><Ad>text only</Ad>"
-      // kept: a wrapper without title, reported with an empty list
-      "<Ad id='3'><Wrapper><AdSystem>S</AdSystem><Error>http://e.test/wrapper</Error>"
+      // kept and valid: a wrapper without title and with a blank system, reported with an
+      // empty list
+      "<Ad id='3'><Wrapper><AdSystem> </AdSystem><Error>http://e.test/wrapper</Error>"
       "</Wrapper></Ad>"
       // dropped: an InLine value that is no element
       "<Ad id='4'><InLine/></Ad>"
@@ -88,11 +92,14 @@ TEST(RKVVASTModelTest, AdsAndTheirReports) {
       "<Ad id='5'><InLine><AdSystem>S</AdSystem><AdTitle>T</AdTitle>"
       "<Error>http://e.test/5</Error></InLine></Ad>");
   EXPECT_EQ(ids(document.model->ads()), (Strings{"1", "3", "5"}));
+  EXPECT_TRUE(document.model->ads()[0]->isValid() && document.model->ads()[1]->isValid());
   EXPECT_FALSE(document.model->ads()[2]->isValid());
-  EXPECT_EQ(document.recorder.lines(),
-            (Strings{"VAST_VALIDATION_ERROR_MISSING_ADTITLE http://e.test/inline",
-                     "VAST_VALIDATION_ERROR_MISSING_ADTITLE", "XML_PARSING_ERROR",
-                     "VAST_VALIDATION_ERROR_MISSING_CREATIVES http://e.test/5"}));
+  EXPECT_EQ(
+      document.recorder.lines(),
+      (Strings{"VAST_VALIDATION_ERROR_MISSING_ADSYSTEM http://e.test/inline",
+               "VAST_VALIDATION_ERROR_MISSING_ADTITLE http://e.test/inline",
+               "VAST_VALIDATION_ERROR_MISSING_ADSYSTEM", "VAST_VALIDATION_ERROR_MISSING_ADTITLE",
+               "XML_PARSING_ERROR", "VAST_VALIDATION_ERROR_MISSING_CREATIVES http://e.test/5"}));
   EXPECT_EQ(document.model->wrapperCount(), 1);
 
   // Ads follow each other in document order; ads of another model belong to none.
@@ -112,13 +119,14 @@ TEST(RKVVASTModelTest, MainAndPassbackAds) {
   const Case cases[] = {
       {"", false, {}, {}},
       {ad('i', "a") + ad('w', "b") + ad('w', "c"), false, {"a"}, {"b", "c"}},
-      {ad('i', "a", "2") + ad('i', "b") + ad('i', "c", "1"), true, {"c", "a"}, {"b"}},
+      {ad('i', "a", "2") + ad('i', "b") + ad('i', "c", "1"), true, {"c@1", "a@2"}, {"b"}},
       // One sequenced ad is enough for a pod.
-      {ad('w', "a", "1"), true, {"a"}, {}},
-      // Sequences that read 0 sort last, ties keep document order.
-      {ad('i', "a", "abc") + ad('i', "b", "0") + ad('i', "c", "3") + ad('i', "d", "-1"),
+      {ad('w', "a", "1"), true, {"a@1"}, {}},
+      // A sequence is read as its leading number and kept as written; one that reads 0 becomes
+      // the largest int and sorts last, ties keep document order.
+      {ad('i', "a", "abc") + ad('i', "b", "0") + ad('i', "c", " 3x") + ad('i', "d", "-1"),
        true,
-       {"d", "c", "a", "b"},
+       {"d@-1", "c@ 3x", "a@2147483647", "b@2147483647"},
        {}},
       // The passback list starts at the second ad, even when that is the main ad.
       {ad('w', "a") + ad('i', "b"), false, {"b"}, {"b"}},
@@ -182,10 +190,6 @@ TEST(RKVVASTParserTest, DocumentLevelChecks) {
     for (const auto& text : recorder.texts())
       EXPECT_EQ(text, c.document);
   }
-  // The short form reads an ad call with no handler.
-  EXPECT_EQ(
-      RKVVASTParser::parseXMLAndGenerateVASTObjectModel(vast("4.1", kInline)).model()->ads().size(),
-      1u);
 }
 
 std::string parse(std::string_view bytes, bool isWrapper = false) {
@@ -195,6 +199,7 @@ std::string parse(std::string_view bytes, bool isWrapper = false) {
       recorder);
 }
 
+// Read by the short form: an ad call with no handler.
 TEST(RKVVASTHostileInputTest, FiftyMegabytes) {
   std::string big = "<VAST version='4.2'>";
   size_t count = 0;
