@@ -14,19 +14,10 @@ std::string declared(const std::string& encoding, const std::string& body) {
   return "<?xml version=\"1.0\" encoding=\"" + encoding + "\"?>" + body;
 }
 
+// A character from U+0080 to U+FFFF in UTF-8.
 std::string utf8(int c) {
-  std::string out;
-  if (c < 0x80) {
-    out += static_cast<char>(c);
-  } else if (c < 0x800) {
-    out += static_cast<char>(0xC0 | (c >> 6));
-    out += static_cast<char>(0x80 | (c & 0x3F));
-  } else {
-    out += static_cast<char>(0xE0 | (c >> 12));
-    out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-    out += static_cast<char>(0x80 | (c & 0x3F));
-  }
-  return out;
+  if (c < 0x800) return {char(0xC0 | (c >> 6)), char(0x80 | (c & 0x3F))};
+  return {char(0xE0 | (c >> 12)), char(0x80 | ((c >> 6) & 0x3F)), char(0x80 | (c & 0x3F))};
 }
 
 // The title and the attribute of <Ad id='...'><AdTitle>...</AdTitle></Ad>, or "nil".
