@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include "rkv/foundation/RKVSerialQueue.h"
+#include "rkv/foundation/internal/RKVText.h"
 #include "rkv/xml/RKVXMLDictionary.h"
 #include "rkv/xml/RKVXMLDictionaryParser.h"
 #include "rkv/xml/RKVXMLDictionaryUtils.h"
@@ -267,11 +268,7 @@ class LiteralTreeBuilder final : public RKVXMLPushParserDelegate {
         stack.insert(stack.begin(), root = RKVXMLDictionary::make({{std::string(name), node}}));
       return;
     }
-    if (RKVXMLValue* existing = stack.back()->find(name)) {
-      append(*existing, node);
-    } else {
-      stack.back()->set(name, o_.alwaysUseArrays ? RKVXMLValue(RKVXMLArray::make({node})) : node);
-    }
+    add(*stack.back(), name, node, o_.alwaysUseArrays);
     stack.push_back(node);
   }
 
@@ -313,29 +310,24 @@ class LiteralTreeBuilder final : public RKVXMLPushParserDelegate {
   void foundCharacters(std::string_view t) override { pending += t; }
   void foundCDATA(std::string_view t) override { pending += t; }
   void foundComment(std::string_view t) override {
-    if (!o_.preserveComments || stack.empty()) return;
-    if (RKVXMLValue* comments = stack.back()->find("__comments"))
-      return append(*comments, std::string(t));
-    stack.back()->set("__comments", RKVXMLArray::make({std::string(t)}));
+    if (o_.preserveComments && !stack.empty())
+      add(*stack.back(), "__comments", std::string(t), true);
   }
   void parseErrorOccurred(const RKVXMLParseError&) override { root = nullptr; }
 
  private:
-  // A second value under a key turns it into a list.
-  static void append(RKVXMLValue& existing, RKVXMLValue item) {
-    if (RKVXMLArray* list = existing.array()) return list->push_back(std::move(item));
-    std::vector<RKVXMLValue> pair{existing, std::move(item)};
-    existing = RKVXMLArray::make(std::move(pair));
+  // The first value under a key is a list of it or itself; a second one turns it into a list.
+  static void add(RKVXMLDictionary& parent, std::string_view key, RKVXMLValue item, bool asList) {
+    RKVXMLValue* existing = parent.find(key);
+    if (!existing) return parent.set(key, asList ? RKVXMLArray::make({item}) : item);
+    if (RKVXMLArray* list = existing->array()) return list->push_back(std::move(item));
+    std::vector<RKVXMLValue> pair{*existing, std::move(item)};
+    *existing = RKVXMLArray::make(std::move(pair));
   }
   void endText() {
     std::string run = std::exchange(pending, std::string());
-    if (o_.trimWhiteSpace) {
-      const size_t b = run.find_first_not_of(" \t\n\r");
-      run = b == std::string::npos ? "" : run.substr(b, run.find_last_not_of(" \t\n\r") - b + 1);
-    }
-    if (run.empty()) return;
-    if (RKVXMLValue* existing = stack.back()->find("__text")) return append(*existing, run);
-    stack.back()->set("__text", run);
+    if (o_.trimWhiteSpace) run = std::string(internal::trimmed(run));
+    if (!run.empty()) add(*stack.back(), "__text", run, false);
   }
 
   Options o_;
