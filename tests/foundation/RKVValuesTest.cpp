@@ -167,15 +167,12 @@ TEST(RKVUtilsTest, ColorsReadAndWritten) {
 }
 
 TEST(RKVUtilsTest, ErrorRecords) {
-  const RKVError described = RKVUtils::errorWithDomain("RKVVASTErrorDomain", 10001, "Timeout.");
-  EXPECT_EQ(described.description(), "Error Domain=RKVVASTErrorDomain Code=10001 \"Timeout.\"");
   // An empty description is still a description; an absent one leaves no user information.
   EXPECT_TRUE(RKVUtils::errorWithDomain("RKVFutureError", 1000, "").hasUserInfo());
   const RKVError bare = RKVUtils::errorWithDomain("RKVFutureError", 1000);
   EXPECT_FALSE(bare.hasUserInfo());
   EXPECT_EQ(bare.description(), "Error Domain=RKVFutureError Code=1000");
   EXPECT_NE(bare, RKVError("RKVFutureError", 1000, ""));
-  EXPECT_EQ(RKVUtils::nullableDescription(nullopt), "(null)");
 }
 
 TEST(RKVQuaternionTest, RotationsProductsAndEquality) {

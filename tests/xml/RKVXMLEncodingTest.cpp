@@ -1,11 +1,12 @@
 #include <string>
-#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "rkv/xml/RKVXMLDictionaryParser.h"
 #include "rkv/xml/internal/RKVXMLEncodings.h"
+
+#include "tests/support/RKVTestThreads.h"
 
 namespace rkv {
 namespace {
@@ -121,7 +122,7 @@ TEST(RKVXMLEncodingTest, ReusedParsersKeepReadingDeclaredEncodings) {
   const std::string plain = "<Ad id='\xE2\x82\xAC'><AdTitle>\xE2\x82\xAC</AdTitle></Ad>";
   const std::string unknown = declared("x-unknown", "<Ad/>");
   const std::string euro = "\u20AC|\u20AC";
-  auto readAll = [&] {
+  test::onThreads(5, [&](int) {
     for (int i = 0; i < 50; ++i) {
       EXPECT_EQ(titleAndId(windows), euro);
       EXPECT_EQ(titleAndId(plain), euro);
@@ -129,13 +130,7 @@ TEST(RKVXMLEncodingTest, ReusedParsersKeepReadingDeclaredEncodings) {
       EXPECT_EQ(titleAndId(latin), euro);
       EXPECT_EQ(titleAndId("<Ad>"), "nil");
     }
-  };
-  std::vector<std::thread> threads;
-  for (int t = 0; t < 4; ++t)
-    threads.emplace_back(readAll);
-  readAll();
-  for (std::thread& thread : threads)
-    thread.join();
+  });
 }
 
 }  // namespace
