@@ -285,19 +285,11 @@ TEST_F(RKVTimerTest, DroppedByItsOwnerWhileRunningItWarnsStopsAndNeverFiresAgain
   EXPECT_EQ(delegate_->fired, 1);
 }
 
-TEST_F(RKVTimerTest, DelegateMayDropStopOrRestartTheTimerFromItsFiring) {
-  test::RKVLogCapture capture;
-  std::unique_ptr<RKVTimer> timer = makeTimer(RKVTimerInterval::infiniteRepetitionsWithTime(1.0));
-  // Dropped by its delegate: the warning, then nothing more.
-  delegate_->action = [&](RKVTimer&) { timer.reset(); };
-  timer->start();
-  tick(), tick();
-  EXPECT_EQ(delegate_->fired, 1);
-  EXPECT_EQ(capture.debugMessages().size(), 1u);
-
+// Dropped by its own delegate from its firing: RKVViewabilityManagerTest drops the manager
+// owning the timer from the manager's delegate, under ASan in CI.
+TEST_F(RKVTimerTest, DelegateMayStopOrRestartTheTimerFromItsFiring) {
   // Restarted by its delegate: one loop timer at a time, and a finite timer's count restarts.
-  delegate_->fired = 0;
-  timer = makeTimer(RKVTimerInterval::finiteRepetitionsWithTime(1.0, 2));
+  auto timer = makeTimer(RKVTimerInterval::finiteRepetitionsWithTime(1.0, 2));
   delegate_->action = [](RKVTimer& t) { t.stop(), t.start(); };
   timer->start();
   for (int i = 0; i < 4; ++i)

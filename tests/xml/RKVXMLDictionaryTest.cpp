@@ -126,9 +126,8 @@ TEST(RKVXMLDictionaryTest, WritesXMLBackThatReadsToTheSameTree) {
   }
   EXPECT_EQ(parse("<R a='1'><B>t</B></R>")->rkv_XMLString(), "<R a=\"1\"><B>t</B></R>");
   // A wrapped root (one entry, no "__name") is written as its content.
-  RKVXMLDictionaryParser::Options options;
-  options.wrapRootNode = true;
-  EXPECT_EQ(RKVXMLDictionaryParser(options).rkv_dictionaryWithString("<R>t</R>")->rkv_XMLString(),
+  const Options wrapped{.wrapRootNode = true};
+  EXPECT_EQ(RKVXMLDictionaryParser(wrapped).rkv_dictionaryWithString("<R>t</R>")->rkv_XMLString(),
             "<R>t</R>");
 }
 
