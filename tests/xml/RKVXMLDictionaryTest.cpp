@@ -499,18 +499,15 @@ TEST(RKVXMLDictionaryParserTest, RootChildrenAreOfferedAsTheyEnd) {
   const std::string xml =
       "<VAST version='4.2'><Error>e</Error><Ad id='1'><Ad>nested</Ad><InLine>x</InLine></Ad>"
       "<Ad/><Other>o</Other><Ad id='2'>t</Ad></VAST>";
-  struct Case {
-    RKVXMLDictionaryParser::Options options;
-    std::vector<std::string> offered;  // "key:element" in order
-    std::string rest;                  // the tree once the Ad elements were taken
-  };
   const std::vector<std::string> every = {
       R"(Error:{"__text":"e"})",
       R"(Ad:{"_id":"1","Ad":[{"__text":"nested"}],"InLine":[{"__text":"x"}]})",
       R"(Other:{"__text":"o"})", R"(Ad:{"_id":"2","__text":"t"})"};
   const std::string remaining =
       R"({"__name":"VAST","_version":"4.2","Error":[{"__text":"e"}],"Ad":[],"Other":[{"__text":"o"}]})";
-  const Case cases[] = {
+  // Options, the elements offered ("key:element" in order), the tree once the Ad elements were
+  // taken.
+  const std::tuple<Options, std::vector<std::string>, std::string> cases[] = {
       {{}, every, remaining},
       // The children of the document's root, under the wrapper.
       {{.wrapRootNode = true}, every, R"({"VAST":)" + remaining + "}"},
@@ -519,8 +516,8 @@ TEST(RKVXMLDictionaryParserTest, RootChildrenAreOfferedAsTheyEnd) {
        {R"(Ad:{"_id":"2","__text":"t"})"},
        R"({"__name":"VAST","_version":"4.2","Error":{"__text":"e"},"Ad":[{"_id":"1","Ad":{"__text":"nested"},"InLine":{"__text":"x"}}],"Other":{"__text":"o"}})"},
   };
-  for (const Case& c : cases) {
-    RKVXMLDictionaryParser parser(c.options);
+  for (const auto& [options, expectedOffered, expectedRest] : cases) {
+    RKVXMLDictionaryParser parser(options);
     const RKVXMLDictionaryPtr whole = parser.rkv_dictionaryWithString(xml);
     std::vector<std::string> offered;
     const RKVXMLDictionaryPtr rest = parser.rkv_dictionaryWithData(
@@ -529,8 +526,8 @@ TEST(RKVXMLDictionaryParserTest, RootChildrenAreOfferedAsTheyEnd) {
           offered.push_back(std::string(key) + ":" + dump(std::make_shared<RKVXMLDictionary>(e)));
           return key == "Ad";
         });
-    EXPECT_EQ(offered, c.offered) << dump(whole);
-    EXPECT_EQ(rest ? dump(rest) : "nil", c.rest);
+    EXPECT_EQ(offered, expectedOffered) << dump(whole);
+    EXPECT_EQ(rest ? dump(rest) : "nil", expectedRest);
   }
   // A document that fails after an element was offered still fails.
   size_t count = 0;
