@@ -1,6 +1,6 @@
 // Host code that throws on every path that calls it, the call gate, the main-thread check, and
 // RKVTimer on a main loop driven by a manual clock: firing counts of each kind, the status rules,
-// and timers that their owner or their delegate drops or stops while they run.
+// and timers that their owner drops, or their delegate stops or restarts, while they run.
 
 #include <atomic>
 #include <chrono>
