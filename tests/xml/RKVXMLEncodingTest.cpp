@@ -79,9 +79,8 @@ TEST(RKVXMLEncodingTest, EveryCharacterOfCommonEncodingsIsRead) {
   std::vector<std::string> names = {"KOI8-R", "KOI8-U", "CP437", "CP850", "CP866", "MACINTOSH"};
   for (int n = 1250; n <= 1258; ++n)
     names.push_back("windows-" + std::to_string(n));
-  for (int n = 2; n <= 16; ++n) {
+  for (int n = 2; n <= 16; ++n)
     if (n != 12) names.push_back("ISO-8859-" + std::to_string(n));
-  }
   for (const std::string& name : names) {
     const internal::RKVSingleByteTable* table = internal::singleByteEncodingTable(name);
     ASSERT_NE(table, nullptr) << name;
