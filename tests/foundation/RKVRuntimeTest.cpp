@@ -35,6 +35,13 @@ using test::RKVLoopThread;
 using test::RKVTestEvent;
 using Names = std::vector<std::string>;
 
+// Something for a callback to own: `watch` expires once every owner has released it.
+std::shared_ptr<int> owned(std::weak_ptr<int>& watch) {
+  auto value = std::make_shared<int>(0);
+  watch = value;
+  return value;
+}
+
 class RKVMainLoopTest : public ::testing::Test {
  protected:
   std::shared_ptr<RKVManualClock> clock_ = std::make_shared<RKVManualClock>();
@@ -64,15 +71,13 @@ TEST_F(RKVMainLoopTest, TimersFireInDeadlineOrderOnlyOnceDue) {
 }
 
 TEST_F(RKVMainLoopTest, CancelledTimerNeverRunsAndReleasesItsCallback) {
-  auto captured = std::make_shared<int>(0);
-  std::weak_ptr<int> watch = captured;
+  std::weak_ptr<int> watch;
   bool fired = false;
-  auto cancelled = loop_.scheduleAfter(10ms, [&, captured] { fired = true; });
+  auto cancelled = loop_.scheduleAfter(10ms, [&, captured = owned(watch)] { fired = true; });
   // A timer that falls due in the same poll as another one cancels it first.
   RKVMainLoop::TimerHandle victim;
   loop_.scheduleAfter(5ms, [&] { victim.cancel(); });
   victim = loop_.scheduleAfter(6ms, [&] { fired = true; });
-  captured.reset();
   clock_->advance(10ms);  // all three are due now, none has run
   EXPECT_TRUE(cancelled.cancel());
   EXPECT_TRUE(watch.expired()) << "cancel() must release what the callback captured";
@@ -103,11 +108,9 @@ TEST_F(RKVMainLoopTest, PollIsBoundedEndlessDelaysNeverFireAndDestructionDropsWo
 
   // A delay whose deadline does not fit must not wrap around into the past.
   std::optional<RKVMainLoop> loop(std::in_place, clock_);
-  auto captured = std::make_shared<int>(0);
-  std::weak_ptr<int> watch = captured;
-  loop->scheduleAt(RKVClock::time_point::max(), [captured] { ADD_FAILURE(); });
-  loop->scheduleAfter(RKVClock::duration::max(), [captured] { ADD_FAILURE(); });
-  captured.reset();
+  std::weak_ptr<int> watch;
+  loop->scheduleAt(RKVClock::time_point::max(), [captured = owned(watch)] { ADD_FAILURE(); });
+  loop->scheduleAfter(RKVClock::duration::max(), [captured = watch.lock()] { ADD_FAILURE(); });
   clock_->advance(24h * 365 * 100);
   EXPECT_EQ(loop->poll(), 0u);
   loop.reset();
@@ -264,11 +267,9 @@ TEST(RKVBackgroundExecutorTest, ShutdownWaitsForRunningTasksAndDropsQueuedOnes) 
     runningFinished = true;
   }));
   ASSERT_TRUE(running.wait());
-  auto queuedState = std::make_shared<int>(0);
-  std::weak_ptr<int> watch = queuedState;
+  std::weak_ptr<int> watch;
   std::atomic<bool> queuedRan{false};
-  ASSERT_TRUE(executor.submit([&queuedRan, queuedState] { queuedRan = true; }));
-  queuedState.reset();
+  ASSERT_TRUE(executor.submit([&queuedRan, captured = owned(watch)] { queuedRan = true; }));
   std::thread opener([&] {
     // Opened once the queued task is gone, i.e. once shutdown() is under way.
     ASSERT_TRUE(eventually([&] { return watch.expired(); }));
@@ -365,10 +366,9 @@ TEST_F(RKVSerialQueueDelayTest, DelayedTasksJoinTheQueueInDeadlineOrderOnceTheCl
   queue_.asyncAfter(10ms, record("b1"));
   queue_.asyncAfter(-5ms, record("a"));  // a negative delay is none
   queue_.asyncAfter(10ms, record("b2"));
-  auto captured = std::make_shared<int>(0);
-  std::weak_ptr<int> watch = captured;
-  auto cancelled = queue_.asyncAfter(20ms, [this, captured] { ran_.push_back("cancelled"); });
-  captured.reset();
+  std::weak_ptr<int> watch;
+  auto cancelled =
+      queue_.asyncAfter(20ms, [this, captured = owned(watch)] { ran_.push_back("cancelled"); });
   queue_.asyncAt(RKVClock::time_point::max(), record("never"));
   ASSERT_TRUE(queue_.sync(record("now")));
   EXPECT_TRUE(cancelled.isPending());
@@ -413,10 +413,8 @@ TEST_F(RKVSerialQueueDelayTest, CancelWhileTheTaskRunsWaitsForItUnlessCalledFrom
 }
 
 TEST_F(RKVSerialQueueDelayTest, ShutdownDropsWhatIsNotDueAndTheRealClockIsWaitedFor) {
-  auto captured = std::make_shared<int>(0);
-  std::weak_ptr<int> watch = captured;
-  auto pending = queue_.asyncAfter(1h, [this, captured] { ran_.push_back("late"); });
-  captured.reset();
+  std::weak_ptr<int> watch;
+  auto pending = queue_.asyncAfter(1h, [this, captured = owned(watch)] { ran_.push_back("late"); });
   ASSERT_TRUE(queue_.async([this] { ran_.push_back("queued"); }));
   queue_.shutdown();
   EXPECT_EQ(ran_, (Names{"queued"}));
@@ -453,24 +451,17 @@ TEST(RKVFutureTest, TimeOutsThenTheValue) {
   EXPECT_EQ(error, RKVError("RKVFutureError", 1000));
   EXPECT_FALSE(error->hasUserInfo());
   EXPECT_EQ(future.getWithDeadline(std::chrono::steady_clock::now() - 1s, nullptr), std::nullopt);
-  gate->set();
-  EXPECT_EQ(future.get(), "late");
+  // Seconds too many for a deadline wait without limit (the conversion has its own test).
+  std::thread opener([gate] {
+    std::this_thread::sleep_for(20ms);  // opening earlier only makes the case weaker
+    gate->set();
+  });
   error.reset();
+  EXPECT_EQ(future.getWithTimeout(std::numeric_limits<double>::infinity(), &error), "late");
+  opener.join();
+  EXPECT_EQ(future.get(), "late");
   EXPECT_EQ(future.getWithTimeout(0, &error), "late");
   EXPECT_FALSE(error) << "an answer in time leaves the error place alone";
-
-  // Seconds too many for a deadline wait without limit (the conversion has its own test).
-  auto opened = std::make_shared<RKVTestEvent>();
-  RKVFuture<int> waited([opened] {
-    (void)opened->wait();
-    return 7;
-  });
-  std::thread opener([opened] {
-    std::this_thread::sleep_for(20ms);  // opening earlier only makes the case weaker
-    opened->set();
-  });
-  EXPECT_EQ(waited.getWithTimeout(std::numeric_limits<double>::infinity(), &error), 7);
-  opener.join();
 }
 
 TEST(RKVFutureTest, NoResultWithoutATimeOut) {

@@ -1,4 +1,5 @@
-// Readings of texts (numbers, times, colours), URLs, error records and quaternions.
+// Readings of texts (numbers, times, colours), URLs, error records and quaternions, and the shared
+// ASCII and UTF-8 checks.
 
 #include <array>
 #include <cmath>
@@ -6,6 +7,7 @@
 #include <limits>
 #include <numbers>
 #include <string>
+#include <string_view>
 #include <unordered_set>
 #include <vector>
 
@@ -17,6 +19,7 @@
 #include "rkv/foundation/RKVTimeUtils.h"
 #include "rkv/foundation/RKVURL.h"
 #include "rkv/foundation/RKVUtils.h"
+#include "rkv/foundation/internal/RKVText.h"
 
 namespace rkv {
 namespace {
@@ -24,6 +27,7 @@ namespace {
 using std::nullopt;
 using std::optional;
 using std::string;
+using namespace std::string_view_literals;
 using T = RKVTimeUtils;
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 constexpr double kInf = std::numeric_limits<double>::infinity();
@@ -82,13 +86,8 @@ TEST(RKVTimeUtilsTest, ClockTextsAndPercentagesAtTheirBounds) {
   for (const char* text : {"101%", "25.5%", "-5%", " 5%", "%", "25", "25%%"})
     EXPECT_DOUBLE_EQ(T::percentageFromPercentVASTDuration(text), -1.0) << text;
   EXPECT_DOUBLE_EQ(T::percentageFromPercentVASTDuration(nullopt), -1.0);
-  EXPECT_DOUBLE_EQ(T::timeIntervalFromPercentVASTDuration("25%", 30.0), 7.5);
-  EXPECT_DOUBLE_EQ(T::timeIntervalFromPercentVASTDuration("25%", 0.0), -1.0);
+  // Offset kinds and percent offsets are checked through the VAST tracking event factory.
   EXPECT_DOUBLE_EQ(T::timeIntervalFromPercentage(kNaN, 10.0), -1.0);
-  EXPECT_EQ(T::offsetTypeFromString("100%"), RKVVASTOffsetTypePercentage);
-  EXPECT_EQ(T::offsetTypeFromString("10"), RKVVASTOffsetTypeTime);
-  for (const optional<string>& text : {optional<string>("150%"), optional<string>("10s"), {}})
-    EXPECT_EQ(T::offsetTypeFromString(text), RKVVASTOffsetTypeUnknown);
 
   // Huge texts are refused whole, or read whole.
   const string digits(100 * 1024, '1');
@@ -163,15 +162,12 @@ TEST(RKVUtilsTest, ColorsReadAndWritten) {
 }
 
 TEST(RKVUtilsTest, ErrorRecords) {
-  const RKVError described = RKVUtils::errorWithDomain("RKVVASTErrorDomain", 10001, "Timeout.");
-  EXPECT_EQ(described.description(), "Error Domain=RKVVASTErrorDomain Code=10001 \"Timeout.\"");
   // An empty description is still a description; an absent one leaves no user information.
   EXPECT_TRUE(RKVUtils::errorWithDomain("RKVFutureError", 1000, "").hasUserInfo());
   const RKVError bare = RKVUtils::errorWithDomain("RKVFutureError", 1000);
   EXPECT_FALSE(bare.hasUserInfo());
   EXPECT_EQ(bare.description(), "Error Domain=RKVFutureError Code=1000");
   EXPECT_NE(bare, RKVError("RKVFutureError", 1000, ""));
-  EXPECT_EQ(RKVUtils::nullableDescription(nullopt), "(null)");
 }
 
 TEST(RKVQuaternionTest, RotationsProductsAndEquality) {
@@ -328,6 +324,33 @@ TEST(RKVURLTest, ResolvesReferencesAgainstABase) {
   EXPECT_EQ(resolve("..//g", "foo:/a/b"), "foo:/.//g");
   EXPECT_EQ(resolve("./a:b", "c"), "./a:b");
   EXPECT_FALSE(RKVURL::withString("./a:b")->hasScheme());
+}
+
+TEST(RKVTextTest, UTF8Validity) {
+  // Empty, ASCII longer than eight bytes, U+00E9, U+20AC, U+1F600, U+D7FF (the last before the
+  // surrogates), U+10FFFF, an embedded NUL.
+  for (std::string_view bytes : {""sv, "plain ASCII, longer than eight bytes"sv, "caf\xC3\xA9"sv,
+                                 "\xE2\x82\xAC and \xF0\x9F\x98\x80"sv, "\xED\x9F\xBF"sv,
+                                 "\xF4\x8F\xBF\xBF"sv, "\0embedded NUL"sv})
+    EXPECT_TRUE(internal::isValidUTF8(bytes)) << testing::PrintToString(std::string(bytes));
+  // Overlong forms of two, three and four bytes, the surrogates U+D800 and U+DFFF, U+110000, a
+  // lead byte above F4, a lone continuation byte, sequences cut after a run of ASCII and inside
+  // three and four bytes, a continuation that is not one, FF.
+  for (std::string_view bytes :
+       {"\xC0\xAF"sv, "\xC1\xBF"sv, "\xE0\x9F\xBF"sv, "\xF0\x8F\xBF\xBF"sv, "\xED\xA0\x80"sv,
+        "\xED\xBF\xBF"sv, "\xF4\x90\x80\x80"sv, "\xF5\x80\x80\x80"sv, "\x80"sv, "12345678\xC3"sv,
+        "\xE2\x82"sv, "\xF0\x9F\x98"sv, "\xE2\x28\xA1"sv, "\xFF"sv})
+    EXPECT_FALSE(internal::isValidUTF8(bytes)) << testing::PrintToString(std::string(bytes));
+}
+
+TEST(RKVTextTest, HTTPTokens) {
+  EXPECT_TRUE(internal::isHTTPToken("Content-Type"));
+  EXPECT_TRUE(internal::isHTTPToken("x!#$%&'*+-.^_`|~9"));
+  // Empty, separators, controls, NUL and non-ASCII bytes.
+  for (std::string_view text : {""sv, "a b"sv, "a\tb"sv, "a:b"sv, "a,b"sv, "(a)"sv, "a/b"sv,
+                                "a;b"sv, "a=b"sv, "a@b"sv, "[a]"sv, "{a}"sv, "a\"b"sv, "a\\b"sv,
+                                "a?b"sv, "a\x7F"sv, "\0a"sv, "caf\xC3\xA9"sv, "a\r\n"sv})
+    EXPECT_FALSE(internal::isHTTPToken(text)) << testing::PrintToString(std::string(text));
 }
 
 }  // namespace

@@ -1,11 +1,19 @@
+// The device and application facts, and the application state the host reports with the
+// foreground notification it posts.
+
 #include <atomic>
+#include <cstdint>
 #include <map>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 
+#include "rkv/foundation/RKVNotificationCenter.h"
 #include "rkv/platform/RKVAppInfo.h"
+#include "rkv/platform/RKVApplication.h"
 #include "rkv/platform/RKVDeviceInfo.h"
 #include "rkv/platform/RKVDeviceInfoProvider.h"
 #include "rkv/platform/internal/RKVLinuxDeviceFacts.h"
@@ -118,6 +126,29 @@ TEST(RKVAppInfoTest, NamesFallBackInOrderAndHostFactsAreTakenUntilFirstUse) {
   EXPECT_EQ(RKVAppInfo::sharedInstance()->appName(), "Tool");
   EXPECT_FALSE(RKVAppInfo::setMainBundleInfo({"Late", "Late", "9", "com.example.late"}));
   EXPECT_EQ(RKVAppInfo::sharedInstance()->appVersion(), "3");
+}
+
+TEST(RKVApplicationTest, LeavingTheBackgroundPostsTheForegroundNotificationOnce) {
+  RKVNotificationCenter center;
+  RKVApplication application(center);
+  EXPECT_EQ(application.applicationState(), RKVApplicationStateActive);
+  std::vector<int64_t> seen;  // the state observers find when notified
+  center.addObserver(
+      std::string(RKVApplicationWillEnterForegroundNotification),
+      [&](const RKVNotification&) { seen.push_back(application.applicationState()); });
+  // Each step: the new state, and whether it posts.
+  const std::pair<int64_t, bool> steps[] = {
+      {RKVApplicationStateInactive, false},   {RKVApplicationStateBackground, false},
+      {RKVApplicationStateBackground, false}, {RKVApplicationStateInactive, true},
+      {RKVApplicationStateActive, false},     {RKVApplicationStateBackground, false},
+      {RKVApplicationStateActive, true},
+  };
+  std::vector<int64_t> expected;
+  for (const auto& [state, posts] : steps) {
+    application.setApplicationState(state);
+    if (posts) expected.push_back(state);
+    EXPECT_EQ(seen, expected) << "after moving to " << state;
+  }
 }
 
 }  // namespace
