@@ -163,54 +163,40 @@ TEST_F(RKVIdentityTest, IdentifierForVendorIsDerivedFromTheMachineAndTheApplicat
   EXPECT_EQ(RKVIdentity(missing, false, false, std::nullopt).ifv(), std::nullopt);
 }
 
-TEST_F(RKVIdentityTest, TheTransientIdentifierLivesOneDayFromItsGeneration) {
-  const std::string first = *identity(true).transientId();
-  const auto generated = clock_->date();
-
-  clock_->advance(23h);
-  EXPECT_EQ(identity(true).transientId(), first);
-  EXPECT_EQ(storedGeneration(), generated);  // reuse keeps the generation date
-
-  clock_->advance(2h);  // 25 hours after generation
-  const std::string second = *identity(true).transientId();
-  EXPECT_NE(second, first);
-  EXPECT_EQ(storedTransientID(), second);
-  EXPECT_EQ(storedGeneration(), clock_->date());
-
-  // A clock moved back: generation dates ahead of now count the same way.
-  defaults_->setDate(RKVIdentityProvider::kTransientIDLastGenerationKey, clock_->date() + 23h);
-  EXPECT_EQ(identity(true).transientId(), second);
-  defaults_->setDate(RKVIdentityProvider::kTransientIDLastGenerationKey, clock_->date() + 25h);
-  const std::string third = *identity(true).transientId();
-  EXPECT_NE(third, second);
-  EXPECT_EQ(storedGeneration(), clock_->date());
-
-  // An identifier without its date, or a date stored as something else, is not reused.
-  defaults_->removeObjectForKey(RKVIdentityProvider::kTransientIDLastGenerationKey);
-  EXPECT_NE(identity(true).transientId(), third);
-  defaults_->setString(RKVIdentityProvider::kTransientIDLastGenerationKey, "yesterday");
-  EXPECT_EQ(provider()->retrieveTransientID(), std::nullopt);
-}
-
-TEST(RKVIdentityTransientDateTest, AGenerationDateIsValidForLessThanADayEitherWay) {
-  const auto now = std::chrono::system_clock::time_point(1700000000s);
-  const std::vector<std::pair<std::chrono::seconds, bool>> rows = {
-      {0s, true},       {86399s, true},  {-86399s, true},         {86400s, false},
-      {-86400s, false}, {86401s, false}, {-3650 * 86400s, false},
+// A stored identifier is reused for less than a day from its generation either way (a clock
+// moved back leaves dates ahead of now); extreme dates do not overflow. Otherwise a new one is
+// generated and written through with the current date.
+TEST_F(RKVIdentityTest, TheTransientIdentifierLivesLessThanADayFromItsGeneration) {
+  using Date = RKVUserDefaults::Date;
+  const Date now = clock_->date();
+  const std::pair<Date, bool> rows[] = {
+      {now, true},           {now + 86399s, true},  {now - 86399s, true},
+      {now + 86400s, false}, {now - 86400s, false}, {now + 86401s, false},
+      {now - 87600h, false}, {Date::min(), false},  {Date::max(), false},
   };
-  for (const auto& [offset, valid] : rows) {
-    EXPECT_EQ(RKVIdentity::isValidTransientIDWithGenerationDate(now + offset, now), valid)
-        << offset.count();
+  for (const auto& [generation, reused] : rows) {
+    SCOPED_TRACE(generation.time_since_epoch().count());
+    defaults_->setString(RKVIdentityProvider::kTransientIDValueKey, "stored");
+    defaults_->setDate(RKVIdentityProvider::kTransientIDLastGenerationKey, generation);
+    const std::string id = *identity(true).transientId();
+    if (reused) {
+      EXPECT_EQ(id, "stored");
+      EXPECT_EQ(defaults_->dateForKey(RKVIdentityProvider::kTransientIDLastGenerationKey),
+                generation);  // reuse keeps the generation date
+    } else {
+      EXPECT_NE(id, "stored");
+      EXPECT_EQ(storedTransientID(), id);
+      EXPECT_EQ(storedGeneration(), now);
+    }
   }
   EXPECT_FALSE(RKVIdentity::isValidTransientIDWithGenerationDate(std::nullopt, now));
-  // Extreme stored dates do not overflow.
-  EXPECT_FALSE(RKVIdentity::isValidTransientIDWithGenerationDate(
-      std::chrono::system_clock::time_point::min(), now));
-  EXPECT_FALSE(RKVIdentity::isValidTransientIDWithGenerationDate(
-      std::chrono::system_clock::time_point::max(), now));
-  // The one-argument form reads the system clock.
-  EXPECT_TRUE(
-      RKVIdentity::isValidTransientIDWithGenerationDate(std::chrono::system_clock::now() - 1h));
+
+  // An identifier without its date, or a date stored as something else, is not reused.
+  defaults_->setString(RKVIdentityProvider::kTransientIDValueKey, "stored");
+  defaults_->removeObjectForKey(RKVIdentityProvider::kTransientIDLastGenerationKey);
+  EXPECT_NE(identity(true).transientId(), "stored");
+  defaults_->setString(RKVIdentityProvider::kTransientIDLastGenerationKey, "yesterday");
+  EXPECT_EQ(provider()->retrieveTransientID(), std::nullopt);
 }
 
 // A provider that has no transient identifier to give.
@@ -230,7 +216,6 @@ TEST(RKVIdentityFallThroughTest, AMissingTransientIdentifierFallsThroughToNone) 
   EXPECT_EQ(id.identity(), "");
   EXPECT_EQ(id.transientId(), std::nullopt);
   EXPECT_EQ(id.ifv(), std::nullopt);  // all zeros is not valid
-  EXPECT_TRUE(id.isHashed());         // stored as given
 }
 
 }  // namespace
