@@ -41,10 +41,6 @@ bool contains(const std::string& text, const std::string& piece) {
   return text.find(piece) != std::string::npos;
 }
 
-std::string sample(const char* name) {
-  return (test::corpusDir() / name).string();
-}
-
 TEST(RKVToolTest, VersionHelpAndTheErrorCatalogue) {
   EXPECT_EQ(runTool({"--version"}).out,
             std::string("RKVCoreKit ") + build::kVersion + " (revision 204)\n");
@@ -58,35 +54,6 @@ TEST(RKVToolTest, VersionHelpAndTheErrorCatalogue) {
   EXPECT_EQ(vendorCodes, (std::vector<int64_t>{101006, 301001, 301002, 301003, 10000301}));
   EXPECT_EQ(runTool({"errors", "7"}).status, kExitFailure);
   EXPECT_EQ(runTool({"errors", "seven"}).status, kExitUsage);
-}
-
-TEST(RKVToolTest, InspectGivesOneJSONObjectForEveryCorpusDocument) {
-  const Strings keys = {"ok",      "error",   "reported",    "version", "errorPixels",
-                        "isAdPod", "mainAds", "passbackAds", "ads"};
-  size_t documents = 0, refused = 0;
-  for (const auto& entry : fs::recursive_directory_iterator(test::corpusDir())) {
-    if (entry.path().extension() != ".xml") continue;
-    SCOPED_TRACE(entry.path());
-    ++documents;
-    const Result result = runTool({"inspect", "--json", entry.path().string()});
-    const Json json = result.json();
-    Strings found;
-    for (const auto& item : json.items())
-      found.push_back(item.key());
-    EXPECT_EQ(found, keys);
-    EXPECT_EQ(json["ok"], result.status == kExitSuccess);
-    // The VAST 1.0 documents (no version attribute) are refused cleanly.
-    if (test::readFile(entry.path()).find("<VideoAdServingTemplate") != std::string::npos) {
-      ++refused;
-      EXPECT_EQ(result.status, kExitFailure);
-      EXPECT_EQ(json["reported"][0]["name"], "VAST_VALIDATION_ERROR_MISSING_VERSION");
-      EXPECT_EQ(json["error"]["code"], 101);
-    } else {
-      EXPECT_EQ(result.status, kExitSuccess);
-    }
-  }
-  EXPECT_EQ(documents, 76u);
-  EXPECT_EQ(refused, 6u);
 }
 
 size_t occurrences(const std::string& text, const std::string& piece) {
@@ -111,26 +78,54 @@ size_t count(const Json& json, std::string_view path) {
   return total;
 }
 
-TEST(RKVToolTest, InspectShowsWhatTheSamplesContain) {
-  for (const char* name :
-       {"iab/vast-4.2/Inline_Companion_Tag-test.xml", "iab/vast-4.1/Ad_Verification-test.xml",
-        "iab/vast-3.0/Inline_Non-Linear_Tag-test.xml", "iab/vast-4.0/Wrapper_Tag-test.xml",
-        "synthetic/vast-4.2-200ads.xml"}) {
-    SCOPED_TRACE(name);
-    const std::string xml = test::readFile(sample(name));
-    const Json ads = runTool({"inspect", "--json", sample(name)}).json()["ads"];
+TEST(RKVToolTest, InspectGivesOneJSONObjectForEveryCorpusDocument) {
+  const Strings keys = {"ok",      "error",   "reported",    "version", "errorPixels",
+                        "isAdPod", "mainAds", "passbackAds", "ads"};
+  size_t documents = 0, refused = 0, complete = 0;
+  for (const auto& entry : fs::recursive_directory_iterator(test::corpusDir())) {
+    if (entry.path().extension() != ".xml") continue;
+    SCOPED_TRACE(entry.path());
+    ++documents;
+    const Result result = runTool({"inspect", "--json", entry.path().string()});
+    const Json json = result.json();
+    const Json& ads = json["ads"];
+    Strings found;
+    for (const auto& item : json.items())
+      found.push_back(item.key());
+    EXPECT_EQ(found, keys);
+    EXPECT_EQ(json["ok"], result.status == kExitSuccess);
+    const std::string xml = test::readFile(entry.path());
+    // The VAST 1.0 documents (no version attribute) are refused cleanly.
+    if (xml.find("<VideoAdServingTemplate") != std::string::npos) {
+      ++refused;
+      EXPECT_EQ(result.status, kExitFailure);
+      EXPECT_EQ(json["reported"][0]["name"], "VAST_VALIDATION_ERROR_MISSING_VERSION");
+      EXPECT_EQ(json["error"]["code"], 101);
+      continue;
+    }
+    EXPECT_EQ(result.status, kExitSuccess);
+    // A document whose ads are all valid shows every ad, impression, media file, non-linear
+    // creative and tracking event (of every creative, icons included, and verification); but
+    // two samples with a second NonLinear, which is not read, and tracking of unknown names.
+    const std::string name = entry.path().filename().string();
+    if (occurrences(ads.dump(), R"("valid":false)") > 0 || name == "vast_inline_nonlinear.xml" ||
+        name == "vast_wrapper_nonlinear_1.xml")
+      continue;
+    ++complete;
     EXPECT_EQ(ads.size(), occurrences(xml, "<Ad "));
     EXPECT_EQ(occurrences(ads.dump(), R"("kind":"wrapper")"), occurrences(xml, "<Wrapper"));
     EXPECT_EQ(count(ads, "*/impressions/*"), occurrences(xml, "<Impression"));
     EXPECT_EQ(count(ads, "*/linear/*/mediaFiles/*"), occurrences(xml, "<MediaFile "));
-    EXPECT_EQ(count(ads, "*/nonLinear/*"), occurrences(xml, "<NonLinear "));
-    // Every tracking event of every creative, icons included, and of every verification.
+    EXPECT_EQ(count(ads, "*/nonLinear/*"),
+              occurrences(xml, "<NonLinear ") + occurrences(xml, "<NonLinear>"));
     size_t tracking = count(ads, "*/linear/*/icons/*/trackingEvents/*");
     for (const std::string kind : {"linear", "nonLinear", "companion", "adVerifications"})
       tracking += count(ads, "*/" + kind + "/*/trackingEvents/*");
     EXPECT_EQ(tracking, occurrences(xml, "<Tracking "));
-    EXPECT_EQ(occurrences(ads.dump(), R"("valid":false)"), 0u);
   }
+  EXPECT_EQ(documents, 76u);
+  EXPECT_EQ(refused, 6u);
+  EXPECT_EQ(complete, 65u);
 }
 
 class RKVResolveTest : public ::testing::Test {
@@ -263,7 +258,7 @@ TEST(RKVToolTest, OutputsStatusesAndDiagnostics) {
     std::string err;  // a piece of the error stream; empty: nothing on it (but a usage error)
   } cases[] = {
       // clang-format off
-      {{"inspect", sample("iab/vast-4.2/Inline_Companion_Tag-test.xml")}, "", kExitSuccess,
+      {{"inspect", (test::corpusDir() / "iab/vast-4.2/Inline_Companion_Tag-test.xml").string()}, "", kExitSuccess,
        {"VAST 4.2: 1 ad(s)", "linear creative 1", "media file video/mp4", "tracking start",
         "companion creative 1"}, ""},
       // Standard input read as the answer to a wrapper: the wrapper forms of the errors.
@@ -297,6 +292,8 @@ TEST(RKVToolTest, OutputsStatusesAndDiagnostics) {
       {{"inspect", "-"}, escaped, kExitSuccess,
        {"#1 inline ad, id \"a\\nb\"", "system \"S\\ts\", title " + title + "\n"}, ""},
       {{"resolve", "-"}, escaped, kExitSuccess, {"AdTitle " + title}, ""},
+      {{"errors", "301"}, "", kExitSuccess, {"301001"}, ""},
+      {{"--version"}, "", kExitSuccess, {"RKVCoreKit "}, ""},
       {{"inspect"}, "", kExitUsage, {}, ""},
       {{"inspect", directory}, "", kExitUsage, {}, "rkv inspect: cannot read " + directory + ": Is a directory"},
       {{"resolve", notFound}, "", kExitUsage, {},
@@ -313,6 +310,10 @@ TEST(RKVToolTest, OutputsStatusesAndDiagnostics) {
       {{"resolve", closed, "--max-wrappers", "1.5"}, "", kExitUsage, {}, wholeNumber},
       // clang-format on
   };
+  struct Full : std::streambuf {
+    int overflow(int) override { return traits_type::eof(); }
+  } device;
+  std::ostream full(&device);
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::PrintToString(c.args));
     const Result result = runTool(c.args, c.input);
@@ -327,6 +328,13 @@ TEST(RKVToolTest, OutputsStatusesAndDiagnostics) {
       EXPECT_EQ(result.err, "");
     }
     EXPECT_TRUE(contains(result.err, c.err)) << result.err;
+    // Output that cannot be written (a full device, a closed pipe) fails the command; a usage
+    // error keeps its status.
+    full.clear();
+    const Result lost = runTool(c.args, c.input, &full);
+    const bool usage = c.status == kExitUsage;
+    EXPECT_EQ(lost.status, usage ? kExitUsage : kExitFailure);
+    EXPECT_EQ(lost.err, result.err + (usage ? "" : "rkv: cannot write the output\n"));
   }
   // JSON has its own escapes.
   EXPECT_EQ(runTool({"inspect", "--json", "-"}, escaped).json()["ads"][0]["adTitle"],
@@ -341,27 +349,6 @@ TEST(RKVToolTest, OutputsStatusesAndDiagnostics) {
   std::ostringstream err;
   writeInspectionDiagnostics(err, inspection, "rkv inspect: ");
   EXPECT_TRUE(contains(err.str(), "Code=-1103 \"resource exceeds maximum size\"")) << err.str();
-}
-
-// A write that fails (a full device, a closed pipe) fails the command, whichever it is.
-TEST(RKVToolTest, OutputThatCannotBeWrittenFailsTheCommand) {
-  struct Full : std::streambuf {
-    int overflow(int) override { return traits_type::eof(); }
-  } full;
-  std::ostream out(&full);
-  const std::string document = sample("iab/vast-4.2/Inline_Companion_Tag-test.xml");
-  for (const Strings& args :
-       {Strings{"inspect", document}, Strings{"inspect", "--json", document},
-        Strings{"resolve", document}, Strings{"errors"}, Strings{"--version"}}) {
-    SCOPED_TRACE(testing::PrintToString(args));
-    out.clear();
-    const Result result = runTool(args, "", &out);
-    EXPECT_EQ(result.status, kExitFailure);
-    EXPECT_EQ(result.err, "rkv: cannot write the output\n");
-  }
-  // A usage error keeps its status.
-  out.clear();
-  EXPECT_EQ(runTool({"inspect", "/no/such/file.xml"}, "", &out).status, kExitUsage);
 }
 
 }  // namespace
