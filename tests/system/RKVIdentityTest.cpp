@@ -1,4 +1,5 @@
 #include <chrono>
+#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <optional>
@@ -157,10 +158,9 @@ TEST_F(RKVIdentityTest, IdentifierForVendorIsDerivedFromTheMachineAndTheApplicat
     std::ofstream(machineIDPath_, std::ios::trunc) << content;
     EXPECT_EQ(provider()->identifierForVendor(), std::nullopt);
   }
-  auto missing = std::make_shared<RKVIdentityProvider>(defaults_, clock_, dir_.file("no-such-file"),
-                                                       kApplication);
-  EXPECT_EQ(missing->identifierForVendor(), std::nullopt);
-  EXPECT_EQ(RKVIdentity(missing, false, false, std::nullopt).ifv(), std::nullopt);
+  std::filesystem::remove(machineIDPath_);
+  EXPECT_EQ(provider()->identifierForVendor(), std::nullopt);
+  EXPECT_EQ(identity(false).ifv(), std::nullopt);
 }
 
 // A stored identifier is reused for less than a day from its generation either way (a clock
@@ -200,18 +200,17 @@ TEST_F(RKVIdentityTest, TheTransientIdentifierLivesLessThanADayFromItsGeneration
 }
 
 // A provider that has no transient identifier to give.
-struct NoTransientProvider : RKVIdentityProviderProtocol {
-  std::optional<std::string> advertisingID() const override { return std::nullopt; }
+struct NoTransientProvider : RKVIdentityProvider {
+  using RKVIdentityProvider::RKVIdentityProvider;
   std::optional<std::string> identifierForVendor() const override { return kZeroUUID; }
   std::optional<RKVTransientID> retrieveTransientID() const override { return std::nullopt; }
   std::optional<std::string> generateNewTransientID() override { return std::nullopt; }
-  std::optional<RKVTCFString> TCFString() const override { return std::nullopt; }
-  std::optional<RKVCCPAString> CCPAString() const override { return std::nullopt; }
-  std::optional<std::string> gdprConsentString() const override { return std::nullopt; }
 };
 
-TEST(RKVIdentityFallThroughTest, AMissingTransientIdentifierFallsThroughToNone) {
-  RKVIdentity id(std::make_shared<NoTransientProvider>(), true, true, std::nullopt);
+TEST_F(RKVIdentityTest, AMissingTransientIdentifierFallsThroughToNone) {
+  RKVIdentity id(
+      std::make_shared<NoTransientProvider>(defaults_, clock_, machineIDPath_, kApplication), true,
+      true, std::nullopt);
   EXPECT_EQ(id.type(), RKVIdentityType::none);
   EXPECT_EQ(id.identity(), "");
   EXPECT_EQ(id.transientId(), std::nullopt);
