@@ -1,7 +1,6 @@
 #include <cmath>
 
 #include "rkv/tracking/RKVIABMacros.h"
-#include "rkv/tracking/RKVTrackingEventDefaultFactory.h"
 
 #include "tests/tracking/RKVTrackingTestSupport.h"
 
@@ -42,16 +41,14 @@ TEST(RKVIABMacrosTest, UnknownFactsAreMarkedAsTheFrameworksSay) {
   EXPECT_EQ(unknown["CACHEBUSTING"].size(), 8u);
 }
 
-class RKVIABMacrosTrackingTest : public RKVTrackingTest {};
+using RKVIABMacrosTrackingTest = RKVTrackingTest;
 
 TEST_F(RKVIABMacrosTrackingTest, FilledTemplatesParseAndCarryTheValues) {
-  RKVTrackingEventManager tracking(
-      RKVTrackingEventDefaultFactory(
-          {event("start",
-                 "ts=[TIMESTAMP]&ua=[DEVICEUA]&ap=[ADPLAYHEAD]&mp=[MEDIAPLAYHEAD]&lat=["
-                 "LIMITADTRACKING]&ifa=[IFA]&it=[IFATYPE]&g=[GDPR]&c=[GDPRCONSENT]&us=[US_"
-                 "PRIVACY]&b=[APPBUNDLE]&e=[ERRORCODE]")}),
-      {}, delegate, pixelManager, loop);
+  auto tracking = manager<RKVTrackingEventManager>(
+      {event("start",
+             "ts=[TIMESTAMP]&ua=[DEVICEUA]&ap=[ADPLAYHEAD]&mp=[MEDIAPLAYHEAD]&lat=["
+             "LIMITADTRACKING]&ifa=[IFA]&it=[IFATYPE]&g=[GDPR]&c=[GDPRCONSENT]&us=[US_"
+             "PRIVACY]&b=[APPBUNDLE]&e=[ERRORCODE]")});
   // clang-format off
   RKVIABMacroFacts facts{.ifa = "6d92078a-8246-4ba4-ae5b-76104861e7dc", .ifaType = "rida",
                          .limitAdTracking = true, .gdprApplies = true, .gdprConsent = "CPXx-Rf_A",

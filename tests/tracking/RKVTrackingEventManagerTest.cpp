@@ -1,4 +1,3 @@
-#include "rkv/tracking/RKVTrackingEventDefaultFactory.h"
 #include "rkv/tracking/RKVTrackingEventManager.h"
 
 #include "tests/support/RKVLogCapture.h"
@@ -7,14 +6,7 @@
 namespace rkv::test {
 namespace {
 
-class RKVTrackingEventManagerTest : public RKVTrackingTest {
- protected:
-  RKVTrackingEventManager manager(RKVTrackingEventDefaultFactory::Events events,
-                                  RKVTrackingMacros macros = {}) {
-    return {RKVTrackingEventDefaultFactory(std::move(events)), std::move(macros), delegate,
-            pixelManager, loop};
-  }
-};
+using RKVTrackingEventManagerTest = RKVTrackingTest;
 
 TEST_F(RKVTrackingEventManagerTest, TrackingByNameQueuesLastToFirstWithOneRoundPerCall) {
   struct Case {
@@ -34,8 +26,9 @@ TEST_F(RKVTrackingEventManagerTest, TrackingByNameQueuesLastToFirstWithOneRoundP
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
     delegate->calls.clear();
-    auto tracking = manager({event("pause", "n=1"), event("start", "n=s"), event("pause", "n=2"),
-                             event("pause", "n=3")});
+    auto tracking =
+        manager<RKVTrackingEventManager>({event("pause", "n=1"), event("start", "n=s"),
+                                          event("pause", "n=2"), event("pause", "n=3")});
     for (const auto& name : c.tracked)
       tracking.trackEvent(name, {});
     EXPECT_EQ(sentTargets(), c.sent);
@@ -76,8 +69,8 @@ TEST_F(RKVTrackingEventManagerTest, FinalURLReplacesMacrosThenVariables) {
     SCOPED_TRACE(c.what);
     const auto templateURL = RKVURL::withString(c.templateURL).value();
     RKVLogCapture log;
-    auto result =
-        manager({}, c.macros).finalEventURLWithURL(templateURL, c.variables, c.additional);
+    auto result = manager<RKVTrackingEventManager>({}, c.macros)
+                      .finalEventURLWithURL(templateURL, c.variables, c.additional);
     const std::string expected = c.expected;
     if (expected == "macros" || expected == "variables") {
       EXPECT_EQ(result, templateURL);

@@ -1,6 +1,5 @@
 #include <sstream>
 
-#include "rkv/tracking/RKVTrackingEventDefaultFactory.h"
 #include "rkv/tracking/RKVViewabilityTrackingEventManager.h"
 
 #include "tests/tracking/RKVTrackingTestSupport.h"
@@ -35,11 +34,10 @@ TEST_F(RKVViewabilityTrackingEventManagerTest, ContinuousExposureAtTheAreaFiresO
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
     delegate->calls.clear();
-    RKVViewabilityTrackingEventManager manager(
-        RKVTrackingEventDefaultFactory({std::make_shared<RKVBasicViewabilityTrackingEvent>(
-                                            "viewable", url("/p"), c.area, c.seconds),
-                                        event("start", "e=start")}),
-        {}, delegate, pixelManager, loop);
+    auto manager = this->manager<RKVViewabilityTrackingEventManager>(
+        {std::make_shared<RKVBasicViewabilityTrackingEvent>("viewable", url("/p"), c.area,
+                                                            c.seconds),
+         event("start", "e=start")});
     std::istringstream script(c.script);
     size_t fired = 0;
     for (std::string step; script >> step;) {
