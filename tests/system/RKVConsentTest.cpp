@@ -22,13 +22,12 @@ constexpr const char* kTCFv1 = "BOEFEAyOEFEAyAHABDENAI4AAAB9vABAASA";
 
 TEST(RKVTCFStringTest, ValidityVersionAndTheOneLoggedFailure) {
   using V = RKVTCFString::TCFVersion;
-  struct Row {
+  const struct {
     std::optional<std::string> text;
     bool valid;
     V version;
     bool logs;
-  };
-  const std::vector<Row> rows = {
+  } rows[] = {
       {kTCFv2, true, V::v2, false},
       {kTCFv1, true, V::v1, false},
       {"C", true, V::v2, false},
@@ -61,11 +60,10 @@ TEST(RKVTCFStringTest, ValidityVersionAndTheOneLoggedFailure) {
 }
 
 TEST(RKVCCPAStringTest, OnlyOneThenThreeUpperCaseFlags) {
-  struct Row {
+  const struct {
     std::optional<std::string> text;
     bool valid;
-  };
-  const std::vector<Row> rows = {
+  } rows[] = {
       {"1YN-", true},  {"1---", true},   {"1NYY", true},  {"1yn-", false}, {"1YN", false},
       {"2YN-", false}, {"1YN--", false}, {"1YX-", false}, {"", false},     {std::nullopt, false},
   };

@@ -82,7 +82,8 @@ TEST_F(RKVIdentityTest, PrecedenceIsCustomThenTransientThenAdvertisingThenNone) 
   constexpr const char* kTransient = "(a fresh transient identifier)";
   using T = RKVIdentityType;
   const std::nullopt_t none = std::nullopt;
-  struct Row {
+  // clang-format off
+  const struct {
     const char* name;
     std::optional<std::string> adID;
     bool limitAdTracking, transientEnabled;
@@ -91,9 +92,7 @@ TEST_F(RKVIdentityTest, PrecedenceIsCustomThenTransientThenAdvertisingThenNone) 
     std::string identity;
     std::optional<std::string> ifa;
     bool transientSet;
-  };
-  // clang-format off
-  const Row rows[] = {
+  } rows[] = {
       {"valid ad id", kAdID, false, true, none, T::advertising, kAdIDUpper, kAdIDUpper, false},
       // Not every platform's identifier is a UUID: other texts pass as they are.
       {"not a UUID", "rida:abc123", false, false, none, T::advertising, "rida:abc123", "rida:abc123", false},

@@ -77,11 +77,10 @@ TEST(RKVUserDefaultsTest, AFailedWriteStaysPendingAndLosesNothingStored) {
 
 // A file that is not a readable store of ours: an empty store, one error line, and saving works.
 TEST(RKVUserDefaultsTest, AnUnreadableFileGivesAnEmptyStoreAndOneErrorAndSavingWorks) {
-  struct Case {
+  const struct {
     const char* name;
     void (*spoil)(const std::string& path);
-  };
-  const Case cases[] = {
+  } cases[] = {
       {"not SQLite",
        [](const std::string& path) { std::ofstream(path) << "this is not a database\n"; }},
       {"truncated",

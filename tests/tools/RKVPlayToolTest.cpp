@@ -133,19 +133,18 @@ TEST_F(RKVPlayToolTest, ASkippedAdOnAViewTooLittleOnScreenFiresNeitherCompleteNo
 }
 
 TEST_F(RKVPlayToolTest, WhatCannotBePlayedFailsWithItsReason) {
-  struct Case {
+  const struct {
     Strings args;
     int status;
     const char* says;
-  };
-  const std::vector<Case> cases = {
+  } cases[] = {
       {{server_.url("/missing.xml")}, kExitFailure, "no ad to play"},
       {{server_.url("/no-duration.xml")}, kExitFailure, "no duration"},
       {{"--pause-at", "3", server_.url("/inline.xml")}, kExitUsage, "--pause-for"},
       {{"--visible", "1.5", server_.url("/inline.xml")}, kExitUsage, "from 0 to 1"},
       {{"--speed", "0", server_.url("/inline.xml")}, kExitUsage, "greater than 0"},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     const Result result = play(c.args);
     EXPECT_EQ(result.status, c.status) << c.args.front();
     EXPECT_NE(result.err.find(c.says), std::string::npos) << result.err;

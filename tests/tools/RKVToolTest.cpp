@@ -193,13 +193,12 @@ TEST_F(RKVResolveTest, OptionsShapeTheResolution) {
   server_.setRoute("/silent", RKVTestRoute::misbehaving(test::RKVTestServerBehavior::NeverAnswer));
   RKVTestAd impressed = wrapperAd("w", server_.url("/w1"));  // w1 has no impression
   impressed.impressions = {"http://imp.example/w"};
-  struct Case {
+  const struct {
     std::vector<RKVTestAd> ads;  // the root document; none: the URL of /inline
     Strings options;
     std::string answers;
     int status;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {{wrapperAd("w", server_.url("/pod"))}, {}, "p2/1 | 10005", kExitSuccess},
       {{wrapperAd("w", server_.url("/pod"))}, {"--pods"}, "p1/1 | p2/1 | p3/1 | 10005", 0},
       {{wrapperAd("w0", server_.url("/w1"))}, {"--max-wrappers", "1"}, "10005", kExitFailure},
@@ -209,7 +208,7 @@ TEST_F(RKVResolveTest, OptionsShapeTheResolution) {
       {{inlineAd("a"), inlineAd("b")}, {"--fail"}, "a/0 | b/0 | 10007", kExitSuccess},
       {{}, {}, "i/0 | 10005", kExitSuccess},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     Strings args = {"resolve", c.ads.empty() ? server_.url("/inline") : root(c.ads), "--json"};
     args.insert(args.end(), c.options.begin(), c.options.end());
     SCOPED_TRACE(testing::PrintToString(args));

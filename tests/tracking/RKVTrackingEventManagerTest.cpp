@@ -9,15 +9,14 @@ namespace {
 using RKVTrackingEventManagerTest = RKVTrackingTest;
 
 TEST_F(RKVTrackingEventManagerTest, TrackingByNameQueuesLastToFirstWithOneRoundPerCall) {
-  struct Case {
+  // clang-format off
+  const struct {
     const char* what;
     std::vector<std::string> tracked;
     std::vector<std::string> sent;
     RKVDelegateCalls calls;
     int rounds;
-  };
-  // clang-format off
-  const Case cases[] = {
+  } cases[] = {
       {"three alike, last to first", {"pause"}, {"/p?n=3", "/p?n=2", "/p?n=1"}, {{"pause", 3}}, 1},
       {"a consumable event once", {"start", "start"}, {"/p?n=s"}, {{"start", 1}, {"start", 0}}, 1},
       {"names are exact", {"Start", "paus"}, {}, {{"Start", 0}, {"paus", 0}}, 0},
@@ -38,14 +37,13 @@ TEST_F(RKVTrackingEventManagerTest, TrackingByNameQueuesLastToFirstWithOneRoundP
 }
 
 TEST_F(RKVTrackingEventManagerTest, FinalURLReplacesMacrosThenVariables) {
-  struct Case {
+  // clang-format off
+  const struct {
     const char* what;
     const char* templateURL;
     RKVTrackingMacros macros, additional, variables;
     const char* expected;  // "macros" or "variables": that step broke it, the template is used
-  };
-  // clang-format off
-  const Case cases[] = {
+  } cases[] = {
       {"the manager's macro wins", "http://h/p?a=[T]", {{"T", "1"}}, {{"T", "2"}}, {}, "http://h/p?a=1"},
       {"additional macros fill the rest", "http://h/p?a=[A]&b=[B]&c=[A]", {{"A", "1"}}, {{"B", "2"}}, {},
        "http://h/p?a=1&b=2&c=1"},

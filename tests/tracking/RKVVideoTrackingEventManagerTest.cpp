@@ -22,13 +22,12 @@ TEST_F(RKVVideoTrackingEventManagerTest, ProgressFiresEachPassedEventOnceInOffse
                                         {"firstQuartile", 5, "a"},
                                         {"progress", 10, "c"},
                                         {"complete", 15, "d"}};
-  struct Case {
+  // clang-format off
+  const struct {
     const char* what;
     std::vector<Timed> events;
     std::vector<std::pair<double, std::vector<std::string>>> reports;
-  };
-  // clang-format off
-  const Case cases[] = {
+  } cases[] = {
       {"a seek forward fires all passed, equal offsets in list order", quartiles, {{12, {"a", "b", "c"}}}},
       {"a seek back fires nothing again", quartiles, {{12, {"a", "b", "c"}}, {3, {}}, {12, {}}, {16, {"d"}}}},
       {"offset 0 fires on the first report", {{"start", 0, "s"}, {"progress", 5, "p"}}, {{0, {"s"}}, {0, {}}}},
