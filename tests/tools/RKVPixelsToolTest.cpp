@@ -41,13 +41,6 @@ class RKVPixelsToolTest : public ::testing::Test {
     EXPECT_EQ(result.status, kExitSuccess) << result.err;
     return Json::parse(result.out, nullptr, false);
   }
-  Json pendingURLs() {
-    Json urls = Json::array();
-    const Json list = json({"list", "--json"});
-    for (const Json& pixel : list["pixels"])
-      urls.push_back(pixel["url"]);
-    return urls;
-  }
 
   test::RKVTestHTTPServer server_;
   test::RKVTempDir dir_;
@@ -65,20 +58,21 @@ TEST_F(RKVPixelsToolTest, AddListFlushAndClear) {
   ASSERT_EQ(list.size(), 1u);
   ASSERT_EQ(list["pixels"].size(), 4u);
   const auto dayFromNow = std::time(nullptr) + 86400;
-  for (const Json& pixel : list["pixels"]) {
-    Strings keys;
-    for (const auto& item : pixel.items())
-      keys.push_back(item.key());
-    EXPECT_EQ(keys, (Strings{"id", "url", "status", "expirationDate"}));
+  const Strings urls = {ok, fail, missing, later};
+  for (size_t i = 0; i < urls.size(); ++i) {
+    const Json& pixel = list["pixels"][i];
+    // Keys compare in order; the id and the date are checked on their own.
+    EXPECT_EQ(pixel, Json({{"id", pixel.value("id", Json())},
+                           {"url", urls[i]},
+                           {"status", "pending"},
+                           {"expirationDate", pixel.value("expirationDate", Json())}}));
     EXPECT_TRUE(pixel["id"].is_number_unsigned());
-    EXPECT_EQ(pixel["status"], "pending");
     const std::string date = pixel["expirationDate"];
     ASSERT_TRUE(std::regex_match(date, std::regex(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ)"))) << date;
     std::tm utc{};
     std::istringstream(date) >> std::get_time(&utc, "%Y-%m-%dT%H:%M:%SZ");
     EXPECT_NEAR(static_cast<double>(::timegm(&utc)), static_cast<double>(dayFromNow), 60.0);
   }
-  EXPECT_EQ(pendingURLs(), Json::array({ok, fail, missing, later}));
   EXPECT_NE(list["pixels"][0]["id"], list["pixels"][1]["id"]);
   // An expired pixel is dropped unsent.
   const std::string old = server_.url("/ok?old");
@@ -101,7 +95,7 @@ TEST_F(RKVPixelsToolTest, AddListFlushAndClear) {
   const Result cleared = pixels({"clear"});
   EXPECT_EQ(cleared.status, kExitSuccess);
   EXPECT_EQ(cleared.out, "1 pixel(s) removed\n");
-  EXPECT_EQ(pendingURLs(), Json::array());
+  EXPECT_EQ(json({"list", "--json"})["pixels"], Json::array());
   EXPECT_EQ(pixels({"list"}).out, "0 pixel(s)\n");
 }
 
