@@ -38,7 +38,6 @@ class RKVPlayToolTest : public ::testing::Test {
                      RKVTestRoute::answer(200, inlineXML("<Duration>00:00:10</Duration>")));
     server_.setRoute("/no-duration.xml", RKVTestRoute::answer(200, inlineXML("")));
     server_.setRoute("/wrapper.xml", RKVTestRoute::answer(200, wrapperXML()));
-    server_.setRoute("/missing.xml", RKVTestRoute::answer(404, ""));
   }
 
   std::string pixel(const std::string& path, const std::string& event,
