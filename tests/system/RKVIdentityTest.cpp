@@ -26,12 +26,6 @@ constexpr const char* kZeroUUID = "00000000-0000-0000-0000-000000000000";
 constexpr const char* kMachineID = "0123456789abcdef0123456789abcdef\n";
 constexpr const char* kApplication = "com.example.player";
 
-// Upper-case 8-4-4-4-12 text of a random (version 4, RFC 4122 variant) UUID.
-bool isRandomUUIDText(const std::string& text) {
-  return std::regex_match(text, std::regex("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-"
-                                           "[0-9A-F]{12}"));
-}
-
 // The production provider over memory defaults, a manual clock and a machine-id file of ours;
 // the host's process-wide advertising facts are reset around each test.
 class RKVIdentityTest : public ::testing::Test {
@@ -121,7 +115,10 @@ TEST_F(RKVIdentityTest, PrecedenceIsCustomThenTransientThenAdvertisingThenNone) 
     EXPECT_EQ(id.transientId().has_value(), row.transientSet);
     EXPECT_EQ(id.customIdentifier(), row.custom);
     if (row.identity == kTransient) {
-      EXPECT_TRUE(isRandomUUIDText(id.identity())) << id.identity();
+      // Upper-case 8-4-4-4-12 text of a random (version 4, RFC 4122 variant) UUID.
+      EXPECT_TRUE(std::regex_match(id.identity(), std::regex("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-"
+                                                             "[89AB][0-9A-F]{3}-[0-9A-F]{12}")))
+          << id.identity();
       EXPECT_EQ(id.transientId(), id.identity());
     } else {
       EXPECT_EQ(id.identity(), row.identity);
