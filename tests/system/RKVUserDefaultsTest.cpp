@@ -1,7 +1,7 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
-#include <vector>
+#include <string>
 
 #include <gtest/gtest.h>
 

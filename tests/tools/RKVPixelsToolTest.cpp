@@ -1,6 +1,5 @@
 // rkv pixels, run in-process over a fresh data folder and a loopback server: what add keeps and
 // skips, list's and flush's JSON, what a round sends, keeps and drops, clear, usage errors.
-#include <chrono>
 #include <ctime>
 #include <iomanip>
 #include <regex>
