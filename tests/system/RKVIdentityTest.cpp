@@ -1,4 +1,5 @@
 #include <chrono>
+#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <optional>
@@ -24,12 +25,6 @@ using namespace std::chrono_literals;
 constexpr const char* kZeroUUID = "00000000-0000-0000-0000-000000000000";
 constexpr const char* kMachineID = "0123456789abcdef0123456789abcdef\n";
 constexpr const char* kApplication = "com.example.player";
-
-// Upper-case 8-4-4-4-12 text of a random (version 4, RFC 4122 variant) UUID.
-bool isRandomUUIDText(const std::string& text) {
-  return std::regex_match(text, std::regex("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-"
-                                           "[0-9A-F]{12}"));
-}
 
 // The production provider over memory defaults, a manual clock and a machine-id file of ours;
 // the host's process-wide advertising facts are reset around each test.
@@ -81,7 +76,8 @@ TEST_F(RKVIdentityTest, PrecedenceIsCustomThenTransientThenAdvertisingThenNone) 
   constexpr const char* kTransient = "(a fresh transient identifier)";
   using T = RKVIdentityType;
   const std::nullopt_t none = std::nullopt;
-  struct Row {
+  // clang-format off
+  const struct {
     const char* name;
     std::optional<std::string> adID;
     bool limitAdTracking, transientEnabled;
@@ -90,9 +86,7 @@ TEST_F(RKVIdentityTest, PrecedenceIsCustomThenTransientThenAdvertisingThenNone) 
     std::string identity;
     std::optional<std::string> ifa;
     bool transientSet;
-  };
-  // clang-format off
-  const Row rows[] = {
+  } rows[] = {
       {"valid ad id", kAdID, false, true, none, T::advertising, kAdIDUpper, kAdIDUpper, false},
       // Not every platform's identifier is a UUID: other texts pass as they are.
       {"not a UUID", "rida:abc123", false, false, none, T::advertising, "rida:abc123", "rida:abc123", false},
@@ -121,7 +115,10 @@ TEST_F(RKVIdentityTest, PrecedenceIsCustomThenTransientThenAdvertisingThenNone) 
     EXPECT_EQ(id.transientId().has_value(), row.transientSet);
     EXPECT_EQ(id.customIdentifier(), row.custom);
     if (row.identity == kTransient) {
-      EXPECT_TRUE(isRandomUUIDText(id.identity())) << id.identity();
+      // Upper-case 8-4-4-4-12 text of a random (version 4, RFC 4122 variant) UUID.
+      EXPECT_TRUE(std::regex_match(id.identity(), std::regex("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-"
+                                                             "[89AB][0-9A-F]{3}-[0-9A-F]{12}")))
+          << id.identity();
       EXPECT_EQ(id.transientId(), id.identity());
     } else {
       EXPECT_EQ(id.identity(), row.identity);
@@ -157,80 +154,63 @@ TEST_F(RKVIdentityTest, IdentifierForVendorIsDerivedFromTheMachineAndTheApplicat
     std::ofstream(machineIDPath_, std::ios::trunc) << content;
     EXPECT_EQ(provider()->identifierForVendor(), std::nullopt);
   }
-  auto missing = std::make_shared<RKVIdentityProvider>(defaults_, clock_, dir_.file("no-such-file"),
-                                                       kApplication);
-  EXPECT_EQ(missing->identifierForVendor(), std::nullopt);
-  EXPECT_EQ(RKVIdentity(missing, false, false, std::nullopt).ifv(), std::nullopt);
+  std::filesystem::remove(machineIDPath_);
+  EXPECT_EQ(provider()->identifierForVendor(), std::nullopt);
+  EXPECT_EQ(identity(false).ifv(), std::nullopt);
 }
 
-TEST_F(RKVIdentityTest, TheTransientIdentifierLivesOneDayFromItsGeneration) {
-  const std::string first = *identity(true).transientId();
-  const auto generated = clock_->date();
-
-  clock_->advance(23h);
-  EXPECT_EQ(identity(true).transientId(), first);
-  EXPECT_EQ(storedGeneration(), generated);  // reuse keeps the generation date
-
-  clock_->advance(2h);  // 25 hours after generation
-  const std::string second = *identity(true).transientId();
-  EXPECT_NE(second, first);
-  EXPECT_EQ(storedTransientID(), second);
-  EXPECT_EQ(storedGeneration(), clock_->date());
-
-  // A clock moved back: generation dates ahead of now count the same way.
-  defaults_->setDate(RKVIdentityProvider::kTransientIDLastGenerationKey, clock_->date() + 23h);
-  EXPECT_EQ(identity(true).transientId(), second);
-  defaults_->setDate(RKVIdentityProvider::kTransientIDLastGenerationKey, clock_->date() + 25h);
-  const std::string third = *identity(true).transientId();
-  EXPECT_NE(third, second);
-  EXPECT_EQ(storedGeneration(), clock_->date());
+// A stored identifier is reused for less than a day from its generation either way (a clock
+// moved back leaves dates ahead of now); extreme dates do not overflow. Otherwise a new one is
+// generated and written through with the current date.
+TEST_F(RKVIdentityTest, TheTransientIdentifierLivesLessThanADayFromItsGeneration) {
+  using Date = RKVUserDefaults::Date;
+  const Date now = clock_->date();
+  const std::pair<Date, bool> rows[] = {
+      {now, true},           {now + 86399s, true},  {now - 86399s, true},
+      {now + 86400s, false}, {now - 86400s, false}, {now + 86401s, false},
+      {now - 87600h, false}, {Date::min(), false},  {Date::max(), false},
+  };
+  for (const auto& [generation, reused] : rows) {
+    SCOPED_TRACE(generation.time_since_epoch().count());
+    defaults_->setString(RKVIdentityProvider::kTransientIDValueKey, "stored");
+    defaults_->setDate(RKVIdentityProvider::kTransientIDLastGenerationKey, generation);
+    const std::string id = *identity(true).transientId();
+    if (reused) {
+      EXPECT_EQ(id, "stored");
+      EXPECT_EQ(defaults_->dateForKey(RKVIdentityProvider::kTransientIDLastGenerationKey),
+                generation);  // reuse keeps the generation date
+    } else {
+      EXPECT_NE(id, "stored");
+      EXPECT_EQ(storedTransientID(), id);
+      EXPECT_EQ(storedGeneration(), now);
+    }
+  }
+  EXPECT_FALSE(RKVIdentity::isValidTransientIDWithGenerationDate(std::nullopt, now));
 
   // An identifier without its date, or a date stored as something else, is not reused.
+  defaults_->setString(RKVIdentityProvider::kTransientIDValueKey, "stored");
   defaults_->removeObjectForKey(RKVIdentityProvider::kTransientIDLastGenerationKey);
-  EXPECT_NE(identity(true).transientId(), third);
+  EXPECT_NE(identity(true).transientId(), "stored");
   defaults_->setString(RKVIdentityProvider::kTransientIDLastGenerationKey, "yesterday");
   EXPECT_EQ(provider()->retrieveTransientID(), std::nullopt);
 }
 
-TEST(RKVIdentityTransientDateTest, AGenerationDateIsValidForLessThanADayEitherWay) {
-  const auto now = std::chrono::system_clock::time_point(1700000000s);
-  const std::vector<std::pair<std::chrono::seconds, bool>> rows = {
-      {0s, true},       {86399s, true},  {-86399s, true},         {86400s, false},
-      {-86400s, false}, {86401s, false}, {-3650 * 86400s, false},
-  };
-  for (const auto& [offset, valid] : rows) {
-    EXPECT_EQ(RKVIdentity::isValidTransientIDWithGenerationDate(now + offset, now), valid)
-        << offset.count();
-  }
-  EXPECT_FALSE(RKVIdentity::isValidTransientIDWithGenerationDate(std::nullopt, now));
-  // Extreme stored dates do not overflow.
-  EXPECT_FALSE(RKVIdentity::isValidTransientIDWithGenerationDate(
-      std::chrono::system_clock::time_point::min(), now));
-  EXPECT_FALSE(RKVIdentity::isValidTransientIDWithGenerationDate(
-      std::chrono::system_clock::time_point::max(), now));
-  // The one-argument form reads the system clock.
-  EXPECT_TRUE(
-      RKVIdentity::isValidTransientIDWithGenerationDate(std::chrono::system_clock::now() - 1h));
-}
-
 // A provider that has no transient identifier to give.
-struct NoTransientProvider : RKVIdentityProviderProtocol {
-  std::optional<std::string> advertisingID() const override { return std::nullopt; }
+struct NoTransientProvider : RKVIdentityProvider {
+  using RKVIdentityProvider::RKVIdentityProvider;
   std::optional<std::string> identifierForVendor() const override { return kZeroUUID; }
   std::optional<RKVTransientID> retrieveTransientID() const override { return std::nullopt; }
   std::optional<std::string> generateNewTransientID() override { return std::nullopt; }
-  std::optional<RKVTCFString> TCFString() const override { return std::nullopt; }
-  std::optional<RKVCCPAString> CCPAString() const override { return std::nullopt; }
-  std::optional<std::string> gdprConsentString() const override { return std::nullopt; }
 };
 
-TEST(RKVIdentityFallThroughTest, AMissingTransientIdentifierFallsThroughToNone) {
-  RKVIdentity id(std::make_shared<NoTransientProvider>(), true, true, std::nullopt);
+TEST_F(RKVIdentityTest, AMissingTransientIdentifierFallsThroughToNone) {
+  RKVIdentity id(
+      std::make_shared<NoTransientProvider>(defaults_, clock_, machineIDPath_, kApplication), true,
+      true, std::nullopt);
   EXPECT_EQ(id.type(), RKVIdentityType::none);
   EXPECT_EQ(id.identity(), "");
   EXPECT_EQ(id.transientId(), std::nullopt);
   EXPECT_EQ(id.ifv(), std::nullopt);  // all zeros is not valid
-  EXPECT_TRUE(id.isHashed());         // stored as given
 }
 
 }  // namespace

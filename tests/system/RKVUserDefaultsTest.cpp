@@ -1,7 +1,7 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
-#include <vector>
+#include <string>
 
 #include <gtest/gtest.h>
 
@@ -73,15 +73,24 @@ TEST(RKVUserDefaultsTest, AFailedWriteStaysPendingAndLosesNothingStored) {
   EXPECT_EQ(std::get<std::string>(store->entries().at("new")), "three");
   EXPECT_TRUE(defaults.synchronize());  // nothing pending: no write
   EXPECT_EQ(store->writeCount(), 2);
+
+  // A file that cannot be opened (a folder cannot be a database) fails its writes the same way.
+  test::RKVTempDir dir;
+  std::filesystem::create_directories(dir.file("a-folder"));
+  test::RKVLogCapture log;
+  auto folder = openDefaults(dir.file("a-folder"));
+  folder->setString("k", "v");
+  EXPECT_FALSE(folder->synchronize());
+  EXPECT_EQ(folder->stringForKey("k"), "v");
+  EXPECT_FALSE(log.errorMessages().empty());
 }
 
 // A file that is not a readable store of ours: an empty store, one error line, and saving works.
 TEST(RKVUserDefaultsTest, AnUnreadableFileGivesAnEmptyStoreAndOneErrorAndSavingWorks) {
-  struct Case {
+  const struct {
     const char* name;
     void (*spoil)(const std::string& path);
-  };
-  const Case cases[] = {
+  } cases[] = {
       {"not SQLite",
        [](const std::string& path) { std::ofstream(path) << "this is not a database\n"; }},
       {"truncated",
@@ -122,17 +131,6 @@ TEST(RKVUserDefaultsTest, AnUnreadableFileGivesAnEmptyStoreAndOneErrorAndSavingW
     EXPECT_EQ(openDefaults(path)->stringForKey("after"), "saved");
     EXPECT_EQ(log.errorMessages().size(), 1u);
   }
-}
-
-TEST(RKVUserDefaultsTest, AFileThatCannotBeOpenedFailsItsWritesAndKeepsThemPending) {
-  test::RKVTempDir dir;
-  std::filesystem::create_directories(dir.file("a-folder"));
-  test::RKVLogCapture log;
-  auto defaults = openDefaults(dir.file("a-folder"));  // a folder cannot be a database
-  defaults->setString("k", "v");
-  EXPECT_FALSE(defaults->synchronize());
-  EXPECT_EQ(defaults->stringForKey("k"), "v");
-  EXPECT_FALSE(log.errorMessages().empty());
 }
 
 TEST(RKVUserDefaultsTest, ConcurrentSettersAndSynchronizersLoseNoKey) {

@@ -1,7 +1,6 @@
 #include <cmath>
 
 #include "rkv/tracking/RKVIABMacros.h"
-#include "rkv/tracking/RKVTrackingEventDefaultFactory.h"
 
 #include "tests/tracking/RKVTrackingTestSupport.h"
 
@@ -12,7 +11,7 @@ using std::chrono::minutes;
 const auto kDate = std::chrono::system_clock::time_point(
     std::chrono::milliseconds(1453036507127));  // 2016-01-17T13:15:07.127Z
 
-TEST(RKVIABMacrosTest, TimestampsPlayheadsAndCacheBusters) {
+TEST(RKVIABMacrosTest, TimestampsPlayheadsCacheBustersAndUnknownFacts) {
   EXPECT_EQ(RKVIABMacros::timestamp(kDate, minutes(-300)), "2016-01-17T08:15:07.127-05:00");
   EXPECT_EQ(RKVIABMacros::timestamp(kDate, minutes(11 * 60)), "2016-01-18T00:15:07.127+11:00");
   EXPECT_EQ(RKVIABMacros::timestamp(kDate - minutes(13 * 60 + 45) + std::chrono::microseconds(999),
@@ -29,9 +28,8 @@ TEST(RKVIABMacrosTest, TimestampsPlayheadsAndCacheBusters) {
   EXPECT_EQ(RKVIABMacros::cacheBusting().find_first_not_of("0123456789"), std::string::npos);
   EXPECT_EQ(RKVIABMacros::percentEncode("az09-_.!~*'() #&+,/:;=?@[]%\xC3\xA9"),
             "az09-_.!~*'()%20%23%26%2B%2C%2F%3A%3B%3D%3F%40%5B%5D%25%C3%A9");
-}
 
-TEST(RKVIABMacrosTest, UnknownFactsAreMarkedAsTheFrameworksSay) {
+  // Unknown facts are marked as the frameworks say.
   auto unknown = RKVIABMacros::macrosWithFacts({}, kDate, minutes(0));
   EXPECT_EQ(unknown.count("ERRORCODE"), 0u);
   for (const char* name : {"ADPLAYHEAD", "CONTENTPLAYHEAD", "MEDIAPLAYHEAD", "LIMITADTRACKING",
@@ -42,16 +40,14 @@ TEST(RKVIABMacrosTest, UnknownFactsAreMarkedAsTheFrameworksSay) {
   EXPECT_EQ(unknown["CACHEBUSTING"].size(), 8u);
 }
 
-class RKVIABMacrosTrackingTest : public RKVTrackingTest {};
+using RKVIABMacrosTrackingTest = RKVTrackingTest;
 
 TEST_F(RKVIABMacrosTrackingTest, FilledTemplatesParseAndCarryTheValues) {
-  RKVTrackingEventManager tracking(
-      RKVTrackingEventDefaultFactory(
-          {event("start",
-                 "ts=[TIMESTAMP]&ua=[DEVICEUA]&ap=[ADPLAYHEAD]&mp=[MEDIAPLAYHEAD]&lat=["
-                 "LIMITADTRACKING]&ifa=[IFA]&it=[IFATYPE]&g=[GDPR]&c=[GDPRCONSENT]&us=[US_"
-                 "PRIVACY]&b=[APPBUNDLE]&e=[ERRORCODE]")}),
-      {}, delegate, pixelManager, loop);
+  auto tracking = manager<RKVTrackingEventManager>(
+      {event("start",
+             "ts=[TIMESTAMP]&ua=[DEVICEUA]&ap=[ADPLAYHEAD]&mp=[MEDIAPLAYHEAD]&lat=["
+             "LIMITADTRACKING]&ifa=[IFA]&it=[IFATYPE]&g=[GDPR]&c=[GDPRCONSENT]&us=[US_"
+             "PRIVACY]&b=[APPBUNDLE]&e=[ERRORCODE]")});
   // clang-format off
   RKVIABMacroFacts facts{.ifa = "6d92078a-8246-4ba4-ae5b-76104861e7dc", .ifaType = "rida",
                          .limitAdTracking = true, .gdprApplies = true, .gdprConsent = "CPXx-Rf_A",

@@ -1,4 +1,3 @@
-#include "rkv/tracking/RKVTrackingEventDefaultFactory.h"
 #include "rkv/tracking/RKVTrackingEventManager.h"
 
 #include "tests/support/RKVLogCapture.h"
@@ -7,25 +6,17 @@
 namespace rkv::test {
 namespace {
 
-class RKVTrackingEventManagerTest : public RKVTrackingTest {
- protected:
-  RKVTrackingEventManager manager(RKVTrackingEventDefaultFactory::Events events,
-                                  RKVTrackingMacros macros = {}) {
-    return {RKVTrackingEventDefaultFactory(std::move(events)), std::move(macros), delegate,
-            pixelManager, loop};
-  }
-};
+using RKVTrackingEventManagerTest = RKVTrackingTest;
 
 TEST_F(RKVTrackingEventManagerTest, TrackingByNameQueuesLastToFirstWithOneRoundPerCall) {
-  struct Case {
+  // clang-format off
+  const struct {
     const char* what;
     std::vector<std::string> tracked;
     std::vector<std::string> sent;
     RKVDelegateCalls calls;
     int rounds;
-  };
-  // clang-format off
-  const Case cases[] = {
+  } cases[] = {
       {"three alike, last to first", {"pause"}, {"/p?n=3", "/p?n=2", "/p?n=1"}, {{"pause", 3}}, 1},
       {"a consumable event once", {"start", "start"}, {"/p?n=s"}, {{"start", 1}, {"start", 0}}, 1},
       {"names are exact", {"Start", "paus"}, {}, {{"Start", 0}, {"paus", 0}}, 0},
@@ -34,8 +25,9 @@ TEST_F(RKVTrackingEventManagerTest, TrackingByNameQueuesLastToFirstWithOneRoundP
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
     delegate->calls.clear();
-    auto tracking = manager({event("pause", "n=1"), event("start", "n=s"), event("pause", "n=2"),
-                             event("pause", "n=3")});
+    auto tracking =
+        manager<RKVTrackingEventManager>({event("pause", "n=1"), event("start", "n=s"),
+                                          event("pause", "n=2"), event("pause", "n=3")});
     for (const auto& name : c.tracked)
       tracking.trackEvent(name, {});
     EXPECT_EQ(sentTargets(), c.sent);
@@ -45,14 +37,13 @@ TEST_F(RKVTrackingEventManagerTest, TrackingByNameQueuesLastToFirstWithOneRoundP
 }
 
 TEST_F(RKVTrackingEventManagerTest, FinalURLReplacesMacrosThenVariables) {
-  struct Case {
+  // clang-format off
+  const struct {
     const char* what;
     const char* templateURL;
     RKVTrackingMacros macros, additional, variables;
     const char* expected;  // "macros" or "variables": that step broke it, the template is used
-  };
-  // clang-format off
-  const Case cases[] = {
+  } cases[] = {
       {"the manager's macro wins", "http://h/p?a=[T]", {{"T", "1"}}, {{"T", "2"}}, {}, "http://h/p?a=1"},
       {"additional macros fill the rest", "http://h/p?a=[A]&b=[B]&c=[A]", {{"A", "1"}}, {{"B", "2"}}, {},
        "http://h/p?a=1&b=2&c=1"},
@@ -76,8 +67,8 @@ TEST_F(RKVTrackingEventManagerTest, FinalURLReplacesMacrosThenVariables) {
     SCOPED_TRACE(c.what);
     const auto templateURL = RKVURL::withString(c.templateURL).value();
     RKVLogCapture log;
-    auto result =
-        manager({}, c.macros).finalEventURLWithURL(templateURL, c.variables, c.additional);
+    auto result = manager<RKVTrackingEventManager>({}, c.macros)
+                      .finalEventURLWithURL(templateURL, c.variables, c.additional);
     const std::string expected = c.expected;
     if (expected == "macros" || expected == "variables") {
       EXPECT_EQ(result, templateURL);

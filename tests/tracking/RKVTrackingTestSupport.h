@@ -14,6 +14,7 @@
 #include "rkv/net/RKVPixelStoreProvider.h"
 #include "rkv/net/RKVURLSessionProvider.h"
 #include "rkv/system/RKVMemoryUserDefaultsStore.h"
+#include "rkv/tracking/RKVTrackingEventDefaultFactory.h"
 #include "rkv/tracking/RKVTrackingEventManagerDelegate.h"
 #include "rkv/vast/model/RKVVASTTrackingEvent.h"
 
@@ -51,6 +52,12 @@ class RKVTrackingTest : public ::testing::Test {
   }
   RKVURL url(const std::string& pathAndQuery) const {
     return RKVURL::withString(server.url(pathAndQuery)).value();
+  }
+  // A manager of type M over the events, with this fixture's delegate, pixel manager and loop.
+  template <typename M>
+  M manager(RKVTrackingEventDefaultFactory::Events events, RKVTrackingMacros macros = {}) {
+    return M(RKVTrackingEventDefaultFactory(std::move(events)), std::move(macros), delegate,
+             pixelManager, loop);
   }
   // A VAST tracking event calling the server's /p?<query>.
   std::shared_ptr<RKVVASTTrackingEvent> event(const std::string& name, const std::string& query,

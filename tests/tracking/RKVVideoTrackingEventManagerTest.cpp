@@ -9,12 +9,7 @@
 namespace rkv::test {
 namespace {
 
-class RKVVideoTrackingEventManagerTest : public RKVTrackingTest {
- protected:
-  RKVVideoTrackingEventManager manager(RKVTrackingEventDefaultFactory::Events events) {
-    return {RKVTrackingEventDefaultFactory(std::move(events)), {}, delegate, pixelManager, loop};
-  }
-};
+using RKVVideoTrackingEventManagerTest = RKVTrackingTest;
 
 // Each report fires the listed events (by label, /p?t=<label>), in that order, with one round.
 TEST_F(RKVVideoTrackingEventManagerTest, ProgressFiresEachPassedEventOnceInOffsetOrder) {
@@ -27,13 +22,12 @@ TEST_F(RKVVideoTrackingEventManagerTest, ProgressFiresEachPassedEventOnceInOffse
                                         {"firstQuartile", 5, "a"},
                                         {"progress", 10, "c"},
                                         {"complete", 15, "d"}};
-  struct Case {
+  // clang-format off
+  const struct {
     const char* what;
     std::vector<Timed> events;
     std::vector<std::pair<double, std::vector<std::string>>> reports;
-  };
-  // clang-format off
-  const Case cases[] = {
+  } cases[] = {
       {"a seek forward fires all passed, equal offsets in list order", quartiles, {{12, {"a", "b", "c"}}}},
       {"a seek back fires nothing again", quartiles, {{12, {"a", "b", "c"}}, {3, {}}, {12, {}}, {16, {"d"}}}},
       {"offset 0 fires on the first report", {{"start", 0, "s"}, {"progress", 5, "p"}}, {{0, {"s"}}, {0, {}}}},
@@ -47,7 +41,7 @@ TEST_F(RKVVideoTrackingEventManagerTest, ProgressFiresEachPassedEventOnceInOffse
     RKVTrackingEventDefaultFactory::Events events;
     for (const auto& timed : c.events)
       events.push_back(event(timed.name, std::string("t=") + timed.label, timed.offset));
-    auto tracking = manager(events);
+    auto tracking = manager<RKVVideoTrackingEventManager>(events);
     for (const auto& [time, fired] : c.reports) {
       SCOPED_TRACE(time);
       delegate->calls.clear();
@@ -63,7 +57,7 @@ TEST_F(RKVVideoTrackingEventManagerTest, ProgressFiresEachPassedEventOnceInOffse
 }
 
 TEST_F(RKVVideoTrackingEventManagerTest, TrackingByTypeGoesByNameWhateverTheOffsets) {
-  auto tracking = manager(
+  auto tracking = manager<RKVVideoTrackingEventManager>(
       {event("progress", "t=timed", 4), event("progress", "t=untimed"), event("pause", "t=p", 2)});
   tracking.trackVideoEvent(RKVVideoEventType::progress, {});
   tracking.trackVideoEvent(static_cast<RKVVideoEventType>(22), {});

@@ -1,6 +1,5 @@
 #include <sstream>
 
-#include "rkv/tracking/RKVTrackingEventDefaultFactory.h"
 #include "rkv/tracking/RKVViewabilityTrackingEventManager.h"
 
 #include "tests/tracking/RKVTrackingTestSupport.h"
@@ -14,12 +13,11 @@ using RKVViewabilityTrackingEventManagerTest = RKVTrackingTest;
 // (n) at N percent, t the next quarter-second tick, T a tick a second late, w a quarter second
 // while stopped. A "*" marks the tick that fires the pixel.
 TEST_F(RKVViewabilityTrackingEventManagerTest, ContinuousExposureAtTheAreaFiresOnce) {
-  struct Case {
+  const struct {
     const char* what;
     double area, seconds;
     const char* script;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {"one second of 60 %", 50, 1, "S v60 t t t t t* t t"},
       {"the first tick only sets the time base", 50, 0.25, "S v60 t t* t"},
       {"one tick under the area restarts the count", 50, 1, "S v60 t t t v40 t v60 t t t t*"},
@@ -35,11 +33,10 @@ TEST_F(RKVViewabilityTrackingEventManagerTest, ContinuousExposureAtTheAreaFiresO
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
     delegate->calls.clear();
-    RKVViewabilityTrackingEventManager manager(
-        RKVTrackingEventDefaultFactory({std::make_shared<RKVBasicViewabilityTrackingEvent>(
-                                            "viewable", url("/p"), c.area, c.seconds),
-                                        event("start", "e=start")}),
-        {}, delegate, pixelManager, loop);
+    auto manager = this->manager<RKVViewabilityTrackingEventManager>(
+        {std::make_shared<RKVBasicViewabilityTrackingEvent>("viewable", url("/p"), c.area,
+                                                            c.seconds),
+         event("start", "e=start")});
     std::istringstream script(c.script);
     size_t fired = 0;
     for (std::string step; script >> step;) {
