@@ -264,6 +264,9 @@ TEST(RKVBackgroundExecutorTest, ShutdownWaitsForRunningTasksAndDropsQueuedOnes) 
   ASSERT_TRUE(executor.submit([&] {
     running.set();
     (void)gate.wait();
+    // Still busy for a while after the gate opens, so that a shutdown() that does not wait
+    // returns before the task ends.
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
     runningFinished = true;
   }));
   ASSERT_TRUE(running.wait());
@@ -276,8 +279,9 @@ TEST(RKVBackgroundExecutorTest, ShutdownWaitsForRunningTasksAndDropsQueuedOnes) 
     gate.set();
   });
   executor.shutdown();
+  const bool finishedWhenShutdownReturned = runningFinished;
   opener.join();
-  EXPECT_TRUE(runningFinished) << "shutdown() returned before the running task did";
+  EXPECT_TRUE(finishedWhenShutdownReturned) << "shutdown() returned before the running task did";
   EXPECT_FALSE(queuedRan);
   EXPECT_EQ(executor.threadCount(), 0u);
   EXPECT_FALSE(executor.submit([] {}));
