@@ -129,6 +129,15 @@ TEST_F(RKVPlayToolTest, ASkippedAdOnAViewTooLittleOnScreenFiresNeitherCompleteNo
             Strings({"/imp/inline", "/start/inline", "/q1", "/progress3", "/mid", "/skip"}));
 }
 
+TEST_F(RKVPlayToolTest, TheEndFiresCompleteWhateverTheDuration) {
+  // 10.244 × 100 / 100, the offset of "complete", is a little more than 10.244.
+  server_.setRoute("/odd.xml",
+                   RKVTestRoute::answer(200, inlineXML("<Duration>00:00:10.244</Duration>")));
+  ASSERT_EQ(play({"--speed", "50", server_.url("/odd.xml")}).status, kExitSuccess);
+  const Strings received = this->received();
+  EXPECT_EQ(std::count(received.begin(), received.end(), "/complete/inline"), 1);
+}
+
 TEST_F(RKVPlayToolTest, WhatCannotBePlayedFailsWithItsReason) {
   const struct {
     Strings args;

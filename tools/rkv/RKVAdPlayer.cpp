@@ -225,9 +225,12 @@ std::optional<RKVPlayResult> RKVAdPlayer::play(const RKVVASTAd& ad, std::string&
     }
     viewability.setMacros(macros());
   };
+  // Where the library puts the end of the content: "complete" and "100%" offsets are the
+  // duration times 100 / 100, which may lie a little past the duration itself.
+  const double end = std::max(*duration, RKVTimeUtils::timeIntervalFromPercentage(100, *duration));
   auto report = [&] {
     video.setMacros(macros());
-    video.playbackProgressedToTime(content, {});
+    video.playbackProgressedToTime(content >= *duration ? end : content, {});
     if (progress_) {
       std::optional<std::pair<std::string, double>> next;
       if (!video.videoEvents().empty()) {
