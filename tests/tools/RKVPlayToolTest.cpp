@@ -2,6 +2,7 @@
 // wrapper, its inline ad and every pixel: what reaches the server, how often and in which order,
 // the simulated times of the JSON, the player events, viewability, and the failures.
 #include <algorithm>
+#include <map>
 #include <regex>
 #include <string>
 #include <vector>
@@ -136,6 +137,19 @@ TEST_F(RKVPlayToolTest, TheEndFiresCompleteWhateverTheDuration) {
   ASSERT_EQ(play({"--speed", "50", server_.url("/odd.xml")}).status, kExitSuccess);
   const Strings received = this->received();
   EXPECT_EQ(std::count(received.begin(), received.end(), "/complete/inline"), 1);
+}
+
+TEST_F(RKVPlayToolTest, ViewableCountsOnlyTheSecondsThatPlayed) {
+  // Paused from 1 s to 4 s on screen: two seconds of the ad have not played before the resume.
+  const Result result = play({"--speed", "50", "--json", "--pause-at", "1", "--pause-for", "3",
+                              server_.url("/inline.xml")});
+  ASSERT_EQ(result.status, kExitSuccess) << result.err;
+  const Json output = result.json();
+  std::map<std::string, double> at;
+  for (const Json& event : output["events"])
+    at[event["event"].get<std::string>()] = event["t"].get<double>();
+  EXPECT_EQ(at.at("resume"), 4);
+  EXPECT_GT(at.at("viewable"), 4);
 }
 
 TEST_F(RKVPlayToolTest, WhatCannotBePlayedFailsWithItsReason) {

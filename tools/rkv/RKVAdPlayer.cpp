@@ -254,6 +254,9 @@ std::optional<RKVPlayResult> RKVAdPlayer::play(const RKVVASTAd& ad, std::string&
     if (!pauseDone && *options_.pauseAt <= at) {
       pauseDone = true;
       trackVideo(RKVVideoEventType::pause);
+      // Viewable counts seconds of the ad played on screen: a pause keeps what was seen so far
+      // and counts nothing until the resume.
+      viewability.stopViewabilityTracking();
       resumeAt = sim + options_.pauseFor;
     }
     if (options_.skipAt && *options_.skipAt <= at) {
@@ -284,6 +287,7 @@ std::optional<RKVPlayResult> RKVAdPlayer::play(const RKVVASTAd& ad, std::string&
       if (sim + 1e-9 >= *resumeAt) {
         resumeAt.reset();
         trackVideo(RKVVideoEventType::resume);
+        viewability.startViewabilityTracking();
       }
       continue;
     }

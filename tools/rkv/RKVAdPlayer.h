@@ -2,8 +2,9 @@
 // fires the impressions of every wrapper level, reports playback progress every 0.25 s of
 // simulated time to a video tracking event manager (quartiles, progress offsets), measures a
 // view for viewability and fires the "viewable" events once the view has been at least half on
-// screen for two continuous seconds, and carries out the player events it is given (pause and
-// resume, mute, skip). Every pixel goes through the pixel manager it is given.
+// screen for two continuous seconds of playback (a pause counts nothing), and carries out the
+// player events it is given (pause and resume, mute, skip). Every pixel goes through the pixel
+// manager it is given.
 //
 // Simulated time is a manual clock under the player's own main loop, stepped by the player: the
 // times it reports are exact, whatever the machine's load, and `speed` only paces the steps
