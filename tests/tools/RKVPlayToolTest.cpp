@@ -38,6 +38,8 @@ class RKVPlayToolTest : public ::testing::Test {
     server_.setRoute("/inline.xml",
                      RKVTestRoute::answer(200, inlineXML("<Duration>00:00:10</Duration>")));
     server_.setRoute("/no-duration.xml", RKVTestRoute::answer(200, inlineXML("")));
+    server_.setRoute("/two-days.xml",
+                     RKVTestRoute::answer(200, inlineXML("<Duration>48:00:00</Duration>")));
     server_.setRoute("/wrapper.xml", RKVTestRoute::answer(200, wrapperXML()));
   }
 
@@ -162,7 +164,11 @@ TEST_F(RKVPlayToolTest, WhatCannotBePlayedFailsWithItsReason) {
       {{server_.url("/no-duration.xml")}, kExitFailure, "no duration"},
       {{"--pause-at", "3", server_.url("/inline.xml")}, kExitUsage, "--pause-for"},
       {{"--visible", "1.5", server_.url("/inline.xml")}, kExitUsage, "from 0 to 1"},
-      {{"--speed", "0", server_.url("/inline.xml")}, kExitUsage, "greater than 0"},
+      {{"--speed", "0", server_.url("/inline.xml")}, kExitUsage, "from 0.001 to 1000000"},
+      {{"--pause-at", "1", "--pause-for", "1e300", server_.url("/inline.xml")},
+       kExitUsage,
+       "from 0 to 86400"},
+      {{server_.url("/two-days.xml")}, kExitFailure, "more than a day"},
   };
   for (const auto& c : cases) {
     const Result result = play(c.args);

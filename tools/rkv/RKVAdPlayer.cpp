@@ -149,6 +149,10 @@ std::optional<RKVPlayResult> RKVAdPlayer::play(const RKVVASTAd& ad, std::string&
     problem = "the creative gives no duration (use --duration S)";
     return std::nullopt;
   }
+  if (*duration > kLongestSimulatedSeconds) {
+    problem = "the ad lasts more than a day, longer than rkv play simulates";
+    return std::nullopt;
+  }
 
   RKVPlayResult result;
   result.mediaFile = mediaFile->url() ? mediaFile->url()->absoluteString() : std::string();

@@ -30,6 +30,12 @@
 
 namespace rkv::cli {
 
+// The longest ad, and the longest pause, the player simulates: a day. With the slowest and the
+// fastest speeds the tool accepts, every real deadline stays far inside the steady clock's range.
+inline constexpr double kLongestSimulatedSeconds = 86400;
+inline constexpr double kSlowestSpeed = 0.001;
+inline constexpr double kFastestSpeed = 1000000;
+
 struct RKVAdPlayerOptions {
   double speed = 1.0;              // simulated seconds per real second
   double visibleFraction = 1;      // the share of the ad's view on screen, 0 to 1

@@ -70,13 +70,13 @@ CLI::Validator nonNegativeSeconds() {
       "SECONDS>=0");
 }
 
-CLI::Validator positiveNumber() {
+CLI::Validator numberWithin(double least, double most, std::string wanted) {
   return CLI::Validator(
-      [](std::string& text) -> std::string {
+      [least, most, message = "must be " + wanted](std::string& text) -> std::string {
         const std::optional<double> value = numberValue(text);
-        return value && *value > 0 ? "" : "must be a number greater than 0";
+        return value && *value >= least && *value <= most ? "" : message;
       },
-      "X>0");
+      wanted);
 }
 
 CLI::Validator fraction() {

@@ -211,9 +211,11 @@ void registerRKVPlayCommand(RKVCommandLine& commandLine) {
                  "Seconds: bounds the download and each wrapper fetch")
       ->check(positiveSeconds())
       ->capture_default_str();
+  const CLI::Validator simulatedSeconds =
+      numberWithin(0, kLongestSimulatedSeconds, "a number of seconds from 0 to 86400");
   sub.add_option("--speed", options->player.speed,
                  "Simulated seconds per real second (20: twenty times faster than real time)")
-      ->check(positiveNumber())
+      ->check(numberWithin(kSlowestSpeed, kFastestSpeed, "a number from 0.001 to 1000000"))
       ->capture_default_str();
   sub.add_option("--visible", options->player.visibleFraction,
                  "The share of the ad's view on screen, 0 to 1 (viewable needs half of it for "
@@ -222,20 +224,21 @@ void registerRKVPlayCommand(RKVCommandLine& commandLine) {
       ->capture_default_str();
   CLI::Option* pauseAt =
       sub.add_option("--pause-at", options->player.pauseAt, "Pause at this content time (s)")
-          ->check(nonNegativeSeconds());
+          ->check(simulatedSeconds);
   CLI::Option* pauseFor = sub.add_option("--pause-for", options->player.pauseFor,
                                          "Stay paused for this many simulated seconds")
-                              ->check(nonNegativeSeconds());
+                              ->check(simulatedSeconds);
   pauseAt->needs(pauseFor);
   pauseFor->needs(pauseAt);
   sub.add_option("--mute-at", options->player.muteAt, "Mute at this content time (s)")
-      ->check(nonNegativeSeconds());
+      ->check(simulatedSeconds);
   sub.add_option("--skip-at", options->player.skipAt,
                  "Skip at this content time (s), which ends the ad")
-      ->check(nonNegativeSeconds());
+      ->check(simulatedSeconds);
   sub.add_option("--duration", options->player.duration,
                  "The ad's length in seconds when its creative gives none")
-      ->check(positiveSeconds());
+      ->check(positiveSeconds())
+      ->check(simulatedSeconds);
   sub.add_flag("--json", options->json,
                "Print one JSON object: the ad, its media file, its duration, every event with "
                "its simulated time and final URL, and the pixel counts");
