@@ -126,6 +126,9 @@ TEST_F(RKVPixelsToolTest, SkippedTextsAndUsageErrors) {
       {"add"},
       {"add", "--expires", "soon", "http://h/"},
       {"add", "--expires", "inf", "http://h/"},
+      // Beyond the clock's range (about 292 years around 1970): the date would wrap around.
+      {"add", "--expires", "8e9", "http://h/"},
+      {"add", "--expires", "-9.5e9", "http://h/"},
       {"list", "extra"},
       {"flush", "--frob"},
       {"send"},
