@@ -182,10 +182,13 @@ int add(const RKVCommandLine& commandLine, const PixelsOptions& options,
     pixels.push_back(std::move(pixel));
   }
   if (!session->manager().addPixels(pixels)) {
-    // Take the batch back out of memory, so that no later write (the defaults write what is
-    // pending when they go) stores a batch the caller was told failed.
+    // Take the batch back out of memory and hand the list without it to the defaults: they still
+    // hold the failed list as pending and write what is pending when they go, which would store
+    // a batch the caller was told failed. If this save fails too, what stays pending is this
+    // list.
     for (const RKVPixel& pixel : pixels)
       session->store().deletePixel(pixel);
+    session->store().saveToDisk();
     streams.err << who << ": the pixels could not be saved to " << commandLine.userDefaultsPath()
                 << "; none was added\n";
     return kExitFailure;
