@@ -227,6 +227,25 @@ TEST(RKVPixelManagerTest, AProviderThatThrowsFailsTheSaveAndTheRoundStillEnds) {
   EXPECT_THAT(manager.allPixels(), IsEmpty());  // dropped as expired, unsent
 }
 
+// A log output that throws while the round logs a failed pixel ends the round there, but its
+// handler is still called and the pixel stays pending.
+TEST(RKVPixelManagerTest, ALogOutputThatThrowsStillEndsTheRound) {
+  RKVTestHTTPServer server;
+  server.setRoute("/fail", RKVTestRoute::answer(500, ""));
+  Pixels pixels;
+  pixels.manager->addPixel(pixel(1, server.url("/fail")));
+  RKVLogCapture throwing([](std::string_view message) {
+    if (message.rfind("Can't send pixel", 0) == 0) throw std::runtime_error("output");
+  });
+  auto promise = std::make_shared<std::promise<void>>();
+  auto future = promise->get_future();
+  pixels.manager->callPixelsWithCompletionHandler([promise] { promise->set_value(); });
+  ASSERT_EQ(future.wait_for(test::kHangGuard), std::future_status::ready);
+  EXPECT_NO_THROW(future.get());
+  EXPECT_THAT(ids(pixels.manager->allPixels()), ElementsAre(1u));
+  EXPECT_THAT(pixels.onDisk(), ElementsAre(1u));
+}
+
 TEST(RKVPixelManagerTest, PixelsAddedFromSeveralThreadsDuringRoundsAreAllDelivered) {
   RKVTestHTTPServer server;
   server.setRoute("/p", RKVTestRoute::answer(204, ""));
