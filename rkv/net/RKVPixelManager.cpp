@@ -78,11 +78,12 @@ void RKVPixelManager::queueRound(std::function<void(const RKVPixelRoundReport&)>
     if (call) internal::callHost("RKVPixelManager round handler", [&] { call(report); });
   };
   const bool queued = queue_.async([this, closed = closed_, handler, finish] {
-    if (closed->load()) {
-      finish(*handler, RKVPixelRoundReport{});
-      return;
+    RKVPixelRoundReport report;
+    if (!closed->load()) {
+      // Host code the round calls (a log output, say) may throw: that ends the round where it
+      // is, and the handler is still called. What the round did not save, the next save writes.
+      internal::callHost("A pixel round", [&] { runRound(report); });
     }
-    const RKVPixelRoundReport report = runRound();
     // Nothing of the manager is touched after this: the handler may release it.
     finish(*handler, report);
   });
@@ -92,9 +93,8 @@ void RKVPixelManager::queueRound(std::function<void(const RKVPixelRoundReport&)>
   }
 }
 
-RKVPixelRoundReport RKVPixelManager::runRound() {
+void RKVPixelManager::runRound(RKVPixelRoundReport& report) {
   const std::shared_ptr<RKVLog> log = RKVLog::sharedInstance();
-  RKVPixelRoundReport report;
   report.dropped = pixelStore_->deleteObsoletePixels();
   if (const size_t stale = countImplausiblyOld(report.dropped); stale > 0) {
     log->logWarningWithFormat(
@@ -116,7 +116,6 @@ RKVPixelRoundReport RKVPixelManager::runRound() {
     }
   }
   report.saved = pixelStore_->saveToDisk();
-  return report;
 }
 
 std::vector<RKVPixel> RKVPixelManager::allPixels() const {

@@ -86,7 +86,8 @@ class RKV_EXPORT RKVPixelManager {
   const std::shared_ptr<RKVURLSession>& urlSession() const { return urlSession_; }
 
  private:
-  RKVPixelRoundReport runRound();
+  // Fills `report` as it goes, so that a round ended by a throw still reports what it did.
+  void runRound(RKVPixelRoundReport& report);
   void queueRound(std::function<void(const RKVPixelRoundReport&)> reportHandler);
 
   std::shared_ptr<RKVPixelStore> pixelStore_;

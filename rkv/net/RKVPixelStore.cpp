@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 
+#include "rkv/foundation/internal/RKVHostCall.h"
 #include "rkv/log/RKVLog.h"
 #include "rkv/net/RKVPixelStoreProvider.h"
 
@@ -38,14 +39,21 @@ RKVPixelStore::RKVPixelStore(std::shared_ptr<RKVPixelStoreProviderProtocol> prov
 std::vector<RKVPixel> RKVPixelStore::loadPixels() {
   Lock lock(mu_);
   if (!provider_) return {};
-  return provider_->loadPixels().value_or(std::vector<RKVPixel>());
+  // A provider is the host's to replace; one that throws reads as one with nothing stored.
+  return internal::callHostOr<std::optional<std::vector<RKVPixel>>>(
+             "the pixel store provider's loadPixels", std::nullopt,
+             [&] { return provider_->loadPixels(); })
+      .value_or(std::vector<RKVPixel>());
 }
 
 bool RKVPixelStore::saveToDisk() {
   // The provider writes under the lock, so that saves reach the disk in the order the list
   // changed: a later save never carries an older list.
   Lock lock(mu_);
-  return provider_ && provider_->savePixels(pixels_);
+  // A provider that throws has not saved: a sending round goes on to its handler, and the list
+  // is written again at the next save.
+  return provider_ && internal::callHostOr("the pixel store provider's savePixels", false,
+                                           [&] { return provider_->savePixels(pixels_); });
 }
 
 bool RKVPixelStore::addPixel(const RKVPixel& pixel) {

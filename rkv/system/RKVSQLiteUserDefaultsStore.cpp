@@ -53,6 +53,18 @@ bool quickCheck(internal::RKVSQLiteDatabase& db, std::string* error) {
   return true;
 }
 
+// True when the connection's last failure is another connection holding the file (past the
+// busy time-out): the file is in use, not unreadable, and must not be set aside.
+bool isBusy(sqlite3* handle) {
+  const int code = sqlite3_errcode(handle) & 0xff;
+  return code == SQLITE_BUSY || code == SQLITE_LOCKED;
+}
+
+void logBusy(const std::string& path, const std::string& error) {
+  logError(
+      fmt::format("The user defaults file '{}' is held by another connection: {}.", path, error));
+}
+
 std::optional<RKVUserDefaultsValue> readValue(sqlite3_stmt* row) {
   switch (sqlite3_column_int64(row, 1)) {
     case kBool:
@@ -132,6 +144,10 @@ bool RKVSQLiteUserDefaultsStore::openLocked() {
     return false;
   }
   if (!configure(*db, &error) || !quickCheck(*db, &error)) {
+    if (isBusy(db->handle())) {
+      logBusy(path_, error);
+      return false;
+    }
     db.reset();
     return replaceUnreadableLocked(error);
   }
@@ -188,9 +204,14 @@ std::map<std::string, RKVUserDefaultsValue> RKVSQLiteUserDefaultsStore::load() {
   }
   if (rc != SQLITE_DONE) {
     if (error.empty()) error = db_->lastError();
+    const bool busy = isBusy(db_->handle());
     statement.reset();
     entries.clear();
-    replaceUnreadableLocked(error);
+    if (busy) {
+      logBusy(path_, error);
+    } else {
+      replaceUnreadableLocked(error);
+    }
   }
   return entries;
 }

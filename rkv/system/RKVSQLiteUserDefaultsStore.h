@@ -6,6 +6,9 @@
 // killed at any moment leaves the file with either all of a write or none of it. A file that is
 // not a readable SQLite database of this store (corrupt, truncated, something else) is renamed
 // to `<path>.corrupt-<time>`, logged once at error level, and a new empty file takes its place.
+// A file that another connection holds past the busy time-out is in use, not unreadable: it is
+// left as it is, the load answers nothing (logged at error level) and a write fails until it is
+// free.
 #pragma once
 
 #include <memory>

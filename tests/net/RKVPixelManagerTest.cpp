@@ -5,6 +5,8 @@
 #include <future>
 #include <memory>
 #include <mutex>
+#include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -198,6 +200,50 @@ TEST(RKVPixelManagerTest, RoundsQueuedWhenTheManagerGoesAreDropped) {
   auto future = dropped->get_future();
   ASSERT_EQ(future.wait_for(test::kHangGuard), std::future_status::ready);
   EXPECT_FALSE(future.get().saved);  // not run: a round over an empty store saves
+}
+
+// A provider that throws on saving: the add reports a failed save, and a round still ends with
+// its handler called (a dropped handler would leave its caller waiting forever).
+TEST(RKVPixelManagerTest, AProviderThatThrowsFailsTheSaveAndTheRoundStillEnds) {
+  struct Throwing final : RKVPixelStoreProviderProtocol {
+    std::optional<std::vector<RKVPixel>> loadPixels() override { return std::nullopt; }
+    bool savePixels(const std::vector<RKVPixel>&) override { throw std::runtime_error("disk"); }
+  };
+  RKVPixelManager manager(
+      std::make_shared<RKVPixelStore>(std::make_shared<Throwing>()),
+      std::make_shared<RKVURLSession>(std::make_shared<RKVURLSessionProvider>()));
+  RKVLogCapture quiet;
+  bool added = true;
+  EXPECT_NO_THROW(added = manager.addPixel(pixel(1, "http://t.example/1", RKVPixel::Date(1s))));
+  EXPECT_FALSE(added);
+  // Only the handler holds the promise: a handler destroyed uncalled breaks it at once.
+  auto promise = std::make_shared<std::promise<bool>>();
+  auto future = promise->get_future();
+  manager.callPixelsWithReport([promise](const auto& report) { promise->set_value(report.saved); });
+  ASSERT_EQ(future.wait_for(test::kHangGuard), std::future_status::ready);
+  bool saved = true;
+  EXPECT_NO_THROW(saved = future.get());
+  EXPECT_FALSE(saved);
+  EXPECT_THAT(manager.allPixels(), IsEmpty());  // dropped as expired, unsent
+}
+
+// A log output that throws while the round logs a failed pixel ends the round there, but its
+// handler is still called and the pixel stays pending.
+TEST(RKVPixelManagerTest, ALogOutputThatThrowsStillEndsTheRound) {
+  RKVTestHTTPServer server;
+  server.setRoute("/fail", RKVTestRoute::answer(500, ""));
+  Pixels pixels;
+  pixels.manager->addPixel(pixel(1, server.url("/fail")));
+  RKVLogCapture throwing([](std::string_view message) {
+    if (message.rfind("Can't send pixel", 0) == 0) throw std::runtime_error("output");
+  });
+  auto promise = std::make_shared<std::promise<void>>();
+  auto future = promise->get_future();
+  pixels.manager->callPixelsWithCompletionHandler([promise] { promise->set_value(); });
+  ASSERT_EQ(future.wait_for(test::kHangGuard), std::future_status::ready);
+  EXPECT_NO_THROW(future.get());
+  EXPECT_THAT(ids(pixels.manager->allPixels()), ElementsAre(1u));
+  EXPECT_THAT(pixels.onDisk(), ElementsAre(1u));
 }
 
 TEST(RKVPixelManagerTest, PixelsAddedFromSeveralThreadsDuringRoundsAreAllDelivered) {

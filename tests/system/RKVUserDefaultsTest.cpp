@@ -8,6 +8,7 @@
 #include "rkv/system/RKVMemoryUserDefaultsStore.h"
 #include "rkv/system/RKVSQLiteUserDefaultsStore.h"
 #include "rkv/system/RKVUserDefaults.h"
+#include "rkv/system/internal/RKVSQLiteDatabase.h"
 
 #include "tests/support/RKVLogCapture.h"
 #include "tests/support/RKVTempDir.h"
@@ -131,6 +132,31 @@ TEST(RKVUserDefaultsTest, AnUnreadableFileGivesAnEmptyStoreAndOneErrorAndSavingW
     EXPECT_EQ(openDefaults(path)->stringForKey("after"), "saved");
     EXPECT_EQ(log.errorMessages().size(), 1u);
   }
+}
+
+// A file that another connection holds locked past the busy time-out is busy, not unreadable:
+// it stays where it is with everything it stores, and is read again once it is free.
+TEST(RKVUserDefaultsTest, AFileHeldByAnotherConnectionIsNotSetAside) {
+  test::RKVTempDir dir;
+  auto path = dir.file("defaults.sqlite");
+  {
+    auto defaults = openDefaults(path);
+    defaults->setString("kept", "yes");
+    ASSERT_TRUE(defaults->synchronize());
+  }
+  std::string error;
+  auto holder = internal::RKVSQLiteDatabase::open(path, false, &error);
+  ASSERT_TRUE(holder) << error;
+  ASSERT_TRUE(holder->exec("PRAGMA locking_mode=EXCLUSIVE; BEGIN EXCLUSIVE", &error)) << error;
+  {
+    test::RKVLogCapture log;
+    EXPECT_EQ(openDefaults(path)->stringForKey("kept"), std::nullopt);
+    EXPECT_EQ(log.errorMessages().size(), 1u);
+  }
+  holder.reset();
+  EXPECT_EQ(openDefaults(path)->stringForKey("kept"), "yes");
+  for (const auto& entry : std::filesystem::directory_iterator(dir.path()))
+    EXPECT_EQ(entry.path().filename().string().find(".corrupt-"), std::string::npos);
 }
 
 TEST(RKVUserDefaultsTest, ConcurrentSettersAndSynchronizersLoseNoKey) {

@@ -1,7 +1,9 @@
 // rkv pixels, run in-process over a fresh data folder and a loopback server: what add keeps and
 // skips, list's and flush's JSON, what a round sends, keeps and drops, clear, usage errors.
 #include <ctime>
+#include <functional>
 #include <iomanip>
+#include <memory>
 #include <regex>
 #include <sstream>
 #include <string>
@@ -9,6 +11,9 @@
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
+
+#include "rkv/log/RKVLog.h"
+#include "rkv/system/internal/RKVSQLiteDatabase.h"
 
 #include "tests/support/RKVTempDir.h"
 #include "tests/support/RKVTestHTTPServer.h"
@@ -126,6 +131,9 @@ TEST_F(RKVPixelsToolTest, SkippedTextsAndUsageErrors) {
       {"add"},
       {"add", "--expires", "soon", "http://h/"},
       {"add", "--expires", "inf", "http://h/"},
+      // Beyond the clock's range (about 292 years around 1970): the date would wrap around.
+      {"add", "--expires", "8e9", "http://h/"},
+      {"add", "--expires", "-9.5e9", "http://h/"},
       {"list", "extra"},
       {"flush", "--frob"},
       {"send"},
@@ -138,6 +146,37 @@ TEST_F(RKVPixelsToolTest, SkippedTextsAndUsageErrors) {
     EXPECT_FALSE(result.err.empty());
   }
   EXPECT_EQ(json({"list", "--json"})["pixels"].size(), std::size(cases));
+}
+
+// The batch's save fails (another connection holds the file's write lock past the busy
+// time-out) and the file is free again right after: the batch the caller was told failed must
+// not be written by a later save, nor by the defaults when they go.
+TEST_F(RKVPixelsToolTest, ABatchWhoseSaveFailedIsNotWrittenLater) {
+  ASSERT_EQ(pixels({"list"}).status, kExitSuccess);  // the file exists
+  std::string error;
+  auto blocker =
+      internal::RKVSQLiteDatabase::open((dir_.path() / "defaults.sqlite").string(), false, &error);
+  ASSERT_TRUE(blocker) << error;
+  ASSERT_TRUE(blocker->exec("BEGIN IMMEDIATE", &error)) << error;
+  // The failed write's error line (asked of the data source first) lets the file go.
+  struct ReleaseOnError : RKVLogDataSource {
+    std::function<void()> release;
+    bool shouldLogMessageWithLevel(const RKVLog&, int64_t level) override {
+      if (level == 2 && release) std::exchange(release, nullptr)();
+      return false;
+    }
+  };
+  auto source = std::make_shared<ReleaseOnError>();
+  source->release = [&] { blocker->exec("ROLLBACK", nullptr); };
+  const auto log = RKVLog::sharedInstance();
+  const auto previous = log->dataSource();
+  log->setDataSource(source);
+  const Result added = pixels({"add", server_.url("/ok")});
+  log->setDataSource(previous);
+  EXPECT_EQ(source->release, nullptr);  // the write did fail
+  EXPECT_EQ(added.status, kExitFailure);
+  EXPECT_NE(added.err.find("none was added"), std::string::npos) << added.err;
+  EXPECT_EQ(json({"list", "--json"})["pixels"], Json::array());
 }
 
 }  // namespace

@@ -182,10 +182,13 @@ int add(const RKVCommandLine& commandLine, const PixelsOptions& options,
     pixels.push_back(std::move(pixel));
   }
   if (!session->manager().addPixels(pixels)) {
-    // Take the batch back out of memory, so that no later write (the defaults write what is
-    // pending when they go) stores a batch the caller was told failed.
+    // Take the batch back out of memory and hand the list without it to the defaults: they still
+    // hold the failed list as pending and write what is pending when they go, which would store
+    // a batch the caller was told failed. If this save fails too, what stays pending is this
+    // list.
     for (const RKVPixel& pixel : pixels)
       session->store().deletePixel(pixel);
+    session->store().saveToDisk();
     streams.err << who << ": the pixels could not be saved to " << commandLine.userDefaultsPath()
                 << "; none was added\n";
     return kExitFailure;
@@ -273,17 +276,27 @@ int clear(const RKVCommandLine& commandLine, RKVCommandStreams& streams) {
   return kExitSuccess;
 }
 
-// Any finite number of seconds, negative included (a pixel that is already expired).
+// Any finite number of seconds, negative included (a pixel that is already expired), whose
+// expiration date the system clock can hold: beyond its range (about 292 years either side of
+// 1970) the date would wrap around and the pixel expire centuries ago. A day is kept in hand
+// for the time between this check and the add.
 CLI::Validator finiteSeconds() {
   return CLI::Validator(
       [](std::string& text) -> std::string {
         try {
           size_t used = 0;
           const double value = std::stod(text, &used);
-          if (used == text.size() && std::isfinite(value) && std::fabs(value) < 1e10) return "";
+          using Seconds = std::chrono::duration<double>;
+          const double limit =
+              Seconds(std::chrono::system_clock::duration::max()).count() - 86400.0;
+          const double now = Seconds(std::chrono::system_clock::now().time_since_epoch()).count();
+          if (used == text.size() && std::isfinite(value) && std::fabs(value) < limit &&
+              std::fabs(now + value) < limit)
+            return "";
         } catch (const std::exception&) {
         }
-        return "must be a number of seconds (negative: already expired)";
+        return "must be a number of seconds (negative: already expired) that keeps the expiration "
+               "within the clock's range";
       },
       "SECONDS");
 }
