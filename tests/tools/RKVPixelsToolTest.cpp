@@ -151,32 +151,45 @@ TEST_F(RKVPixelsToolTest, SkippedTextsAndUsageErrors) {
 // The batch's save fails (another connection holds the file's write lock past the busy
 // time-out) and the file is free again right after: the batch the caller was told failed must
 // not be written by a later save, nor by the defaults when they go.
-TEST_F(RKVPixelsToolTest, ABatchWhoseSaveFailedIsNotWrittenLater) {
-  ASSERT_EQ(pixels({"list"}).status, kExitSuccess);  // the file exists
-  std::string error;
-  auto blocker =
-      internal::RKVSQLiteDatabase::open((dir_.path() / "defaults.sqlite").string(), false, &error);
-  ASSERT_TRUE(blocker) << error;
-  ASSERT_TRUE(blocker->exec("BEGIN IMMEDIATE", &error)) << error;
-  // The failed write's error line (asked of the data source first) lets the file go.
-  struct ReleaseOnError : RKVLogDataSource {
-    std::function<void()> release;
-    bool shouldLogMessageWithLevel(const RKVLog&, int64_t level) override {
-      if (level == 2 && release) std::exchange(release, nullptr)();
-      return false;
-    }
+// Runs `args` with the defaults file held by another connection until the first failed write
+// has logged its error line (the data source is asked first), which then lets the file go.
+TEST_F(RKVPixelsToolTest, AChangeWhoseSaveFailedIsNotWrittenLater) {
+  auto withFirstWriteFailing = [&](const Strings& args) {
+    std::string error;
+    auto blocker = internal::RKVSQLiteDatabase::open((dir_.path() / "defaults.sqlite").string(),
+                                                     false, &error);
+    EXPECT_TRUE(blocker && blocker->exec("BEGIN IMMEDIATE", &error)) << error;
+    struct ReleaseOnError : RKVLogDataSource {
+      std::function<void()> release;
+      bool shouldLogMessageWithLevel(const RKVLog&, int64_t level) override {
+        if (level == 2 && release) std::exchange(release, nullptr)();
+        return false;
+      }
+    };
+    auto source = std::make_shared<ReleaseOnError>();
+    source->release = [&] { blocker->exec("ROLLBACK", nullptr); };
+    const auto log = RKVLog::sharedInstance();
+    const auto previous = log->dataSource();
+    log->setDataSource(source);
+    const Result result = pixels(args);
+    log->setDataSource(previous);
+    EXPECT_EQ(source->release, nullptr);  // the write did fail
+    return result;
   };
-  auto source = std::make_shared<ReleaseOnError>();
-  source->release = [&] { blocker->exec("ROLLBACK", nullptr); };
-  const auto log = RKVLog::sharedInstance();
-  const auto previous = log->dataSource();
-  log->setDataSource(source);
-  const Result added = pixels({"add", server_.url("/ok")});
-  log->setDataSource(previous);
-  EXPECT_EQ(source->release, nullptr);  // the write did fail
+  ASSERT_EQ(pixels({"list"}).status, kExitSuccess);  // the file exists
+
+  const Result added = withFirstWriteFailing({"add", server_.url("/ok")});
   EXPECT_EQ(added.status, kExitFailure);
   EXPECT_NE(added.err.find("none was added"), std::string::npos) << added.err;
   EXPECT_EQ(json({"list", "--json"})["pixels"], Json::array());
+
+  ASSERT_EQ(pixels({"add", server_.url("/kept")}).status, kExitSuccess);
+  const Result cleared = withFirstWriteFailing({"clear"});
+  EXPECT_EQ(cleared.status, kExitFailure);
+  EXPECT_NE(cleared.err.find("could not be saved"), std::string::npos) << cleared.err;
+  const Json kept = json({"list", "--json"})["pixels"];
+  ASSERT_EQ(kept.size(), 1u);
+  EXPECT_EQ(kept[0]["url"], server_.url("/kept"));
 }
 
 }  // namespace

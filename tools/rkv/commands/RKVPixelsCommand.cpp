@@ -268,6 +268,11 @@ int clear(const RKVCommandLine& commandLine, RKVCommandStreams& streams) {
   for (const RKVPixel& pixel : pixels)
     session->store().deletePixel(pixel);
   if (!session->store().saveToDisk()) {
+    // Put the list back and hand it to the defaults, which write what is pending when they go:
+    // a clear the caller was told failed must not happen later.
+    for (const RKVPixel& pixel : pixels)
+      session->store().addPixel(pixel);
+    session->store().saveToDisk();
     streams.err << who << ": the pixel list could not be saved to "
                 << commandLine.userDefaultsPath() << '\n';
     return kExitFailure;
