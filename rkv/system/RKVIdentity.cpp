@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "rkv/foundation/RKVClock.h"
+#include "rkv/foundation/internal/RKVHostCall.h"
 #include "rkv/system/RKVIdentityProvider.h"
 
 namespace rkv {
@@ -21,7 +22,9 @@ RKVIdentity::RKVIdentity(std::shared_ptr<RKVIdentityProviderProtocol> identityPr
       isHashed_(hashed),
       isTransientIDEnabled_(transientIDEnabled),
       customIdentifier_(std::move(customIdentifier)) {
-  auto advertisingID = identityProvider_->advertisingID();
+  auto advertisingID = internal::callHostOr<std::optional<std::string>>(
+      "the identity provider's advertisingID", std::nullopt,
+      [&] { return identityProvider_->advertisingID(); });
   const bool advertisingIDValid = isValidUUID(advertisingID);
   if (advertisingIDValid) {
     ifa_ = std::move(advertisingID);
@@ -29,7 +32,9 @@ RKVIdentity::RKVIdentity(std::shared_ptr<RKVIdentityProviderProtocol> identityPr
     // Retrieved once: the identity below is this same value.
     transientId_ = retrieveTransientIDWithProvider(*identityProvider_);
   }
-  auto vendorID = identityProvider_->identifierForVendor();
+  auto vendorID = internal::callHostOr<std::optional<std::string>>(
+      "the identity provider's identifierForVendor", std::nullopt,
+      [&] { return identityProvider_->identifierForVendor(); });
   if (isValidUUID(vendorID)) ifv_ = std::move(vendorID);
 
   if (customIdentifier_ && !customIdentifier_->empty()) {
@@ -50,11 +55,15 @@ RKVIdentity::RKVIdentity(bool hashed, bool transientIDEnabled,
                   std::move(customIdentifier)) {}
 
 std::optional<RKVTCFString> RKVIdentity::TCFString() const {
-  return identityProvider_->TCFString();
+  return internal::callHostOr<std::optional<RKVTCFString>>(
+      "the identity provider's TCFString", std::nullopt,
+      [&] { return identityProvider_->TCFString(); });
 }
 
 std::optional<RKVCCPAString> RKVIdentity::CCPAString() const {
-  return identityProvider_->CCPAString();
+  return internal::callHostOr<std::optional<RKVCCPAString>>(
+      "the identity provider's CCPAString", std::nullopt,
+      [&] { return identityProvider_->CCPAString(); });
 }
 
 std::optional<std::string> RKVIdentity::gdprConsentString() const {
@@ -69,12 +78,19 @@ bool RKVIdentity::isValidUUID(std::optional<std::string_view> uuid) {
 
 std::optional<std::string> RKVIdentity::retrieveTransientIDWithProvider(
     RKVIdentityProviderProtocol& provider) {
-  auto stored = provider.retrieveTransientID();
-  if (stored &&
-      isValidTransientIDWithGenerationDate(stored->lastGeneration(), provider.currentDate())) {
+  // A provider that throws is host code failing: its answer counts as none (a date as now).
+  auto stored = internal::callHostOr<std::optional<RKVTransientID>>(
+      "the identity provider's retrieveTransientID", std::nullopt,
+      [&] { return provider.retrieveTransientID(); });
+  const Date now = internal::callHostOr<Date>("the identity provider's currentDate",
+                                              std::chrono::system_clock::now(),
+                                              [&] { return provider.currentDate(); });
+  if (stored && isValidTransientIDWithGenerationDate(stored->lastGeneration(), now)) {
     return stored->transientID();
   }
-  return provider.generateNewTransientID();
+  return internal::callHostOr<std::optional<std::string>>(
+      "the identity provider's generateNewTransientID", std::nullopt,
+      [&] { return provider.generateNewTransientID(); });
 }
 
 bool RKVIdentity::isValidTransientIDWithGenerationDate(std::optional<Date> generationDate) {

@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 #include <regex>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -15,6 +16,7 @@
 #include "rkv/system/RKVMemoryUserDefaultsStore.h"
 #include "rkv/system/RKVUserDefaults.h"
 
+#include "tests/support/RKVLogCapture.h"
 #include "tests/support/RKVTempDir.h"
 
 namespace rkv {
@@ -203,14 +205,36 @@ struct NoTransientProvider : RKVIdentityProvider {
   std::optional<std::string> generateNewTransientID() override { return std::nullopt; }
 };
 
-TEST_F(RKVIdentityTest, AMissingTransientIdentifierFallsThroughToNone) {
-  RKVIdentity id(
-      std::make_shared<NoTransientProvider>(defaults_, clock_, machineIDPath_, kApplication), true,
-      true, std::nullopt);
-  EXPECT_EQ(id.type(), RKVIdentityType::none);
-  EXPECT_EQ(id.identity(), "");
-  EXPECT_EQ(id.transientId(), std::nullopt);
-  EXPECT_EQ(id.ifv(), std::nullopt);  // all zeros is not valid
+// A provider whose every answer throws: host code failing, which counts as no answer.
+struct ThrowingProvider : RKVIdentityProvider {
+  using RKVIdentityProvider::RKVIdentityProvider;
+  [[noreturn]] static void fail() { throw std::runtime_error("provider failure"); }
+  std::optional<std::string> advertisingID() const override { fail(); }
+  std::optional<std::string> identifierForVendor() const override { fail(); }
+  std::optional<RKVTransientID> retrieveTransientID() const override { fail(); }
+  std::optional<std::string> generateNewTransientID() override { fail(); }
+  std::optional<RKVTCFString> TCFString() const override { fail(); }
+  std::optional<RKVCCPAString> CCPAString() const override { fail(); }
+};
+
+TEST_F(RKVIdentityTest, AProviderWithNothingToGiveOrThatThrowsLeavesNoIdentity) {
+  RKVIdentityProvider::setAdvertisingIdentifier(kZeroUUID);
+  const std::shared_ptr<RKVIdentityProviderProtocol> providers[] = {
+      std::make_shared<NoTransientProvider>(defaults_, clock_, machineIDPath_, kApplication),
+      std::make_shared<ThrowingProvider>(defaults_, clock_, machineIDPath_, kApplication)};
+  for (const auto& provider : providers) {
+    test::RKVLogCapture capture;
+    RKVIdentity id(provider, true, true, std::nullopt);
+    EXPECT_EQ(id.type(), RKVIdentityType::none);
+    EXPECT_EQ(id.identity(), "");
+    EXPECT_EQ(id.transientId(), std::nullopt);
+    EXPECT_EQ(id.ifv(), std::nullopt);  // all zeros is not valid
+    EXPECT_EQ(id.TCFString(), std::nullopt);
+    EXPECT_EQ(id.CCPAString(), std::nullopt);
+    // advertisingID, identifierForVendor, the transient pair and the two consent strings.
+    const size_t reported = provider == providers[1] ? 6 : 0;
+    EXPECT_EQ(capture.errorMessages().size(), reported);
+  }
 }
 
 }  // namespace
