@@ -24,12 +24,11 @@ void RKVVASTPixelManager::callVASTErrorPixels(
     return;
   }
   const std::string code = std::to_string(errorCode);
-  std::vector<RKVPixel> pixels;
-  pixels.reserve(errorPixels->size());
+  // One addPixel per URL, in order, so that a pixel manager that watches what is queued sees
+  // each; a save each (error pixels are few).
   for (const RKVVASTURL& errorPixel : *errorPixels)
-    pixels.emplace_back(RKVURLUtils::replaceMacro("[ERRORCODE]", errorPixel.url(), code));
-  // One save for the whole list: nothing is sent before the round below anyway.
-  pixelManager_->addPixels(pixels);
+    pixelManager_->addPixel(
+        RKVPixel(RKVURLUtils::replaceMacro("[ERRORCODE]", errorPixel.url(), code)));
   pixelManager_->callPixels();
 }
 

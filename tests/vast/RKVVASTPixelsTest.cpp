@@ -69,9 +69,19 @@ TEST(RKVVASTTrackingEventFactoryTest, OffsetsFromNamesAndAttributes) {
   EXPECT_DOUBLE_EQ(unknownLength.events()[0]->eventOffset(), -1);
 }
 
+// A pixel manager that notes each pixel handed to addPixel, as a host watching the queue would.
+struct WatchedPixelManager : RKVPixelManager {
+  using RKVPixelManager::RKVPixelManager;
+  bool addPixel(const RKVPixel& pixel) override {
+    added.push_back(pixel.url().absoluteString());
+    return RKVPixelManager::addPixel(pixel);
+  }
+  std::vector<std::string> added;
+};
+
 // A VAST pixel manager over a pixel manager whose store lives in memory.
 struct VASTPixels {
-  std::shared_ptr<RKVPixelManager> manager = std::make_shared<RKVPixelManager>(
+  std::shared_ptr<WatchedPixelManager> manager = std::make_shared<WatchedPixelManager>(
       std::make_shared<RKVPixelStore>(std::make_shared<RKVPixelStoreProvider>(
           std::make_shared<RKVUserDefaults>(std::make_shared<RKVMemoryUserDefaultsStore>()),
           "test")),
@@ -116,6 +126,9 @@ TEST(RKVVASTPixelManagerTest, ErrorPixelsCarryTheCodeOrAreNotCalled) {
   // way.
   EXPECT_THAT(targets, ElementsAre("/error?code=301&n=1", "/other?c=301", "/error?code=-2&n=1",
                                    "/other?c=-2"));
+  EXPECT_EQ(pixels.manager->added,
+            (std::vector{server.url("/error?code=301&n=1"), server.url("/other?c=301"),
+                         server.url("/error?code=-2&n=1"), server.url("/other?c=-2")}));
   EXPECT_THAT(pixels.manager->allPixels(), IsEmpty());
 }
 
