@@ -67,6 +67,10 @@ class RKV_EXPORT RKVVideoTrackingEventManager : public RKVTrackingEventManager {
   // Fires, in offset order, every time-based event whose offset is at or before `time`
   // (seconds), each tracked with callPixelsImmediately false and the delegate told count 1;
   // then, when any fired, asks for one sending round. NaN fires nothing.
+  // The factory puts "complete" and 100 % offsets at duration * 100 / 100, which for some
+  // durations lies one step above the duration itself: a host whose last report is exactly the
+  // duration should report RKVTimeUtils::timeIntervalFromPercentage(100, duration) at the end
+  // (the larger of the two), or "complete" never fires.
   void playbackProgressedToTime(double time, const RKVTrackingMacros& variables,
                                 const RKVTrackingMacros& additionalMacros = {});
 
