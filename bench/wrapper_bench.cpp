@@ -115,14 +115,21 @@ size_t appendBody(char* data, size_t size, size_t count, void* body) {
   return size * count;
 }
 
-void BM_RawCurlChain(benchmark::State& state) {
-  Chain& served = chain(state);
+// One easy handle that appends what it fetches to `body`, its connection reused from fetch to
+// fetch.
+CURL* fetcher(std::string& body) {
   CURL* easy = curl_easy_init();
-  std::string body;
   curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
   curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, appendBody);
   curl_easy_setopt(easy, CURLOPT_WRITEDATA, &body);
   curl_easy_setopt(easy, CURLOPT_TIMEOUT_MS, 5000L);
+  return easy;
+}
+
+void BM_RawCurlChain(benchmark::State& state) {
+  Chain& served = chain(state);
+  std::string body;
+  CURL* easy = fetcher(body);
   for (auto _ : state) {
     for (const std::string& url : served.urls) {
       body.clear();
@@ -151,13 +158,9 @@ bool readWithExpat(XML_Parser parser, const std::string& document) {
 
 void BM_RawCurlChainExpat(benchmark::State& state) {
   Chain& served = chain(state);
-  CURL* easy = curl_easy_init();
   XML_Parser parser = XML_ParserCreate(nullptr);
   std::string body;
-  curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
-  curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, appendBody);
-  curl_easy_setopt(easy, CURLOPT_WRITEDATA, &body);
-  curl_easy_setopt(easy, CURLOPT_TIMEOUT_MS, 5000L);
+  CURL* easy = fetcher(body);
   for (auto _ : state) {
     if (!readWithExpat(parser, served.rootDocument)) {
       state.SkipWithError("the root did not parse");
@@ -181,12 +184,8 @@ void BM_RawCurlChainExpat(benchmark::State& state) {
 // the ad store and the merging of the levels.
 void BM_RawCurlChainParsed(benchmark::State& state) {
   Chain& served = chain(state);
-  CURL* easy = curl_easy_init();
   std::string body;
-  curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
-  curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, appendBody);
-  curl_easy_setopt(easy, CURLOPT_WRITEDATA, &body);
-  curl_easy_setopt(easy, CURLOPT_TIMEOUT_MS, 5000L);
+  CURL* easy = fetcher(body);
   auto parsed = [](const std::string& document) {
     return rkv::RKVVASTParser::parseXMLAndGenerateVASTObjectModel(document, true, nullptr)
                .model() != nullptr;
