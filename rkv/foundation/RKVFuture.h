@@ -50,8 +50,7 @@ class RKV_EXPORT RKVFuture {
     // The completion travels inside the submitted job: run or destroyed unrun, it ends the wait.
     auto job = [completion = std::make_shared<Completion>(state_),
                 fn = Task(std::forward<F>(task))]() mutable {
-      completion->finish(
-          internal::callHostOr<std::optional<T>>("An RKVFuture's task", std::nullopt, fn));
+      completion->finish(internal::callHostOrDefault("An RKVFuture's task", fn));
     };
     executor.submit(std::move(job));  // refused: the job is destroyed, which ends the future
   }

@@ -40,9 +40,8 @@ std::vector<RKVPixel> RKVPixelStore::loadPixels() {
   Lock lock(mu_);
   if (!provider_) return {};
   // A provider is the host's to replace; one that throws reads as one with nothing stored.
-  return internal::callHostOr<std::optional<std::vector<RKVPixel>>>(
-             "the pixel store provider's loadPixels", std::nullopt,
-             [&] { return provider_->loadPixels(); })
+  return internal::callHostOrDefault("the pixel store provider's loadPixels",
+                                     [&] { return provider_->loadPixels(); })
       .value_or(std::vector<RKVPixel>());
 }
 
@@ -52,8 +51,8 @@ bool RKVPixelStore::saveToDisk() {
   Lock lock(mu_);
   // A provider that throws has not saved: a sending round goes on to its handler, and the list
   // is written again at the next save.
-  return provider_ && internal::callHostOr("the pixel store provider's savePixels", false,
-                                           [&] { return provider_->savePixels(pixels_); });
+  return provider_ && internal::callHostOrDefault("the pixel store provider's savePixels",
+                                                  [&] { return provider_->savePixels(pixels_); });
 }
 
 bool RKVPixelStore::addPixel(const RKVPixel& pixel) {

@@ -55,9 +55,9 @@ std::shared_ptr<RKVURLSessionTask> RKVURLSession::asynchronousDataRequestWithURL
     const RKVURLRequest& request, RKVURLSessionCompletion completionHandler) {
   auto provider = sessionProvider();
   if (!provider) return nullptr;
-  return internal::callHostOr<std::shared_ptr<RKVURLSessionTask>>(
-      "the HTTP session provider's dataRequest", nullptr,
-      [&] { return provider->dataRequest(request, std::move(completionHandler)); });
+  return internal::callHostOrDefault("the HTTP session provider's dataRequest", [&] {
+    return provider->dataRequest(request, std::move(completionHandler));
+  });
 }
 
 std::shared_ptr<RKVURLSessionTask> RKVURLSession::asynchronousDataRequestWithURL(
@@ -77,8 +77,8 @@ RKVURLSessionResponse RKVURLSession::synchronousDataRequestWithURLRequest(
     const RKVURLRequest& request) {
   auto provider = sessionProvider();
   if (!provider) return sessionFailure(RKVURLError::NoResponse);
-  if (internal::callHostOr("the HTTP session provider's isCompletionThread", false,
-                           [&] { return provider->isCompletionThread(); })) {
+  if (internal::callHostOrDefault("the HTTP session provider's isCompletionThread",
+                                  [&] { return provider->isCompletionThread(); })) {
     return sessionFailure(RKVURLError::SynchronousRequestOnCompletionThread);
   }
   std::optional<RKVURLSessionResponse> direct;

@@ -22,9 +22,8 @@ RKVIdentity::RKVIdentity(std::shared_ptr<RKVIdentityProviderProtocol> identityPr
       isHashed_(hashed),
       isTransientIDEnabled_(transientIDEnabled),
       customIdentifier_(std::move(customIdentifier)) {
-  auto advertisingID = internal::callHostOr<std::optional<std::string>>(
-      "the identity provider's advertisingID", std::nullopt,
-      [&] { return identityProvider_->advertisingID(); });
+  auto advertisingID = internal::callHostOrDefault(
+      "the identity provider's advertisingID", [&] { return identityProvider_->advertisingID(); });
   const bool advertisingIDValid = isValidUUID(advertisingID);
   if (advertisingIDValid) {
     ifa_ = std::move(advertisingID);
@@ -32,9 +31,9 @@ RKVIdentity::RKVIdentity(std::shared_ptr<RKVIdentityProviderProtocol> identityPr
     // Retrieved once: the identity below is this same value.
     transientId_ = retrieveTransientIDWithProvider(*identityProvider_);
   }
-  auto vendorID = internal::callHostOr<std::optional<std::string>>(
-      "the identity provider's identifierForVendor", std::nullopt,
-      [&] { return identityProvider_->identifierForVendor(); });
+  auto vendorID = internal::callHostOrDefault("the identity provider's identifierForVendor", [&] {
+    return identityProvider_->identifierForVendor();
+  });
   if (isValidUUID(vendorID)) ifv_ = std::move(vendorID);
 
   if (customIdentifier_ && !customIdentifier_->empty()) {
@@ -55,15 +54,13 @@ RKVIdentity::RKVIdentity(bool hashed, bool transientIDEnabled,
                   std::move(customIdentifier)) {}
 
 std::optional<RKVTCFString> RKVIdentity::TCFString() const {
-  return internal::callHostOr<std::optional<RKVTCFString>>(
-      "the identity provider's TCFString", std::nullopt,
-      [&] { return identityProvider_->TCFString(); });
+  return internal::callHostOrDefault("the identity provider's TCFString",
+                                     [&] { return identityProvider_->TCFString(); });
 }
 
 std::optional<RKVCCPAString> RKVIdentity::CCPAString() const {
-  return internal::callHostOr<std::optional<RKVCCPAString>>(
-      "the identity provider's CCPAString", std::nullopt,
-      [&] { return identityProvider_->CCPAString(); });
+  return internal::callHostOrDefault("the identity provider's CCPAString",
+                                     [&] { return identityProvider_->CCPAString(); });
 }
 
 std::optional<std::string> RKVIdentity::gdprConsentString() const {
@@ -79,18 +76,16 @@ bool RKVIdentity::isValidUUID(std::optional<std::string_view> uuid) {
 std::optional<std::string> RKVIdentity::retrieveTransientIDWithProvider(
     RKVIdentityProviderProtocol& provider) {
   // A provider that throws is host code failing: its answer counts as none (a date as now).
-  auto stored = internal::callHostOr<std::optional<RKVTransientID>>(
-      "the identity provider's retrieveTransientID", std::nullopt,
-      [&] { return provider.retrieveTransientID(); });
+  auto stored = internal::callHostOrDefault("the identity provider's retrieveTransientID",
+                                            [&] { return provider.retrieveTransientID(); });
   const Date now = internal::callHostOr<Date>("the identity provider's currentDate",
                                               std::chrono::system_clock::now(),
                                               [&] { return provider.currentDate(); });
   if (stored && isValidTransientIDWithGenerationDate(stored->lastGeneration(), now)) {
     return stored->transientID();
   }
-  return internal::callHostOr<std::optional<std::string>>(
-      "the identity provider's generateNewTransientID", std::nullopt,
-      [&] { return provider.generateNewTransientID(); });
+  return internal::callHostOrDefault("the identity provider's generateNewTransientID",
+                                     [&] { return provider.generateNewTransientID(); });
 }
 
 bool RKVIdentity::isValidTransientIDWithGenerationDate(std::optional<Date> generationDate) {

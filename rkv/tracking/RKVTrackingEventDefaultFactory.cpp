@@ -18,8 +18,8 @@ RKVTrackingEventDefaultFactory::Events RKVTrackingEventDefaultFactory::filterEve
   kept.reserve(events.size());
   for (const auto& event : events) {
     if (event == nullptr) continue;
-    if (filter && !internal::callHostOr("RKVTrackingEventDefaultFactory filter", false,
-                                        [&] { return filter(*event); }))
+    if (filter && !internal::callHostOrDefault("RKVTrackingEventDefaultFactory filter",
+                                               [&] { return filter(*event); }))
       continue;
     kept.push_back(event);
   }

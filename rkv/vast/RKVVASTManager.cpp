@@ -410,8 +410,8 @@ class RKV_HIDDEN RKVVASTManager::Core : public std::enable_shared_from_this<Core
       adapter = adapter_.lock();
     }
     if (!adapter) return nullptr;
-    return internal::callHostOr<std::shared_ptr<RKVConsumableVideoAd>>(
-        "RKVVASTManagerAdapter::convertVASTAdToConsumableVideoAd", nullptr,
+    return internal::callHostOrDefault(
+        "RKVVASTManagerAdapter::convertVASTAdToConsumableVideoAd",
         [&] { return adapter->convertVASTAdToConsumableVideoAd(ad); });
   }
 

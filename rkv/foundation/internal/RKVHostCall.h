@@ -5,6 +5,7 @@
 #pragma once
 
 #include <string_view>
+#include <type_traits>
 #include <utility>
 
 namespace rkv::internal {
@@ -37,6 +38,13 @@ Result callHostOr(std::string_view site, Result fallback, Call&& call) noexcept 
     reportHostException(site);
     return fallback;
   }
+}
+
+// As callHostOr, with the fallback the call's result type gives when value-initialised
+// (std::nullopt, nullptr, false): what most host calls answer when they fail.
+template <typename Call>
+std::invoke_result_t<Call&> callHostOrDefault(std::string_view site, Call&& call) noexcept {
+  return callHostOr(site, std::invoke_result_t<Call&>{}, call);
 }
 
 }  // namespace rkv::internal
