@@ -272,6 +272,7 @@ TEST(RKVToolTest, OutputsStatusesAndDiagnostics) {
       {{"resolve", "-"}, escaped, kExitSuccess, {"AdTitle " + title}, ""},
       {{"--version"}, "", kExitSuccess, {}, ""},
       {{"no-such-command"}, "", kExitUsage, {}, ""},
+      {{"--data-dir", "", "errors", "301"}, "", kExitUsage, {}, "--data-dir: must not be empty"},
       {{"errors", "7"}, "", kExitFailure, {}, "rkv errors: no VAST error has one of these codes\n"},
       {{"errors", "seven"}, "", kExitUsage, {}, ""},
       {{"inspect"}, "", kExitUsage, {}, ""},

@@ -107,7 +107,12 @@ RKVCommandLine::RKVCommandLine()
                   "Folder of the tool's user defaults (defaults.sqlite: the pending pixels) and "
                   "of its lock file rkv.lock; default: the library's own place, "
                   "$XDG_DATA_HOME/rkvcore/<application>/")
-      ->type_name("DIR");
+      ->type_name("DIR")
+      // An empty value (an unset variable, say) must not fall back to the default place: the
+      // command would quietly use another store than the one asked for.
+      ->check(CLI::Validator(
+          [](std::string& text) { return text.empty() ? std::string("must not be empty") : ""; },
+          ""));
   app_.require_subcommand(0, 1);
 }
 
