@@ -300,7 +300,8 @@ CLI::Validator finiteSeconds() {
             return "";
         } catch (const std::exception&) {
         }
-        return "must be a number of seconds (negative: already expired) that keeps the expiration "
+        return "must be a number of seconds (-1 or less: already expired) that keeps the "
+               "expiration "
                "within the clock's range";
       },
       "SECONDS");
@@ -336,7 +337,8 @@ void registerRKVPixelsCommand(RKVCommandLine& commandLine) {
       ->required();
   addApp
       ->add_option("--expires", options->expires,
-                   "Seconds from now to the pixels' expiration (negative: already expired)")
+                   "Seconds from now to the pixels' expiration (-1 or less: already expired; "
+                   "expiry counts whole seconds)")
       ->check(finiteSeconds())
       ->capture_default_str();
 
