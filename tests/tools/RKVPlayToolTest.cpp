@@ -10,6 +10,8 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "rkv/tracking/RKVIABMacros.h"
+
 #include "tests/support/RKVTempDir.h"
 #include "tests/support/RKVTestHTTPServer.h"
 #include "tests/tools/RKVToolRun.h"
@@ -52,7 +54,8 @@ class RKVPlayToolTest : public ::testing::Test {
     return "<VAST version=\"4.0\"><Ad id=\"inline-1\"><InLine><AdSystem>S</AdSystem><AdTitle>T"
            "</AdTitle><Impression><![CDATA[" +
            server_.url("/imp/inline?cb=[CACHEBUSTING]") +
-           "]]></Impression><ViewableImpression><Viewable><![CDATA[" + server_.url("/viewable") +
+           "]]></Impression><ViewableImpression><Viewable><![CDATA[" +
+           server_.url("/viewable?ph=[ADPLAYHEAD]") +
            "]]></Viewable></ViewableImpression><Creatives><Creative><Linear>" + duration +
            "<TrackingEvents>" + pixel("/start/inline", "start") + pixel("/q1", "firstQuartile") +
            pixel("/mid", "midpoint") + pixel("/q3", "thirdQuartile") +
@@ -152,6 +155,13 @@ TEST_F(RKVPlayToolTest, ViewableCountsOnlyTheSecondsThatPlayed) {
     at[event["event"].get<std::string>()] = event["t"].get<double>();
   EXPECT_EQ(at.at("resume"), 4);
   EXPECT_GT(at.at("viewable"), 4);
+  // Its [ADPLAYHEAD] is the ad's position when it fired: three seconds were paused.
+  const std::string playhead =
+      RKVIABMacros::percentEncode(*RKVIABMacros::playhead(at.at("viewable") - 3));
+  for (const Json& event : output["events"]) {
+    if (event["event"] == "viewable")
+      EXPECT_NE(event["url"].get<std::string>().find("?ph=" + playhead), std::string::npos);
+  }
 }
 
 TEST_F(RKVPlayToolTest, WhatCannotBePlayedFailsWithItsReason) {

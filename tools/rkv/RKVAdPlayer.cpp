@@ -216,18 +216,20 @@ std::optional<RKVPlayResult> RKVAdPlayer::play(const RKVVASTAd& ad, std::string&
   auto relay = std::make_shared<ViewabilityRelay>(viewability);
   RKVViewabilityManager measurement(adView, relay, loop, application);
 
-  // One step of simulated time: paced against the real clock, then the loop's timers (the
-  // viewability measurement and its tracking) run for it.
+  // One step of simulated time, which leaves the ad at `contentAfter`: paced against the real
+  // clock, then the loop's timers (the viewability measurement and its tracking) run for it, with
+  // the macros of the step's end, the moment their pixels are stamped with.
   const auto realStart = std::chrono::steady_clock::now();
-  auto step = [&](double seconds) {
+  auto step = [&](double seconds, double contentAfter) {
     sim += seconds;
     std::this_thread::sleep_until(realStart +
                                   std::chrono::duration_cast<std::chrono::steady_clock::duration>(
                                       std::chrono::duration<double>(sim / options_.speed)));
     clock->advance(simulated(seconds));
+    content = contentAfter;
+    viewability.setMacros(macros());
     for (int i = 0; i < 8 && loop->poll() > 0; ++i) {
     }
-    viewability.setMacros(macros());
   };
   // Where the library puts the end of the content: "complete" and "100%" offsets are the
   // duration times 100 / 100, which may lie a little past the duration itself.
@@ -287,7 +289,7 @@ std::optional<RKVPlayResult> RKVAdPlayer::play(const RKVVASTAd& ad, std::string&
 
   while (!ended) {
     if (resumeAt) {
-      step(std::min(kProgressPeriod, std::max(0.0, *resumeAt - sim)));
+      step(std::min(kProgressPeriod, std::max(0.0, *resumeAt - sim)), content);
       if (sim + 1e-9 >= *resumeAt) {
         resumeAt.reset();
         trackVideo(RKVVideoEventType::resume);
@@ -297,8 +299,7 @@ std::optional<RKVPlayResult> RKVAdPlayer::play(const RKVVASTAd& ad, std::string&
     }
     if (content >= *duration) break;
     const double target = std::min(content + kProgressPeriod, nextPlayerEvent());
-    step(target - content);
-    content = target;
+    step(target - content, target);
     report();
     playerEventsAt(content);
   }
