@@ -144,6 +144,17 @@ TEST_F(RKVPlayToolTest, TheEndFiresCompleteWhateverTheDuration) {
   EXPECT_EQ(std::count(received.begin(), received.end(), "/complete/inline"), 1);
 }
 
+TEST_F(RKVPlayToolTest, PlayerEventsAtTheEndComeTooLate) {
+  // The ad has ended with complete at 10 s: there is nothing left to mute, pause or skip.
+  const Result result = play({"--speed", "50", "--mute-at", "10", "--pause-at", "10", "--pause-for",
+                              "1", "--skip-at", "10", server_.url("/inline.xml")});
+  ASSERT_EQ(result.status, kExitSuccess) << result.err;
+  EXPECT_NE(result.out.find("played to the end"), std::string::npos) << result.out;
+  const Strings received = this->received();
+  ASSERT_FALSE(received.empty());
+  EXPECT_EQ(received.back(), "/complete/inline");
+}
+
 TEST_F(RKVPlayToolTest, ViewableCountsOnlyTheSecondsThatPlayed) {
   // Paused from 1 s to 4 s on screen: two seconds of the ad have not played before the resume.
   const Result result = play({"--speed", "50", "--json", "--pause-at", "1", "--pause-for", "3",

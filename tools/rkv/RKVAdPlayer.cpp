@@ -253,6 +253,8 @@ std::optional<RKVPlayResult> RKVAdPlayer::play(const RKVVASTAd& ad, std::string&
   std::optional<double> resumeAt;
   bool ended = false;
   auto playerEventsAt = [&](double at) {
+    // At the end the ad has completed: there is nothing left to mute, pause or skip.
+    if (at >= *duration) return;
     if (!muted && *options_.muteAt <= at) {
       muted = true;
       trackVideo(RKVVideoEventType::mute);
