@@ -170,9 +170,42 @@ TEST_F(RKVPlayToolTest, ViewableCountsOnlyTheSecondsThatPlayed) {
   const std::string playhead =
       RKVIABMacros::percentEncode(*RKVIABMacros::playhead(at.at("viewable") - 3));
   for (const Json& event : output["events"]) {
-    if (event["event"] == "viewable")
+    if (event["event"] == "viewable") {
       EXPECT_NE(event["url"].get<std::string>().find("?ph=" + playhead), std::string::npos);
+    }
   }
+}
+
+TEST_F(RKVPlayToolTest, WhatCannotBePlayedFiresItsErrorPixels) {
+  const std::string error =
+      "<Error><![CDATA[" + server_.url("/error?code=[ERRORCODE]") + "]]></Error>";
+  const std::string impression = "<Impression><![CDATA[" + server_.url("/imp") + "]]></Impression>";
+  // A wrapper whose ad tag leads nowhere, and an inline ad with nothing linear to play.
+  server_.setRoute("/lost.xml",
+                   RKVTestRoute::answer(200,
+                                        "<VAST version=\"4.0\"><Ad><Wrapper><AdSystem>W</AdSystem>"
+                                        "<VASTAdTagURI><![CDATA[" +
+                                            server_.url("/missing.xml") + "]]></VASTAdTagURI>" +
+                                            impression + error + "</Wrapper></Ad></VAST>"));
+  server_.setRoute(
+      "/banner.xml",
+      RKVTestRoute::answer(
+          200, "<VAST version=\"4.0\"><Ad><InLine><AdSystem>S</AdSystem><AdTitle>T</AdTitle>" +
+                   impression + error +
+                   "<Creatives><Creative><NonLinearAds><NonLinear width=\"300\" height=\"50\">"
+                   "<StaticResource creativeType=\"image/png\"><![CDATA[" +
+                   server_.url("/b.png") +
+                   "]]></StaticResource></NonLinear></NonLinearAds></Creative></Creatives>"
+                   "</InLine></Ad></VAST>"));
+  server_.setRoute("/error", RKVTestRoute::answer(204, ""));
+  EXPECT_EQ(play({server_.url("/lost.xml")}).status, kExitFailure);
+  EXPECT_EQ(play({server_.url("/banner.xml")}).status, kExitFailure);
+  Strings errors;
+  for (const auto& request : server_.requests()) {
+    if (request.target.rfind("/error", 0) == 0) errors.push_back(request.target);
+  }
+  // No answer after the wrapper (303); a linear ad expected (201).
+  EXPECT_EQ(errors, Strings({"/error?code=303", "/error?code=201"}));
 }
 
 TEST_F(RKVPlayToolTest, WhatCannotBePlayedFailsWithItsReason) {

@@ -17,7 +17,9 @@
 #include "rkv/tracking/RKVViewabilityManager.h"
 #include "rkv/tracking/RKVViewabilityTrackingEvent.h"
 #include "rkv/tracking/RKVViewabilityTrackingEventManager.h"
+#include "rkv/vast/RKVVASTPixelManager.h"
 #include "rkv/vast/RKVVASTTrackingEventFactory.h"
+#include "rkv/vast/errors/RKVVASTError.h"
 #include "rkv/vast/model/RKVVASTCreativeLinear.h"
 #include "rkv/vast/model/RKVVASTMediaFile.h"
 
@@ -128,6 +130,15 @@ std::optional<double> RKVAdPlayer::durationOf(const std::optional<std::string>& 
   return std::nullopt;
 }
 
+void RKVAdPlayer::fireErrorPixels(const std::vector<RKVVASTURL>& urls, int64_t code) {
+  RKVVASTPixelManager(pixels_).callVASTErrorPixels(urls, code);
+  for (RKVPixel& pixel : pixels_->take()) {
+    RKVPlayedEvent event{0, "error", pixel.url().absoluteString(), pixel.ID()};
+    if (observer_) observer_(event);
+    errors_.push_back(std::move(event));
+  }
+}
+
 std::optional<RKVPlayResult> RKVAdPlayer::play(const RKVVASTAd& ad, std::string& problem) {
   // The creative: the first linear one with a media file to play.
   std::shared_ptr<RKVVASTCreativeLinear> linear;
@@ -140,8 +151,12 @@ std::optional<RKVPlayResult> RKVAdPlayer::play(const RKVVASTAd& ad, std::string&
     }
   }
   if (!linear) {
-    problem = ad.linearCreatives().empty() ? "the ad has no linear creative"
-                                           : "no media file of the ad can be played";
+    const bool noLinear = ad.linearCreatives().empty();
+    problem = noLinear ? "the ad has no linear creative" : "no media file of the ad can be played";
+    fireErrorPixels(ad.errorPixels(),
+                    (noLinear ? RKVVASTError::VAST_CREATIVE_ERROR_MISMATCHED_AD_LINEARITY()
+                              : RKVVASTError::VAST_LINEAR_ERROR_MEDIA_NO_VALID_FORMAT())
+                        .VASTCode());
     return std::nullopt;
   }
   std::optional<double> duration = durationOf(linear->duration(), options_.duration);
@@ -151,10 +166,13 @@ std::optional<RKVPlayResult> RKVAdPlayer::play(const RKVVASTAd& ad, std::string&
   }
   if (*duration > kLongestSimulatedSeconds) {
     problem = "the ad lasts more than a day, longer than rkv play simulates";
+    fireErrorPixels(ad.errorPixels(),
+                    RKVVASTError::VAST_CREATIVE_ERROR_MISMATCHED_AD_DURATION().VASTCode());
     return std::nullopt;
   }
 
   RKVPlayResult result;
+  result.events = std::exchange(errors_, {});
   result.mediaFile = mediaFile->url() ? mediaFile->url()->absoluteString() : std::string();
   result.duration = *duration;
 
