@@ -2,6 +2,7 @@
 // wrapper, its inline ad and every pixel: what reaches the server, how often and in which order,
 // the simulated times of the JSON, the player events, viewability, and the failures.
 #include <algorithm>
+#include <filesystem>
 #include <map>
 #include <regex>
 #include <string>
@@ -174,6 +175,14 @@ TEST_F(RKVPlayToolTest, ViewableCountsOnlyTheSecondsThatPlayed) {
       EXPECT_NE(event["url"].get<std::string>().find("?ph=" + playhead), std::string::npos);
     }
   }
+}
+
+TEST_F(RKVPlayToolTest, TheDataFolderMayAlsoFollowTheSubcommand) {
+  const test::RKVTempDir dir;
+  const Result result = test::runTool(
+      {"play", "--data-dir", dir.path().string(), "--speed", "50", server_.url("/inline.xml")});
+  EXPECT_EQ(result.status, kExitSuccess) << result.err;
+  EXPECT_TRUE(std::filesystem::exists(dir.path() / "defaults.sqlite"));
 }
 
 TEST_F(RKVPlayToolTest, WhatCannotBePlayedFiresItsErrorPixels) {
