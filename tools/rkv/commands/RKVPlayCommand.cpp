@@ -9,6 +9,7 @@
 #include <iomanip>
 #include <iostream>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <ostream>
 #include <set>
@@ -62,32 +63,37 @@ struct ReportedError {
   std::vector<RKVVASTURL> errorURLs;
 };
 
-// The player wants the ad, and the error URLs to fire; the other reports are not shown.
+// The player wants the ad, and the error URLs to fire; the other reports are not shown. Reports
+// of passback wrappers come from background threads.
 class ErrorCollector final : public RKVVASTManagerDelegate {
  public:
-  explicit ErrorCollector(std::vector<ReportedError>& errors) : errors_(errors) {}
   void didEncounterError(RKVVASTManager& /*vastManager*/, const RKVVASTError& error,
                          const std::vector<RKVVASTURL>& errorURLs,
                          const std::optional<std::string>& /*VASTResponse*/) override {
+    std::lock_guard lock(mutex_);
     errors_.push_back({error.VASTCode(), errorURLs});
+  }
+  std::vector<ReportedError> errors() const {
+    std::lock_guard lock(mutex_);
+    return errors_;
   }
 
  private:
-  std::vector<ReportedError>& errors_;
+  mutable std::mutex mutex_;
+  std::vector<ReportedError> errors_;
 };
 
-// The first ad of the answer, or null with `problem` saying why there is none. `errors` receives
-// the failures met on the way.
+// The first ad of the answer, or null with `problem` saying why there is none. `errors` hears of
+// the failures met on the way; the manager is gone, and with it every report, when this returns.
 std::shared_ptr<RKVVASTAd> resolveFirstAd(const RKVInput& input, double timeout,
                                           const std::shared_ptr<RKVTransportLog>& transport,
-                                          std::vector<ReportedError>& errors,
+                                          const std::shared_ptr<ErrorCollector>& errors,
                                           std::string& problem) {
   RKVVASTManagerConfig config(timeout, RKVVASTManagerConfig::DEFAULT_MAXIMUM_WRAPPERS, false,
                               false);
-  // The manager holds its delegate and adapter weakly: they live here, beside it.
-  auto delegate = std::make_shared<ErrorCollector>(errors);
+  // The manager holds its delegate and adapter weakly: they live beside it.
   auto adapter = std::make_shared<RKVHandBackAdapter>();
-  RKVVASTManager manager(delegate, adapter, std::make_shared<RKVURLSession>(transport), config);
+  RKVVASTManager manager(errors, adapter, std::make_shared<RKVURLSession>(transport), config);
   manager.createAdsStoreWithXML(
       input.bytes ? std::optional<std::string_view>(*input.bytes) : std::nullopt, input.url,
       timeout);
@@ -137,7 +143,7 @@ int play(const PlayOptions& options, const RKVCommandLine& commandLine,
   }
 
   const auto transport = std::make_shared<RKVTransportLog>();
-  std::vector<ReportedError> errors;
+  const auto errors = std::make_shared<ErrorCollector>();
   std::shared_ptr<RKVVASTAd> ad =
       resolveFirstAd(*input, options.timeout, transport, errors, problem);
   for (const RKVTransportLog::Failure& failure : transport->failures()) {
@@ -175,7 +181,7 @@ int play(const PlayOptions& options, const RKVCommandLine& commandLine,
   }
 
   // The error pixels of the failures met on the way go first, whether an ad plays or not.
-  for (const ReportedError& error : errors)
+  for (const ReportedError& error : errors->errors())
     player.fireErrorPixels(error.errorURLs, error.VASTCode);
   std::optional<RKVPlayResult> result = ad ? player.play(*ad, problem) : std::nullopt;
   if (lineShown) streams.out << "\r\033[K";
