@@ -2,6 +2,7 @@
 // wrapper, its inline ad and every pixel: what reaches the server, how often and in which order,
 // the simulated times of the JSON, the player events, viewability, and the failures.
 #include <algorithm>
+#include <filesystem>
 #include <map>
 #include <regex>
 #include <string>
@@ -9,6 +10,8 @@
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
+
+#include "rkv/tracking/RKVIABMacros.h"
 
 #include "tests/support/RKVTempDir.h"
 #include "tests/support/RKVTestHTTPServer.h"
@@ -52,7 +55,8 @@ class RKVPlayToolTest : public ::testing::Test {
     return "<VAST version=\"4.0\"><Ad id=\"inline-1\"><InLine><AdSystem>S</AdSystem><AdTitle>T"
            "</AdTitle><Impression><![CDATA[" +
            server_.url("/imp/inline?cb=[CACHEBUSTING]") +
-           "]]></Impression><ViewableImpression><Viewable><![CDATA[" + server_.url("/viewable") +
+           "]]></Impression><ViewableImpression><Viewable><![CDATA[" +
+           server_.url("/viewable?ph=[ADPLAYHEAD]") +
            "]]></Viewable></ViewableImpression><Creatives><Creative><Linear>" + duration +
            "<TrackingEvents>" + pixel("/start/inline", "start") + pixel("/q1", "firstQuartile") +
            pixel("/mid", "midpoint") + pixel("/q3", "thirdQuartile") +
@@ -141,6 +145,17 @@ TEST_F(RKVPlayToolTest, TheEndFiresCompleteWhateverTheDuration) {
   EXPECT_EQ(std::count(received.begin(), received.end(), "/complete/inline"), 1);
 }
 
+TEST_F(RKVPlayToolTest, PlayerEventsAtTheEndComeTooLate) {
+  // The ad has ended with complete at 10 s: there is nothing left to mute, pause or skip.
+  const Result result = play({"--speed", "50", "--mute-at", "10", "--pause-at", "10", "--pause-for",
+                              "1", "--skip-at", "10", server_.url("/inline.xml")});
+  ASSERT_EQ(result.status, kExitSuccess) << result.err;
+  EXPECT_NE(result.out.find("played to the end"), std::string::npos) << result.out;
+  const Strings received = this->received();
+  ASSERT_FALSE(received.empty());
+  EXPECT_EQ(received.back(), "/complete/inline");
+}
+
 TEST_F(RKVPlayToolTest, ViewableCountsOnlyTheSecondsThatPlayed) {
   // Paused from 1 s to 4 s on screen: two seconds of the ad have not played before the resume.
   const Result result = play({"--speed", "50", "--json", "--pause-at", "1", "--pause-for", "3",
@@ -152,6 +167,54 @@ TEST_F(RKVPlayToolTest, ViewableCountsOnlyTheSecondsThatPlayed) {
     at[event["event"].get<std::string>()] = event["t"].get<double>();
   EXPECT_EQ(at.at("resume"), 4);
   EXPECT_GT(at.at("viewable"), 4);
+  // Its [ADPLAYHEAD] is the ad's position when it fired: three seconds were paused.
+  const std::string playhead =
+      RKVIABMacros::percentEncode(*RKVIABMacros::playhead(at.at("viewable") - 3));
+  for (const Json& event : output["events"]) {
+    if (event["event"] == "viewable") {
+      EXPECT_NE(event["url"].get<std::string>().find("?ph=" + playhead), std::string::npos);
+    }
+  }
+}
+
+TEST_F(RKVPlayToolTest, TheDataFolderMayAlsoFollowTheSubcommand) {
+  const test::RKVTempDir dir;
+  const Result result = test::runTool(
+      {"play", "--data-dir", dir.path().string(), "--speed", "50", server_.url("/inline.xml")});
+  EXPECT_EQ(result.status, kExitSuccess) << result.err;
+  EXPECT_TRUE(std::filesystem::exists(dir.path() / "defaults.sqlite"));
+}
+
+TEST_F(RKVPlayToolTest, WhatCannotBePlayedFiresItsErrorPixels) {
+  const std::string error =
+      "<Error><![CDATA[" + server_.url("/error?code=[ERRORCODE]") + "]]></Error>";
+  const std::string impression = "<Impression><![CDATA[" + server_.url("/imp") + "]]></Impression>";
+  // A wrapper whose ad tag leads nowhere, and an inline ad with nothing linear to play.
+  server_.setRoute("/lost.xml",
+                   RKVTestRoute::answer(200,
+                                        "<VAST version=\"4.0\"><Ad><Wrapper><AdSystem>W</AdSystem>"
+                                        "<VASTAdTagURI><![CDATA[" +
+                                            server_.url("/missing.xml") + "]]></VASTAdTagURI>" +
+                                            impression + error + "</Wrapper></Ad></VAST>"));
+  server_.setRoute(
+      "/banner.xml",
+      RKVTestRoute::answer(
+          200, "<VAST version=\"4.0\"><Ad><InLine><AdSystem>S</AdSystem><AdTitle>T</AdTitle>" +
+                   impression + error +
+                   "<Creatives><Creative><NonLinearAds><NonLinear width=\"300\" height=\"50\">"
+                   "<StaticResource creativeType=\"image/png\"><![CDATA[" +
+                   server_.url("/b.png") +
+                   "]]></StaticResource></NonLinear></NonLinearAds></Creative></Creatives>"
+                   "</InLine></Ad></VAST>"));
+  server_.setRoute("/error", RKVTestRoute::answer(204, ""));
+  EXPECT_EQ(play({server_.url("/lost.xml")}).status, kExitFailure);
+  EXPECT_EQ(play({server_.url("/banner.xml")}).status, kExitFailure);
+  Strings errors;
+  for (const auto& request : server_.requests()) {
+    if (request.target.rfind("/error", 0) == 0) errors.push_back(request.target);
+  }
+  // No answer after the wrapper (303); a linear ad expected (201).
+  EXPECT_EQ(errors, Strings({"/error?code=303", "/error?code=201"}));
 }
 
 TEST_F(RKVPlayToolTest, WhatCannotBePlayedFailsWithItsReason) {

@@ -17,7 +17,9 @@
 #include "rkv/tracking/RKVViewabilityManager.h"
 #include "rkv/tracking/RKVViewabilityTrackingEvent.h"
 #include "rkv/tracking/RKVViewabilityTrackingEventManager.h"
+#include "rkv/vast/RKVVASTPixelManager.h"
 #include "rkv/vast/RKVVASTTrackingEventFactory.h"
+#include "rkv/vast/errors/RKVVASTError.h"
 #include "rkv/vast/model/RKVVASTCreativeLinear.h"
 #include "rkv/vast/model/RKVVASTMediaFile.h"
 
@@ -128,6 +130,15 @@ std::optional<double> RKVAdPlayer::durationOf(const std::optional<std::string>& 
   return std::nullopt;
 }
 
+void RKVAdPlayer::fireErrorPixels(const std::vector<RKVVASTURL>& urls, int64_t code) {
+  RKVVASTPixelManager(pixels_).callVASTErrorPixels(urls, code);
+  for (RKVPixel& pixel : pixels_->take()) {
+    RKVPlayedEvent event{0, "error", pixel.url().absoluteString(), pixel.ID()};
+    if (observer_) observer_(event);
+    errors_.push_back(std::move(event));
+  }
+}
+
 std::optional<RKVPlayResult> RKVAdPlayer::play(const RKVVASTAd& ad, std::string& problem) {
   // The creative: the first linear one with a media file to play.
   std::shared_ptr<RKVVASTCreativeLinear> linear;
@@ -140,8 +151,12 @@ std::optional<RKVPlayResult> RKVAdPlayer::play(const RKVVASTAd& ad, std::string&
     }
   }
   if (!linear) {
-    problem = ad.linearCreatives().empty() ? "the ad has no linear creative"
-                                           : "no media file of the ad can be played";
+    const bool noLinear = ad.linearCreatives().empty();
+    problem = noLinear ? "the ad has no linear creative" : "no media file of the ad can be played";
+    fireErrorPixels(ad.errorPixels(),
+                    (noLinear ? RKVVASTError::VAST_CREATIVE_ERROR_MISMATCHED_AD_LINEARITY()
+                              : RKVVASTError::VAST_LINEAR_ERROR_MEDIA_NO_VALID_FORMAT())
+                        .VASTCode());
     return std::nullopt;
   }
   std::optional<double> duration = durationOf(linear->duration(), options_.duration);
@@ -151,10 +166,13 @@ std::optional<RKVPlayResult> RKVAdPlayer::play(const RKVVASTAd& ad, std::string&
   }
   if (*duration > kLongestSimulatedSeconds) {
     problem = "the ad lasts more than a day, longer than rkv play simulates";
+    fireErrorPixels(ad.errorPixels(),
+                    RKVVASTError::VAST_CREATIVE_ERROR_MISMATCHED_AD_DURATION().VASTCode());
     return std::nullopt;
   }
 
   RKVPlayResult result;
+  result.events = std::exchange(errors_, {});
   result.mediaFile = mediaFile->url() ? mediaFile->url()->absoluteString() : std::string();
   result.duration = *duration;
 
@@ -216,18 +234,20 @@ std::optional<RKVPlayResult> RKVAdPlayer::play(const RKVVASTAd& ad, std::string&
   auto relay = std::make_shared<ViewabilityRelay>(viewability);
   RKVViewabilityManager measurement(adView, relay, loop, application);
 
-  // One step of simulated time: paced against the real clock, then the loop's timers (the
-  // viewability measurement and its tracking) run for it.
+  // One step of simulated time, which leaves the ad at `contentAfter`: paced against the real
+  // clock, then the loop's timers (the viewability measurement and its tracking) run for it, with
+  // the macros of the step's end, the moment their pixels are stamped with.
   const auto realStart = std::chrono::steady_clock::now();
-  auto step = [&](double seconds) {
+  auto step = [&](double seconds, double contentAfter) {
     sim += seconds;
     std::this_thread::sleep_until(realStart +
                                   std::chrono::duration_cast<std::chrono::steady_clock::duration>(
                                       std::chrono::duration<double>(sim / options_.speed)));
     clock->advance(simulated(seconds));
+    content = contentAfter;
+    viewability.setMacros(macros());
     for (int i = 0; i < 8 && loop->poll() > 0; ++i) {
     }
-    viewability.setMacros(macros());
   };
   // Where the library puts the end of the content: "complete" and "100%" offsets are the
   // duration times 100 / 100, which may lie a little past the duration itself.
@@ -251,6 +271,8 @@ std::optional<RKVPlayResult> RKVAdPlayer::play(const RKVVASTAd& ad, std::string&
   std::optional<double> resumeAt;
   bool ended = false;
   auto playerEventsAt = [&](double at) {
+    // At the end the ad has completed: there is nothing left to mute, pause or skip.
+    if (at >= *duration) return;
     if (!muted && *options_.muteAt <= at) {
       muted = true;
       trackVideo(RKVVideoEventType::mute);
@@ -287,7 +309,7 @@ std::optional<RKVPlayResult> RKVAdPlayer::play(const RKVVASTAd& ad, std::string&
 
   while (!ended) {
     if (resumeAt) {
-      step(std::min(kProgressPeriod, std::max(0.0, *resumeAt - sim)));
+      step(std::min(kProgressPeriod, std::max(0.0, *resumeAt - sim)), content);
       if (sim + 1e-9 >= *resumeAt) {
         resumeAt.reset();
         trackVideo(RKVVideoEventType::resume);
@@ -297,8 +319,7 @@ std::optional<RKVPlayResult> RKVAdPlayer::play(const RKVVASTAd& ad, std::string&
     }
     if (content >= *duration) break;
     const double target = std::min(content + kProgressPeriod, nextPlayerEvent());
-    step(target - content);
-    content = target;
+    step(target - content, target);
     report();
     playerEventsAt(content);
   }

@@ -27,6 +27,7 @@
 #include "rkv/net/RKVURLSession.h"
 #include "rkv/tracking/RKVIABMacros.h"
 #include "rkv/vast/model/RKVVASTAd.h"
+#include "rkv/vast/model/RKVVASTURL.h"
 
 namespace rkv::cli {
 
@@ -85,8 +86,15 @@ class RKVAdPlayer {
   void setProgress(Progress progress) { progress_ = std::move(progress); }
   void setEventObserver(EventObserver observer) { observer_ = std::move(observer); }
 
+  // Fires the error URLs of a failure with its VAST code in place of [ERRORCODE], through the VAST
+  // pixel manager (nothing for -1, a failure without a VAST code), as "error" events at time 0:
+  // the next play's result begins with them.
+  void fireErrorPixels(const std::vector<RKVVASTURL>& urls, int64_t code);
+
   // The ad's first linear creative with a media file is played to its end or to the skip.
-  // std::nullopt, with `problem` saying why, when the ad has nothing to play or no duration.
+  // std::nullopt, with `problem` saying why, when the ad has nothing to play or no duration; the
+  // ad's error pixels are fired when it cannot be played (no linear creative, no media file the
+  // player takes, longer than a day).
   std::optional<RKVPlayResult> play(const RKVVASTAd& ad, std::string& problem);
 
   // The linear creative's length in seconds: its Duration when it reads as a positive time,
@@ -101,6 +109,7 @@ class RKVAdPlayer {
   RKVAdPlayerOptions options_;
   Progress progress_;
   EventObserver observer_;
+  std::vector<RKVPlayedEvent> errors_;  // fired before the play
 };
 
 }  // namespace rkv::cli

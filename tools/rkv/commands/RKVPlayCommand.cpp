@@ -3,17 +3,20 @@
 // its time-based and player events and its viewable impression through the pixel manager and the
 // data folder's pixel store, and waits for the last sending round.
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <future>
 #include <iomanip>
 #include <iostream>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <ostream>
 #include <set>
 #include <sstream>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include <nlohmann/json.hpp>
 #include <unistd.h>
@@ -29,6 +32,8 @@
 #include "rkv/system/RKVSQLiteUserDefaultsStore.h"
 #include "rkv/system/RKVUserDefaults.h"
 #include "rkv/vast/RKVVASTManager.h"
+#include "rkv/vast/errors/RKVVASTError.h"
+#include "rkv/vast/model/RKVVASTURL.h"
 
 #include "tools/rkv/RKVAdJSON.h"
 #include "tools/rkv/RKVAdPlayer.h"
@@ -52,19 +57,43 @@ struct PlayOptions {
   bool json = false;
 };
 
-// The player only wants the ad: the manager's reports are not shown.
-class QuietDelegate final : public RKVVASTManagerDelegate {};
+// The failures the manager met on the way, each with the error URLs the host is to fire.
+struct ReportedError {
+  int64_t VASTCode;
+  std::vector<RKVVASTURL> errorURLs;
+};
 
-// The first ad of the answer, or null with `problem` saying why there is none.
+// The player wants the ad, and the error URLs to fire; the other reports are not shown. Reports
+// of passback wrappers come from background threads.
+class ErrorCollector final : public RKVVASTManagerDelegate {
+ public:
+  void didEncounterError(RKVVASTManager& /*vastManager*/, const RKVVASTError& error,
+                         const std::vector<RKVVASTURL>& errorURLs,
+                         const std::optional<std::string>& /*VASTResponse*/) override {
+    std::lock_guard lock(mutex_);
+    errors_.push_back({error.VASTCode(), errorURLs});
+  }
+  std::vector<ReportedError> errors() const {
+    std::lock_guard lock(mutex_);
+    return errors_;
+  }
+
+ private:
+  mutable std::mutex mutex_;
+  std::vector<ReportedError> errors_;
+};
+
+// The first ad of the answer, or null with `problem` saying why there is none. `errors` hears of
+// the failures met on the way; the manager is gone, and with it every report, when this returns.
 std::shared_ptr<RKVVASTAd> resolveFirstAd(const RKVInput& input, double timeout,
                                           const std::shared_ptr<RKVTransportLog>& transport,
+                                          const std::shared_ptr<ErrorCollector>& errors,
                                           std::string& problem) {
   RKVVASTManagerConfig config(timeout, RKVVASTManagerConfig::DEFAULT_MAXIMUM_WRAPPERS, false,
                               false);
-  // The manager holds its delegate and adapter weakly: they live here, beside it.
-  auto delegate = std::make_shared<QuietDelegate>();
+  // The manager holds its delegate and adapter weakly: they live beside it.
   auto adapter = std::make_shared<RKVHandBackAdapter>();
-  RKVVASTManager manager(delegate, adapter, std::make_shared<RKVURLSession>(transport), config);
+  RKVVASTManager manager(errors, adapter, std::make_shared<RKVURLSession>(transport), config);
   manager.createAdsStoreWithXML(
       input.bytes ? std::optional<std::string_view>(*input.bytes) : std::nullopt, input.url,
       timeout);
@@ -114,14 +143,12 @@ int play(const PlayOptions& options, const RKVCommandLine& commandLine,
   }
 
   const auto transport = std::make_shared<RKVTransportLog>();
-  std::shared_ptr<RKVVASTAd> ad = resolveFirstAd(*input, options.timeout, transport, problem);
+  const auto errors = std::make_shared<ErrorCollector>();
+  std::shared_ptr<RKVVASTAd> ad =
+      resolveFirstAd(*input, options.timeout, transport, errors, problem);
   for (const RKVTransportLog::Failure& failure : transport->failures()) {
     streams.err << "rkv play: download of " << shownText(failure.url)
                 << " failed: " << shownText(failure.error.description()) << '\n';
-  }
-  if (!ad) {
-    streams.err << "rkv play: " << problem << '\n';
-    return kExitFailure;
   }
 
   auto defaults = std::make_shared<RKVUserDefaults>(
@@ -153,18 +180,21 @@ int play(const PlayOptions& options, const RKVCommandLine& commandLine,
     });
   }
 
-  std::optional<RKVPlayResult> result = player.play(*ad, problem);
+  // The error pixels of the failures met on the way go first, whether an ad plays or not.
+  for (const ReportedError& error : errors->errors())
+    player.fireErrorPixels(error.errorURLs, error.VASTCode);
+  std::optional<RKVPlayResult> result = ad ? player.play(*ad, problem) : std::nullopt;
   if (lineShown) streams.out << "\r\033[K";
-  if (!result) {
-    streams.err << "rkv play: " << problem << '\n';
-    return kExitFailure;
-  }
 
   // The last round, waited for: rounds run one after the other, so every pixel queued by the
   // play has had its chance once it is done.
   std::promise<void> done;
   player.pixelManager()->callPixelsWithCompletionHandler([&done] { done.set_value(); });
   done.get_future().wait();
+  if (!result) {
+    streams.err << "rkv play: " << problem << '\n';
+    return kExitFailure;
+  }
   std::set<uint32_t> stored;
   for (const RKVPixel& pixel : store->allPixels())
     stored.insert(pixel.ID());
