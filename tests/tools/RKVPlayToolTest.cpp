@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <map>
+#include <memory>
 #include <regex>
 #include <string>
 #include <vector>
@@ -11,6 +12,8 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "rkv/system/RKVSQLiteUserDefaultsStore.h"
+#include "rkv/system/RKVUserDefaults.h"
 #include "rkv/tracking/RKVIABMacros.h"
 
 #include "tests/support/RKVTempDir.h"
@@ -175,6 +178,28 @@ TEST_F(RKVPlayToolTest, ViewableCountsOnlyTheSecondsThatPlayed) {
       EXPECT_NE(event["url"].get<std::string>().find("?ph=" + playhead), std::string::npos);
     }
   }
+}
+
+TEST_F(RKVPlayToolTest, ConsentInTheDataFolderFillsItsMacros) {
+  {
+    RKVUserDefaults defaults(
+        std::make_shared<RKVSQLiteUserDefaultsStore>((dir_.path() / "defaults.sqlite").string()));
+    defaults.setInteger("IABTCF_gdprApplies", 1);
+    defaults.setString("IABTCF_TCString", "CPXxRfAPXxRfAAfKABENB-CgAAAAAAAAAAYgAAAAAAAA");
+    defaults.setString("IABUSPrivacy_String", "1YNN");
+    ASSERT_TRUE(defaults.synchronize());
+  }
+  std::string document = inlineXML("<Duration>00:00:01</Duration>");
+  document.insert(document.find("<Impression>"),
+                  "<Impression><![CDATA[" +
+                      server_.url("/consent?g=[GDPR]&c=[GDPRCONSENT]&us=[US_PRIVACY]") +
+                      "]]></Impression>");
+  server_.setRoute("/consent.xml", RKVTestRoute::answer(200, document));
+  ASSERT_EQ(play({"--speed", "50", server_.url("/consent.xml")}).status, kExitSuccess);
+  const auto requests = server_.requests();
+  EXPECT_TRUE(std::any_of(requests.begin(), requests.end(), [](const auto& request) {
+    return request.target == "/consent?g=1&c=CPXxRfAPXxRfAAfKABENB-CgAAAAAAAAAAYgAAAAAAAA&us=1YNN";
+  }));
 }
 
 TEST_F(RKVPlayToolTest, TheDataFolderMayAlsoFollowTheSubcommand) {

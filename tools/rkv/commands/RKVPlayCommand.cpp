@@ -16,6 +16,7 @@
 #include <sstream>
 #include <string>
 #include <utility>
+#include <variant>
 #include <vector>
 
 #include <nlohmann/json.hpp>
@@ -105,12 +106,32 @@ std::shared_ptr<RKVVASTAd> resolveFirstAd(const RKVInput& input, double timeout,
   return nullptr;
 }
 
+// Whether GDPR applies, as a consent management platform records it beside its consent string:
+// "IABTCF_gdprApplies" (TCF 2, a number 1 or 0), else "IABConsent_SubjectToGDPR" (TCF 1, the text
+// "1" or "0"). Anything else leaves it unknown.
+std::optional<bool> gdprApplies(const RKVUserDefaults& defaults) {
+  auto flag = [](std::optional<RKVUserDefaultsValue> value) -> std::optional<bool> {
+    if (!value) return std::nullopt;
+    if (const auto* number = std::get_if<int64_t>(&*value)) {
+      if (*number == 0 || *number == 1) return *number == 1;
+    } else if (const auto* boolean = std::get_if<bool>(&*value)) {
+      return *boolean;
+    } else if (const auto* text = std::get_if<std::string>(&*value)) {
+      if (*text == "0" || *text == "1") return *text == "1";
+    }
+    return std::nullopt;
+  };
+  if (auto applies = flag(defaults.objectForKey("IABTCF_gdprApplies"))) return applies;
+  return flag(defaults.objectForKey("IABConsent_SubjectToGDPR"));
+}
+
 // What the host knows for the IAB macros: identity and consent from the data folder's defaults,
 // the application and the device.
 RKVIABMacroFacts macroFacts(const std::shared_ptr<RKVUserDefaults>& defaults) {
   RKVIABMacroFacts facts;
   RKVIdentity identity(std::make_shared<RKVIdentityProvider>(defaults), false, false, std::nullopt);
   facts.ifa = identity.ifa();
+  facts.gdprApplies = gdprApplies(*defaults);
   if (auto tcf = identity.TCFString()) facts.gdprConsent = tcf->TCFString();
   if (auto ccpa = identity.CCPAString()) facts.usPrivacy = ccpa->CCPAString();
   const std::string& bundle = RKVAppInfo::sharedInstance()->appBundleIdentifier();
