@@ -31,9 +31,9 @@ using Result = test::RKVToolResult;
 
 // Every pixel path of the two documents.
 // clang-format off
-const Strings kPixels = {"/imp/wrapper", "/imp/inline", "/start/wrapper", "/start/inline", "/q1",
-                         "/progress3", "/mid", "/q3", "/complete/wrapper", "/complete/inline",
-                         "/viewable", "/pause", "/resume", "/mute", "/skip"};
+const Strings kPixels = {"/imp/wrapper", "/imp/inline", "/loaded", "/start/wrapper", "/start/inline",
+                         "/first-second", "/q1", "/progress3", "/mid", "/q3", "/complete/wrapper",
+                         "/complete/inline", "/viewable", "/pause", "/resume", "/mute", "/skip"};
 // clang-format on
 
 class RKVPlayToolTest : public ::testing::Test {
@@ -63,7 +63,8 @@ class RKVPlayToolTest : public ::testing::Test {
            "]]></Viewable></ViewableImpression><Creatives><Creative><Linear>" + duration +
            "<TrackingEvents>" + pixel("/start/inline", "start") + pixel("/q1", "firstQuartile") +
            pixel("/mid", "midpoint") + pixel("/q3", "thirdQuartile") +
-           pixel("/complete/inline", "complete") +
+           pixel("/complete/inline", "complete") + pixel("/loaded", "loaded") +
+           pixel("/first-second", "firstSecond") +
            pixel("/progress3", "progress", " offset=\"00:00:03\"") + pixel("/pause", "pause") +
            pixel("/resume", "resume") + pixel("/mute", "mute") + pixel("/skip", "skip") +
            "</TrackingEvents><MediaFiles><MediaFile delivery=\"progressive\" type=\"video/mp4\" "
@@ -114,9 +115,10 @@ TEST_F(RKVPlayToolTest, AWrapperPlaysEveryLevelsPixelsOnceAtTheirSimulatedTimes)
 
   // Every pixel but the skip's reaches the server exactly once, in the JSON's firing order.
   const Strings received = this->received();
-  EXPECT_EQ(received, Strings({"/imp/wrapper", "/imp/inline", "/start/inline", "/start/wrapper",
-                               "/mute", "/viewable", "/q1", "/progress3", "/pause", "/resume",
-                               "/mid", "/q3", "/complete/inline", "/complete/wrapper"}));
+  EXPECT_EQ(received,
+            Strings({"/loaded", "/imp/wrapper", "/imp/inline", "/start/inline", "/start/wrapper",
+                     "/first-second", "/mute", "/viewable", "/q1", "/progress3", "/pause",
+                     "/resume", "/mid", "/q3", "/complete/inline", "/complete/wrapper"}));
   Strings fired;
   std::vector<double> times;
   for (const Json& event : output["events"]) {
@@ -127,16 +129,16 @@ TEST_F(RKVPlayToolTest, AWrapperPlaysEveryLevelsPixelsOnceAtTheirSimulatedTimes)
   EXPECT_EQ(fired, received);
   // Simulated times: the viewable pixel two seconds after the first tick set the time base; the
   // pause moves everything after it by its second.
-  EXPECT_EQ(times, (std::vector<double>{0, 0, 0, 0, 1, 2.25, 2.5, 3, 4, 5, 6, 8.5, 11, 11}));
-  EXPECT_EQ(output["pixels"], Json({{"queued", 14}, {"sent", 14}, {"pending", 0}}));
+  EXPECT_EQ(times, (std::vector<double>{0, 0, 0, 0, 0, 1, 1, 2.25, 2.5, 3, 4, 5, 6, 8.5, 11, 11}));
+  EXPECT_EQ(output["pixels"], Json({{"queued", 16}, {"sent", 16}, {"pending", 0}}));
 }
 
 TEST_F(RKVPlayToolTest, ASkippedAdOnAViewTooLittleOnScreenFiresNeitherCompleteNorViewable) {
   const Result result = play({"--speed", "20", "--json", "--visible", "0.4", "--skip-at", "6",
                               server_.url("/inline.xml")});
   ASSERT_EQ(result.status, kExitSuccess) << result.err;
-  EXPECT_EQ(received(),
-            Strings({"/imp/inline", "/start/inline", "/q1", "/progress3", "/mid", "/skip"}));
+  EXPECT_EQ(received(), Strings({"/loaded", "/imp/inline", "/start/inline", "/first-second", "/q1",
+                                 "/progress3", "/mid", "/skip"}));
 }
 
 TEST_F(RKVPlayToolTest, TheEndFiresCompleteWhateverTheDuration) {

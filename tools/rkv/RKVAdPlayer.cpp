@@ -32,6 +32,8 @@ constexpr double kProgressPeriod = 0.25;
 // The common viewability criterion: half of the view's area for two continuous seconds.
 constexpr double kViewableArea = 0.5;
 constexpr double kViewableSeconds = 2.0;
+// "firstSecond" has no offset of its own: the player fires it once a second of the ad has played.
+constexpr double kFirstSecond = 1.0;
 // The screen the ad's view is measured on.
 constexpr RKVRect kScreen{{0, 0}, {1920, 1080}};
 
@@ -266,6 +268,7 @@ std::optional<RKVPlayResult> RKVAdPlayer::play(const RKVVASTAd& ad, std::string&
   };
 
   // The player events still to come, by content time.
+  bool firstSecondDone = false;
   bool muted = !options_.muteAt.has_value();
   bool pauseDone = !options_.pauseAt.has_value();
   std::optional<double> resumeAt;
@@ -293,12 +296,15 @@ std::optional<RKVPlayResult> RKVAdPlayer::play(const RKVVASTAd& ad, std::string&
   };
   auto nextPlayerEvent = [&]() {
     double next = *duration;
+    if (!firstSecondDone) next = std::min(next, kFirstSecond);
     if (!muted) next = std::min(next, *options_.muteAt);
     if (!pauseDone) next = std::min(next, *options_.pauseAt);
     if (options_.skipAt) next = std::min(next, *options_.skipAt);
     return next;
   };
 
+  // The media is ready before its first frame counts the impression.
+  trackVideo(RKVVideoEventType::loaded);
   impressions.setMacros(macros());
   impressions.trackEvent("impression", {});
   trackVideo(RKVVideoEventType::creativeView);
@@ -320,6 +326,10 @@ std::optional<RKVPlayResult> RKVAdPlayer::play(const RKVVASTAd& ad, std::string&
     if (content >= *duration) break;
     const double target = std::min(content + kProgressPeriod, nextPlayerEvent());
     step(target - content, target);
+    if (!firstSecondDone && content >= kFirstSecond) {
+      firstSecondDone = true;
+      trackVideo(RKVVideoEventType::firstSecond);
+    }
     report();
     playerEventsAt(content);
   }
