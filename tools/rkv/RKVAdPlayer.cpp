@@ -254,17 +254,19 @@ std::optional<RKVPlayResult> RKVAdPlayer::play(const RKVVASTAd& ad, std::string&
   // Where the library puts the end of the content: "complete" and "100%" offsets are the
   // duration times 100 / 100, which may lie a little past the duration itself.
   const double end = std::max(*duration, RKVTimeUtils::timeIntervalFromPercentage(100, *duration));
+  auto showProgress = [&] {
+    if (!progress_) return;
+    std::optional<std::pair<std::string, double>> next;
+    if (!video.videoEvents().empty()) {
+      const auto& first = video.videoEvents().front();
+      next.emplace(first->eventName(), first->eventOffset());
+    }
+    progress_(sim, content, *duration, next);
+  };
   auto report = [&] {
     video.setMacros(macros());
     video.playbackProgressedToTime(content >= *duration ? end : content, {});
-    if (progress_) {
-      std::optional<std::pair<std::string, double>> next;
-      if (!video.videoEvents().empty()) {
-        const auto& first = video.videoEvents().front();
-        next.emplace(first->eventName(), first->eventOffset());
-      }
-      progress_(sim, content, *duration, next);
-    }
+    showProgress();
   };
 
   // The player events still to come, by content time.
@@ -316,6 +318,7 @@ std::optional<RKVPlayResult> RKVAdPlayer::play(const RKVVASTAd& ad, std::string&
   while (!ended) {
     if (resumeAt) {
       step(std::min(kProgressPeriod, std::max(0.0, *resumeAt - sim)), content);
+      showProgress();  // the time moves on while the content waits
       if (sim + 1e-9 >= *resumeAt) {
         resumeAt.reset();
         trackVideo(RKVVideoEventType::resume);
