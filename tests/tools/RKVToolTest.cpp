@@ -275,6 +275,9 @@ TEST(RKVToolTest, OutputsStatusesAndDiagnostics) {
       {{"--data-dir", "", "errors", "301"}, "", kExitUsage, {}, "--data-dir: must not be empty"},
       {{"errors", "7"}, "", kExitFailure, {}, "rkv errors: no VAST error has one of these codes\n"},
       {{"errors", "seven"}, "", kExitUsage, {}, ""},
+      // Codes are decimal, as printed: a leading zero is not octal, "0x12D" is no code.
+      {{"errors", "0301003"}, "", kExitSuccess, {"VAST_WRAPPER_ERROR_FETCH_TIMEOUT"}, ""},
+      {{"errors", "0x12D"}, "", kExitUsage, {}, "code: must be a whole number in decimal"},
       {{"inspect"}, "", kExitUsage, {}, ""},
       {{"inspect", directory}, "", kExitUsage, {}, "rkv inspect: cannot read " + directory + ": Is a directory"},
       {{"resolve", notFound}, "", kExitUsage, {},
