@@ -1,6 +1,7 @@
 // The rkv tool, run in-process: inspect over the corpus; resolve's options and its log of
 // delegate calls and answers; one table of every command's outputs, statuses, usage errors,
 // diagnostics and lost output; the version and the error catalogue.
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -9,6 +10,7 @@
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
+#include <fcntl.h>
 #include <unistd.h>
 
 #include "rkv/RKVBuildInfo.h"
@@ -341,6 +343,28 @@ TEST(RKVToolTest, OutputsStatusesAndDiagnostics) {
   std::ostringstream err;
   writeInspectionDiagnostics(err, inspection, "rkv inspect: ");
   EXPECT_TRUE(contains(err.str(), "Code=-1103 \"resource exceeds maximum size\"")) << err.str();
+}
+
+// Standard input that cannot be read (a directory, a closed descriptor) is a usage error, not an
+// empty document. It takes the process's own descriptor 0, so the tool runs as main() runs it.
+TEST(RKVToolTest, UnreadableStandardInputIsAUsageError) {
+  const int saved = ::dup(0);
+  ASSERT_GE(saved, 0);
+  const int directory = ::open(fs::temp_directory_path().c_str(), O_RDONLY | O_DIRECTORY);
+  ASSERT_GE(directory, 0);
+  ::dup2(directory, 0);
+  ::close(directory);
+  std::clearerr(stdin);
+  const char* const argv[] = {"rkv", "inspect", "-"};
+  std::ostringstream out, err;
+  const int status = run(3, argv, out, err);
+  ::dup2(saved, 0);
+  ::close(saved);
+  std::clearerr(stdin);
+  std::cin.clear();
+  EXPECT_EQ(status, kExitUsage);
+  EXPECT_EQ(out.str(), "");
+  EXPECT_EQ(err.str(), "rkv inspect: cannot read standard input: Is a directory\n");
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <iostream>
 #include <istream>
 #include <iterator>
 
@@ -77,10 +78,16 @@ std::optional<RKVInput> readInput(const std::string& argument, std::istream& sta
                                   std::string& problem) {
   RKVInput input;
   if (argument == "-") {
+    std::clearerr(stdin);
     std::string bytes((std::istreambuf_iterator<char>(standardInput)),
                       std::istreambuf_iterator<char>());
-    if (standardInput.bad()) {
+    // std::cin reads through stdio and ends a failed read (a directory, a closed descriptor)
+    // as if the input had ended: only the FILE's error flag tells the two apart.
+    const bool failed = &standardInput == &std::cin && std::ferror(stdin);
+    const int error = errno;
+    if (standardInput.bad() || failed) {
       problem = "cannot read standard input";
+      if (failed) problem += std::string(": ") + std::strerror(error);
       return std::nullopt;
     }
     input.bytes = std::move(bytes);
