@@ -275,6 +275,8 @@ TEST(RKVToolTest, OutputsStatusesAndDiagnostics) {
       {{"--version"}, "", kExitSuccess, {}, ""},
       {{"no-such-command"}, "", kExitUsage, {}, ""},
       {{"--data-dir", "", "errors", "301"}, "", kExitUsage, {}, "--data-dir: must not be empty"},
+      // Global options may follow the subcommand (rkv inspect --verbose URL).
+      {{"errors", "301", "--data-dir", ""}, "", kExitUsage, {}, "--data-dir: must not be empty"},
       {{"errors", "7"}, "", kExitFailure, {}, "rkv errors: no VAST error has one of these codes\n"},
       {{"errors", "seven"}, "", kExitUsage, {}, ""},
       // Codes are decimal, as printed: a leading zero is not octal, "0x12D" is no code.

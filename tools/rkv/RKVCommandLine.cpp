@@ -114,6 +114,8 @@ RKVCommandLine::RKVCommandLine()
           [](std::string& text) { return text.empty() ? std::string("must not be empty") : ""; },
           ""));
   app_.require_subcommand(0, 1);
+  // Global options may also follow the subcommand: rkv inspect --verbose URL.
+  app_.fallthrough();
 }
 
 std::string RKVCommandLine::userDefaultsPath() const {
