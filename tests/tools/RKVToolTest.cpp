@@ -1,6 +1,7 @@
 // The rkv tool, run in-process: inspect over the corpus; resolve's options and its log of
 // delegate calls and answers; one table of every command's outputs, statuses, usage errors,
 // diagnostics and lost output; the version and the error catalogue.
+#include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -367,6 +368,29 @@ TEST(RKVToolTest, UnreadableStandardInputIsAUsageError) {
   EXPECT_EQ(status, kExitUsage);
   EXPECT_EQ(out.str(), "");
   EXPECT_EQ(err.str(), "rkv inspect: cannot read standard input: Is a directory\n");
+}
+
+// Output to a pipe whose reader has gone is lost output like any other (exit 1 and a message),
+// not a SIGPIPE that ends the tool with 141.
+TEST(RKVToolTest, AClosedPipeIsAWriteErrorNotASignal) {
+  int ends[2];
+  ASSERT_EQ(::pipe(ends), 0);
+  ::close(ends[0]);
+  struct Pipe : std::streambuf {
+    int fd = -1;
+    int overflow(int c) override {
+      const char byte = static_cast<char>(c);
+      return ::write(fd, &byte, 1) == 1 ? c : traits_type::eof();
+    }
+  } pipe;
+  pipe.fd = ends[1];
+  std::ostream out(&pipe);
+  std::ostringstream err;
+  std::signal(SIGPIPE, SIG_DFL);
+  const char* const argv[] = {"rkv", "errors", "100"};
+  EXPECT_EQ(run(3, argv, out, err), kExitFailure);
+  EXPECT_EQ(err.str(), "rkv: cannot write the output\n");
+  ::close(ends[1]);
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <cctype>
 #include <cerrno>
 #include <cmath>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -175,6 +176,9 @@ int RKVCommandLine::runUnchecked(int argc, const char* const* argv, std::ostream
 }
 
 int run(int argc, const char* const* argv, std::ostream& out, std::ostream& err) {
+  // A reader that went away (rkv errors | head -1) makes a failed write, which runChecked
+  // reports, rather than a SIGPIPE that would end the tool with no word.
+  std::signal(SIGPIPE, SIG_IGN);
   RKVLog::sharedInstance()->setOutput(std::make_shared<RKVLogDefaultOutput>(stderr));
   RKVCommandLine commandLine;
   registerCommands(commandLine);

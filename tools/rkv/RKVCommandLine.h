@@ -80,7 +80,8 @@ CLI::Validator nonNegativeCount();
 void registerCommands(RKVCommandLine& commandLine);
 
 // A command line with every subcommand registered, run once over the arguments. Sends the
-// framework's console log to standard error (standard output carries results).
+// framework's console log to standard error (standard output carries results) and ignores
+// SIGPIPE, so that output to a closed pipe fails like any lost output.
 int run(int argc, const char* const* argv, std::ostream& out, std::ostream& err);
 
 }  // namespace rkv::cli
