@@ -267,8 +267,9 @@ void registerRKVResolveCommand(RKVCommandLine& commandLine) {
       ->check(positiveSeconds())
       ->capture_default_str();
   sub.add_option("--deadline", options->deadline,
-                 "Seconds: the longest a request for an ad waits for passback wrappers (no "
-                 "limit by default); then it answers 10006")
+                 "Seconds from the start of a request for an ad: past it, the request stops "
+                 "waiting for passback wrappers and goes on as if none had answered (a fallback "
+                 "asked for with --fail answers 10006); no limit by default")
       ->check(positiveSeconds());
   sub.add_option("--max-wrappers", options->maximumWrappers,
                  "Wrapper levels followed on the main path (passbacks follow one more)")
