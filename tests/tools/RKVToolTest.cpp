@@ -299,6 +299,11 @@ TEST(RKVToolTest, OutputsStatusesAndDiagnostics) {
       {{"resolve", closed, "--timeout", "-1"}, "", kExitUsage, {}, timeoutMessage},
       {{"resolve", closed, "--timeout", "abc"}, "", kExitUsage, {}, timeoutMessage},
       {{"resolve", closed, "--timeout", "inf"}, "", kExitUsage, {}, timeoutMessage},
+      // inspect passes any time-out on: 0 or less is the generator's 5031.
+      {{"inspect", "--json", "--timeout", "0", "-"}, vastXML({inlineAd("i")}), kExitFailure,
+       {"\"code\": 5031"}, ""},
+      {{"inspect", "--timeout", "abc", "-"}, "", kExitUsage, {}, "--timeout: must be a number of seconds"},
+      {{"inspect", "--timeout", "nan", "-"}, "", kExitUsage, {}, "--timeout: must be a number of seconds"},
       {{"resolve", closed, "--max-wrappers", "-1"}, "", kExitUsage, {}, wholeNumber},
       {{"resolve", closed, "--max-wrappers", "1.5"}, "", kExitUsage, {}, wholeNumber},
       // clang-format on

@@ -62,6 +62,14 @@ CLI::Validator positiveSeconds() {
       "SECONDS>0");
 }
 
+CLI::Validator anySeconds() {
+  return CLI::Validator(
+      [](std::string& text) -> std::string {
+        return numberValue(text) ? "" : "must be a number of seconds";
+      },
+      "SECONDS");
+}
+
 CLI::Validator nonNegativeSeconds() {
   return CLI::Validator(
       [](std::string& text) -> std::string {

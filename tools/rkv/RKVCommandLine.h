@@ -67,8 +67,10 @@ class RKVCommandLine {
 
 // Option checks whose messages say what is wanted (CLI11 prefixes the option's name):
 // "must be a number of seconds greater than 0", "must be a whole number, 0 or more".
-// "must be a number of seconds, 0 or more", "must be a number from 0 to 1".
+// "must be a number of seconds, 0 or more", "must be a number from 0 to 1", "must be a number of
+// seconds" (any finite number).
 CLI::Validator positiveSeconds();
+CLI::Validator anySeconds();
 CLI::Validator nonNegativeSeconds();
 CLI::Validator fraction();
 // A number from `least` to `most`, both included; the message is "must be " and `wanted`
