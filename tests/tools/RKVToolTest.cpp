@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
-#include <fcntl.h>
 #include <unistd.h>
 
 #include "rkv/RKVBuildInfo.h"
