@@ -1,6 +1,7 @@
 // The rkv tool, run in-process: inspect over the corpus; resolve's options and its log of
 // delegate calls and answers; one table of every command's outputs, statuses, usage errors,
 // diagnostics and lost output; the version and the error catalogue.
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
@@ -23,6 +24,7 @@
 #include "tests/support/RKVTestVASTDocuments.h"
 #include "tests/tools/RKVToolRun.h"
 #include "tools/rkv/RKVCommandLine.h"
+#include "tools/rkv/RKVInput.h"
 #include "tools/rkv/RKVInspection.h"
 
 namespace rkv::cli {
@@ -377,6 +379,23 @@ TEST(RKVToolTest, UnreadableStandardInputIsAUsageError) {
   EXPECT_EQ(status, kExitUsage);
   EXPECT_EQ(out.str(), "");
   EXPECT_EQ(err.str(), "rkv inspect: cannot read standard input: Is a directory\n");
+}
+
+// An endless source (a device, a producer that never stops) ends in an error at the size limit
+// rather than taking all memory.
+TEST(RKVToolTest, AnEndlessInputStopsAtTheSizeLimit) {
+  struct Zeros : std::streambuf {
+    std::streamsize xsgetn(char* bytes, std::streamsize count) override {
+      std::fill_n(bytes, count, '\0');
+      return count;
+    }
+  } zeros;
+  std::istream endless(&zeros);
+  std::string problem;
+  EXPECT_FALSE(readInput("-", endless, problem, 100000));
+  EXPECT_EQ(problem, "cannot read standard input: more than 100000 bytes");
+  EXPECT_FALSE(readInput("/dev/zero", endless, problem, 100000));
+  EXPECT_EQ(problem, "cannot read /dev/zero: more than 100000 bytes");
 }
 
 // Output to a pipe whose reader has gone is lost output like any other (exit 1 and a message),
