@@ -306,6 +306,7 @@ TEST(RKVToolTest, OutputsStatusesAndDiagnostics) {
        {"\"code\": 5031"}, ""},
       {{"inspect", "--timeout", "abc", "-"}, "", kExitUsage, {}, "--timeout: must be a number of seconds"},
       {{"inspect", "--timeout", "nan", "-"}, "", kExitUsage, {}, "--timeout: must be a number of seconds"},
+      {{"resolve", server.url("/inline"), "--max-wrappers", "08"}, "", kExitSuccess, {"i"}, ""},
       {{"resolve", closed, "--max-wrappers", "-1"}, "", kExitUsage, {}, wholeNumber},
       {{"resolve", closed, "--max-wrappers", "1.5"}, "", kExitUsage, {}, wholeNumber},
       // clang-format on

@@ -1,5 +1,6 @@
 #include "tools/rkv/RKVCommandLine.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cmath>
@@ -102,7 +103,11 @@ CLI::Validator nonNegativeCount() {
       [](std::string& text) -> std::string {
         const bool digits =
             !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
-        return digits ? "" : "must be a whole number, 0 or more";
+        if (!digits) return "must be a whole number, 0 or more";
+        // Decimal whatever the leading zeros: the conversion would read 010 as octal 8, and 08
+        // not at all.
+        text.erase(0, std::min(text.find_first_not_of('0'), text.size() - 1));
+        return "";
       },
       "N>=0");
 }

@@ -273,7 +273,7 @@ void registerRKVResolveCommand(RKVCommandLine& commandLine) {
       ->check(positiveSeconds());
   sub.add_option("--max-wrappers", options->maximumWrappers,
                  "Wrapper levels followed on the main path (passbacks follow one more)")
-      ->check(nonNegativeCount())
+      ->transform(nonNegativeCount())
       ->capture_default_str();
   sub.add_flag("--pods", options->pods,
                "A wrapper that leads to several ads contributes all of them, as a pod");
