@@ -201,6 +201,7 @@ TEST_F(RKVURLSessionProviderTest, TransportFailuresBecomeURLErrors) {
   server_.setRoute("/drip", RKVTestRoute::misbehaving(Behavior::Drip));
   server_.setRoute("/reset", RKVTestRoute::misbehaving(Behavior::Reset));
   server_.setRoute("/endless", RKVTestRoute::misbehaving(Behavior::EndlessBody));
+  server_.setRoute("/not-http", RKVTestRoute::misbehaving(Behavior::NotHTTP));
   RKVTestRoute announcedTooLong = RKVTestRoute::answer(200, "short");
   announcedTooLong.headers = {{"Content-Length", std::to_string(kResponseLimit + 1)}};
   server_.setRoute("/too-long", announcedTooLong);
@@ -218,6 +219,8 @@ TEST_F(RKVURLSessionProviderTest, TransportFailuresBecomeURLErrors) {
       {request("/too-long"), RKVURLError::DataLengthExceedsMaximum},
       {request("/loop"), RKVURLError::HTTPTooManyRedirects},
       {request("/to-file"), RKVURLError::UnsupportedURL},
+      // libcurl refuses an answer without status line as it refuses a scheme; this is the server.
+      {request("/not-http"), RKVURLError::BadServerResponse},
       {RKVURLRequest(*RKVURL::withString(refused + "/")), RKVURLError::CannotConnectToHost},
       {RKVURLRequest(*RKVURL::withString("file:///etc/passwd")), RKVURLError::UnsupportedURL},
       {RKVURLRequest(*RKVURL::withString("relative/path")), RKVURLError::UnsupportedURL},

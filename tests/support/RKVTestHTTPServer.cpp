@@ -220,6 +220,9 @@ bool RKVTestHTTPServer::serveRequest(int fd, std::string& buffer) {
     case RKVTestServerBehavior::NeverAnswer:
       sleepFor(std::chrono::hours(24));
       return false;
+    case RKVTestServerBehavior::NotHTTP:
+      sendAll(fd, route.body);
+      return false;
     case RKVTestServerBehavior::Drip:
       if (sendAll(fd, "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(route.body.size()) +
                           "\r\n\r\n")) {

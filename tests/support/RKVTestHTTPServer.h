@@ -22,7 +22,8 @@ namespace rkv::test {
 // keep the connection open; keep it open without a byte until the server stops; announce the
 // body's length, then send it one byte a second; send a 200 head without a length, then bytes
 // until the client goes away; or reset the connection (RST) without answering.
-enum class RKVTestServerBehavior { Answer, NeverAnswer, Drip, EndlessBody, Reset };
+// NotHTTP answers with the route's body alone, no status line or header (an HTTP/0.9 reply).
+enum class RKVTestServerBehavior { Answer, NeverAnswer, Drip, EndlessBody, Reset, NotHTTP };
 
 using RKVTestHeaderFields = std::vector<std::pair<std::string, std::string>>;
 

@@ -1,12 +1,16 @@
 // The rkv tool, run in-process: inspect over the corpus; resolve's options and its log of
 // delegate calls and answers; one table of every command's outputs, statuses, usage errors,
 // diagnostics and lost output; the version and the error catalogue.
+#include <algorithm>
+#include <csignal>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 #include <unistd.h>
@@ -20,6 +24,7 @@
 #include "tests/support/RKVTestVASTDocuments.h"
 #include "tests/tools/RKVToolRun.h"
 #include "tools/rkv/RKVCommandLine.h"
+#include "tools/rkv/RKVInput.h"
 #include "tools/rkv/RKVInspection.h"
 
 namespace rkv::cli {
@@ -265,6 +270,10 @@ TEST(RKVToolTest, OutputsStatusesAndDiagnostics) {
        "this server is invalid.\"\n"},
       {{"resolve", "-"}, vastXML({wrapperAd("w", closed)}), kExitFailure, {},
        "rkv resolve: download of " + closed + " failed: Error Domain=NSURLErrorDomain Code=-1004"},
+      {{"resolve", "-"}, "<VAST version='4.2'>\n<Ad><b></Ad>", kExitFailure, {},
+       "rkv resolve: not well-formed XML at line 2, column 10: mismatched tag\n"},
+      {{"resolve", "-"}, vastXML({wrapperAd("w", server.url("/broken"))}), kExitFailure, {},
+       "rkv resolve: a wrapper's answer is not well-formed XML at line 2, column 9: mismatched tag\n"},
       {{"resolve", server.url("/inline")}, "", kExitSuccess,
        {"next ad: error 10005 \"No more ads available.\"\n"}, ""},
       {{"inspect", "-"}, escaped, kExitSuccess,
@@ -273,8 +282,13 @@ TEST(RKVToolTest, OutputsStatusesAndDiagnostics) {
       {{"--version"}, "", kExitSuccess, {}, ""},
       {{"no-such-command"}, "", kExitUsage, {}, ""},
       {{"--data-dir", "", "errors", "301"}, "", kExitUsage, {}, "--data-dir: must not be empty"},
+      // Global options may follow the subcommand (rkv inspect --verbose URL).
+      {{"errors", "301", "--data-dir", ""}, "", kExitUsage, {}, "--data-dir: must not be empty"},
       {{"errors", "7"}, "", kExitFailure, {}, "rkv errors: no VAST error has one of these codes\n"},
       {{"errors", "seven"}, "", kExitUsage, {}, ""},
+      // Codes are decimal, as printed: a leading zero is not octal, "0x12D" is no code.
+      {{"errors", "0301003"}, "", kExitSuccess, {"VAST_WRAPPER_ERROR_FETCH_TIMEOUT"}, ""},
+      {{"errors", "0x12D"}, "", kExitUsage, {}, "code: must be a whole number in decimal"},
       {{"inspect"}, "", kExitUsage, {}, ""},
       {{"inspect", directory}, "", kExitUsage, {}, "rkv inspect: cannot read " + directory + ": Is a directory"},
       {{"resolve", notFound}, "", kExitUsage, {},
@@ -287,6 +301,12 @@ TEST(RKVToolTest, OutputsStatusesAndDiagnostics) {
       {{"resolve", closed, "--timeout", "-1"}, "", kExitUsage, {}, timeoutMessage},
       {{"resolve", closed, "--timeout", "abc"}, "", kExitUsage, {}, timeoutMessage},
       {{"resolve", closed, "--timeout", "inf"}, "", kExitUsage, {}, timeoutMessage},
+      // inspect passes any time-out on: 0 or less is the generator's 5031.
+      {{"inspect", "--json", "--timeout", "0", "-"}, vastXML({inlineAd("i")}), kExitFailure,
+       {"\"code\": 5031"}, ""},
+      {{"inspect", "--timeout", "abc", "-"}, "", kExitUsage, {}, "--timeout: must be a number of seconds"},
+      {{"inspect", "--timeout", "nan", "-"}, "", kExitUsage, {}, "--timeout: must be a number of seconds"},
+      {{"resolve", server.url("/inline"), "--max-wrappers", "08"}, "", kExitSuccess, {"i"}, ""},
       {{"resolve", closed, "--max-wrappers", "-1"}, "", kExitUsage, {}, wholeNumber},
       {{"resolve", closed, "--max-wrappers", "1.5"}, "", kExitUsage, {}, wholeNumber},
       // clang-format on
@@ -338,6 +358,68 @@ TEST(RKVToolTest, OutputsStatusesAndDiagnostics) {
   std::ostringstream err;
   writeInspectionDiagnostics(err, inspection, "rkv inspect: ");
   EXPECT_TRUE(contains(err.str(), "Code=-1103 \"resource exceeds maximum size\"")) << err.str();
+}
+
+// Standard input that cannot be read (a directory, a closed descriptor) is a usage error, not an
+// empty document. It takes the process's own descriptor 0, so the tool runs as main() runs it.
+TEST(RKVToolTest, UnreadableStandardInputIsAUsageError) {
+  const int saved = ::dup(0);
+  ASSERT_GE(saved, 0);
+  const int directory = ::open(fs::temp_directory_path().c_str(), O_RDONLY | O_DIRECTORY);
+  ASSERT_GE(directory, 0);
+  ::dup2(directory, 0);
+  ::close(directory);
+  std::clearerr(stdin);
+  const char* const argv[] = {"rkv", "inspect", "-"};
+  std::ostringstream out, err;
+  const int status = run(3, argv, out, err);
+  ::dup2(saved, 0);
+  ::close(saved);
+  std::clearerr(stdin);
+  std::cin.clear();
+  EXPECT_EQ(status, kExitUsage);
+  EXPECT_EQ(out.str(), "");
+  EXPECT_EQ(err.str(), "rkv inspect: cannot read standard input: Is a directory\n");
+}
+
+// An endless source (a device, a producer that never stops) ends in an error at the size limit
+// rather than taking all memory.
+TEST(RKVToolTest, AnEndlessInputStopsAtTheSizeLimit) {
+  struct Zeros : std::streambuf {
+    std::streamsize xsgetn(char* bytes, std::streamsize count) override {
+      std::fill_n(bytes, count, '\0');
+      return count;
+    }
+  } zeros;
+  std::istream endless(&zeros);
+  std::string problem;
+  EXPECT_FALSE(readInput("-", endless, problem, 100000));
+  EXPECT_EQ(problem, "cannot read standard input: more than 100000 bytes");
+  EXPECT_FALSE(readInput("/dev/zero", endless, problem, 100000));
+  EXPECT_EQ(problem, "cannot read /dev/zero: more than 100000 bytes");
+}
+
+// Output to a pipe whose reader has gone is lost output like any other (exit 1 and a message),
+// not a SIGPIPE that ends the tool with 141.
+TEST(RKVToolTest, AClosedPipeIsAWriteErrorNotASignal) {
+  int ends[2];
+  ASSERT_EQ(::pipe(ends), 0);
+  ::close(ends[0]);
+  struct Pipe : std::streambuf {
+    int fd = -1;
+    int overflow(int c) override {
+      const char byte = static_cast<char>(c);
+      return ::write(fd, &byte, 1) == 1 ? c : traits_type::eof();
+    }
+  } pipe;
+  pipe.fd = ends[1];
+  std::ostream out(&pipe);
+  std::ostringstream err;
+  std::signal(SIGPIPE, SIG_DFL);
+  const char* const argv[] = {"rkv", "errors", "100"};
+  EXPECT_EQ(run(3, argv, out, err), kExitFailure);
+  EXPECT_EQ(err.str(), "rkv: cannot write the output\n");
+  ::close(ends[1]);
 }
 
 }  // namespace

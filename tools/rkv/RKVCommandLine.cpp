@@ -1,8 +1,10 @@
 #include "tools/rkv/RKVCommandLine.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cmath>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -61,6 +63,14 @@ CLI::Validator positiveSeconds() {
       "SECONDS>0");
 }
 
+CLI::Validator anySeconds() {
+  return CLI::Validator(
+      [](std::string& text) -> std::string {
+        return numberValue(text) ? "" : "must be a number of seconds";
+      },
+      "SECONDS");
+}
+
 CLI::Validator nonNegativeSeconds() {
   return CLI::Validator(
       [](std::string& text) -> std::string {
@@ -93,7 +103,11 @@ CLI::Validator nonNegativeCount() {
       [](std::string& text) -> std::string {
         const bool digits =
             !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
-        return digits ? "" : "must be a whole number, 0 or more";
+        if (!digits) return "must be a whole number, 0 or more";
+        // Decimal whatever the leading zeros: the conversion would read 010 as octal 8, and 08
+        // not at all.
+        text.erase(0, std::min(text.find_first_not_of('0'), text.size() - 1));
+        return "";
       },
       "N>=0");
 }
@@ -114,6 +128,8 @@ RKVCommandLine::RKVCommandLine()
           [](std::string& text) { return text.empty() ? std::string("must not be empty") : ""; },
           ""));
   app_.require_subcommand(0, 1);
+  // Global options may also follow the subcommand: rkv inspect --verbose URL.
+  app_.fallthrough();
 }
 
 std::string RKVCommandLine::userDefaultsPath() const {
@@ -174,6 +190,9 @@ int RKVCommandLine::runUnchecked(int argc, const char* const* argv, std::ostream
 }
 
 int run(int argc, const char* const* argv, std::ostream& out, std::ostream& err) {
+  // A reader that went away (rkv errors | head -1) makes a failed write, which runChecked
+  // reports, rather than a SIGPIPE that would end the tool with no word.
+  std::signal(SIGPIPE, SIG_IGN);
   RKVLog::sharedInstance()->setOutput(std::make_shared<RKVLogDefaultOutput>(stderr));
   RKVCommandLine commandLine;
   registerCommands(commandLine);

@@ -1,10 +1,13 @@
 #include "tools/rkv/RKVInput.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <iostream>
 #include <istream>
-#include <iterator>
+#include <streambuf>
+#include <string>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -35,8 +38,14 @@ bool looksLikeURL(std::string_view text) {
   return true;
 }
 
-// The whole file; nullopt with errno's text in `reason` when it cannot be read.
-std::optional<std::string> readFile(const std::string& path, std::string& reason) {
+std::string tooLarge(size_t maximumBytes) {
+  return "more than " + std::to_string(maximumBytes) + " bytes";
+}
+
+// The whole file; nullopt with errno's text in `reason` when it cannot be read, or when it holds
+// more than `maximumBytes` (an endless device such as /dev/zero).
+std::optional<std::string> readFile(const std::string& path, size_t maximumBytes,
+                                    std::string& reason) {
   const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
   if (fd < 0) {
     reason = std::strerror(errno);
@@ -45,11 +54,16 @@ std::optional<std::string> readFile(const std::string& path, std::string& reason
   std::string bytes;
   struct stat info {};
   if (::fstat(fd, &info) == 0 && S_ISREG(info.st_mode) && info.st_size > 0)
-    bytes.reserve(static_cast<size_t>(info.st_size));
+    bytes.reserve(std::min(static_cast<size_t>(info.st_size), maximumBytes + 1));
   char buffer[64 * 1024];
   while (true) {
     const ssize_t got = ::read(fd, buffer, sizeof buffer);
     if (got > 0) {
+      if (static_cast<size_t>(got) > maximumBytes - bytes.size()) {
+        reason = tooLarge(maximumBytes);
+        ::close(fd);
+        return std::nullopt;
+      }
       bytes.append(buffer, static_cast<size_t>(got));
     } else if (got == 0) {
       break;
@@ -74,13 +88,28 @@ bool equalsIgnoringASCIICase(std::string_view a, std::string_view b) {
 }
 
 std::optional<RKVInput> readInput(const std::string& argument, std::istream& standardInput,
-                                  std::string& problem) {
+                                  std::string& problem, size_t maximumBytes) {
   RKVInput input;
   if (argument == "-") {
-    std::string bytes((std::istreambuf_iterator<char>(standardInput)),
-                      std::istreambuf_iterator<char>());
-    if (standardInput.bad()) {
+    std::clearerr(stdin);
+    std::string bytes;
+    std::streambuf* const source = standardInput.rdbuf();
+    char buffer[64 * 1024];
+    std::streamsize got = 0;
+    while (source && (got = source->sgetn(buffer, sizeof buffer)) > 0) {
+      if (static_cast<size_t>(got) > maximumBytes - bytes.size()) {
+        problem = "cannot read standard input: " + tooLarge(maximumBytes);
+        return std::nullopt;
+      }
+      bytes.append(buffer, static_cast<size_t>(got));
+    }
+    // std::cin reads through stdio and ends a failed read (a directory, a closed descriptor)
+    // as if the input had ended: only the FILE's error flag tells the two apart.
+    const bool failed = &standardInput == &std::cin && std::ferror(stdin);
+    const int error = errno;
+    if (standardInput.bad() || failed) {
       problem = "cannot read standard input";
+      if (failed) problem += std::string(": ") + std::strerror(error);
       return std::nullopt;
     }
     input.bytes = std::move(bytes);
@@ -98,7 +127,7 @@ std::optional<RKVInput> readInput(const std::string& argument, std::istream& sta
     input.url = std::move(url);
   } else {
     std::string reason;
-    input.bytes = readFile(argument, reason);
+    input.bytes = readFile(argument, maximumBytes, reason);
     if (!input.bytes) {
       problem = "cannot read " + argument + ": " + reason;
       return std::nullopt;

@@ -40,10 +40,7 @@ std::optional<RKVXMLParseError> xmlErrorOf(const RKVInspection& inspection,
                            report.error == RKVVASTError::XML_PARSING_ERROR_WRAPPER();
   }
   if (!parsingErrorReported) return std::nullopt;
-  // With the reader's options, as the VAST parser reads (the depth limit among them).
-  RKVXMLDictionaryParser reader(RKVXMLDictionaryParser::sharedInstance());
-  if (reader.rkv_dictionaryWithData(*bytes)) return std::nullopt;
-  return reader.parsingError();
+  return xmlParseError(*bytes);
 }
 
 // Positions of the model's ads, for the main and passback lists.
@@ -199,10 +196,20 @@ void writeInspectionDiagnostics(std::ostream& err, const RKVInspection& inspecti
     err << prefix << "download of " << shownText(failure.url)
         << " failed: " << shownText(failure.error.description()) << '\n';
   }
-  if (const std::optional<RKVXMLParseError>& error = inspection.xmlError) {
-    err << prefix << "not well-formed XML at line " << error->line << ", column "
-        << error->column + 1 << ": " << shownText(error->description) << '\n';
-  }
+  if (inspection.xmlError)
+    writeXMLParseError(err, prefix, "not well-formed XML", *inspection.xmlError);
+}
+
+std::optional<RKVXMLParseError> xmlParseError(std::string_view bytes) {
+  RKVXMLDictionaryParser reader(RKVXMLDictionaryParser::sharedInstance());
+  if (reader.rkv_dictionaryWithData(bytes)) return std::nullopt;
+  return reader.parsingError();
+}
+
+void writeXMLParseError(std::ostream& err, std::string_view prefix, std::string_view what,
+                        const RKVXMLParseError& error) {
+  err << prefix << what << " at line " << error.line << ", column " << error.column + 1 << ": "
+      << shownText(error.description) << '\n';
 }
 
 void writeInspectionJSON(std::ostream& out, const RKVInspection& inspection) {

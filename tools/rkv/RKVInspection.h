@@ -53,6 +53,14 @@ void writeInspectionJSON(std::ostream& out, const RKVInspection& inspection);
 // every reported error with its codes and URLs, and the response's error. Document text is
 // shown on one line (shownText).
 void writeInspectionOutline(std::ostream& out, const RKVInspection& inspection);
+// Why `bytes` are not XML as the VAST parser reads them (the shared reader options, the depth
+// limit among them): expat's error, or nullopt when they read.
+std::optional<RKVXMLParseError> xmlParseError(std::string_view bytes);
+// One line: `prefix`, `what` ("not well-formed XML"), " at line L, column C: " and expat's message
+// (the column counted from 1).
+void writeXMLParseError(std::ostream& err, std::string_view prefix, std::string_view what,
+                        const RKVXMLParseError& error);
+
 // The reasons the outputs above leave out, one line each after `prefix` ("rkv inspect: "): each
 // failed transfer's error record, and the XML error with its line and column (counted from 1).
 // Nothing when there is none.

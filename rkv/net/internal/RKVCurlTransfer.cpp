@@ -213,6 +213,14 @@ RKVURLSessionResponse RKVCurlTransfer::finishedResponse(CURLcode result) {
   if (result != CURLE_OK) {
     long osErrno = 0;
     curl_easy_getinfo(h, CURLINFO_OS_ERRNO, &osErrno);
+    long statusSeen = 0;
+    curl_easy_getinfo(h, CURLINFO_RESPONSE_CODE, &statusSeen);
+    // Only http and https reach libcurl, which also names an answer without status line (HTTP/0.9)
+    // an unsupported protocol: with no status received, it was the server's answer, not a
+    // redirect to a refused scheme.
+    if (result == CURLE_UNSUPPORTED_PROTOCOL && statusSeen == 0)
+      return RKVURLSessionResponse{std::nullopt, std::nullopt,
+                                   RKVURLError::errorWithCode(RKVURLError::BadServerResponse)};
     return RKVURLSessionResponse{std::nullopt, std::nullopt,
                                  urlErrorForCurlResult(result, osErrno, responseTooLarge_)};
   }

@@ -1,9 +1,13 @@
 // rkv errors [CODE...]: the VAST error catalogue as JSON, all of it or the errors whose VAST or
 // vendor code is one of the codes given.
 #include <algorithm>
+#include <charconv>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <ostream>
+#include <string>
+#include <system_error>
 #include <vector>
 
 #include <nlohmann/json.hpp>
@@ -14,15 +18,34 @@
 
 namespace rkv::cli {
 
+namespace {
+
+// A code is written in decimal, as the catalogue prints it: "0301" is 301, not an octal 193, and
+// "0x12D" is no code.
+std::optional<int64_t> decimalCode(const std::string& text) {
+  const char* begin = text.data();
+  const char* const end = begin + text.size();
+  if (begin != end && *begin == '+') ++begin;
+  int64_t code = 0;
+  const auto [stop, error] = std::from_chars(begin, end, code, 10);
+  if (begin == end || error != std::errc() || stop != end) return std::nullopt;
+  return code;
+}
+
+}  // namespace
+
 void registerRKVErrorsCommand(RKVCommandLine& commandLine) {
-  auto codes = std::make_shared<std::vector<int64_t>>();
+  auto texts = std::make_shared<std::vector<std::string>>();
   CLI::App& sub = commandLine.addSubcommand(
       "errors", "List the VAST error catalogue (name, VAST code, vendor code, description)",
-      [codes](RKVCommandStreams& streams) {
+      [texts](RKVCommandStreams& streams) {
+        std::vector<int64_t> codes;
+        for (const std::string& text : *texts)
+          codes.push_back(*decimalCode(text));  // checked when parsed
         nlohmann::ordered_json list = nlohmann::ordered_json::array();
         for (const RKVVASTError& error : RKVVASTError::catalogue()) {
           const bool wanted =
-              codes->empty() || std::any_of(codes->begin(), codes->end(), [&error](int64_t code) {
+              codes.empty() || std::any_of(codes.begin(), codes.end(), [&error](int64_t code) {
                 return code == error.VASTCode() || code == error.vireoCode();
               });
           if (!wanted) continue;
@@ -38,7 +61,13 @@ void registerRKVErrorsCommand(RKVCommandLine& commandLine) {
         streams.out << list.dump(2) << '\n';
         return kExitSuccess;
       });
-  sub.add_option("code", *codes, "VAST codes (e.g. 301) or vendor codes (e.g. 301003)");
+  sub.add_option("code", *texts, "VAST codes (e.g. 301) or vendor codes (e.g. 301003)")
+      ->type_name("CODE")
+      ->check(CLI::Validator(
+          [](std::string& text) -> std::string {
+            return decimalCode(text) ? "" : "must be a whole number in decimal";
+          },
+          ""));
 }
 
 }  // namespace rkv::cli

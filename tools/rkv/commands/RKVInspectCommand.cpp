@@ -55,7 +55,9 @@ void registerRKVInspectCommand(RKVCommandLine& commandLine) {
   sub.add_option("source", options->source, "VAST file, - for standard input, or http(s) URL")
       ->required();
   sub.add_flag("--json", options->json, "Print one JSON object instead of an outline");
-  sub.add_option("--timeout", options->timeout, "Seconds allowed for the download (default 5)");
+  // Any number: 0 or less is passed on, and the generator refuses it (5031).
+  sub.add_option("--timeout", options->timeout, "Seconds allowed for the download (default 5)")
+      ->check(anySeconds());
   sub.add_flag("--wrapper", options->wrapper,
                "Read the document as the answer to a wrapper's ad tag (wrapper forms of errors)");
 }

@@ -22,6 +22,7 @@
 #include "tools/rkv/RKVCommandLine.h"
 #include "tools/rkv/RKVHandBackAdapter.h"
 #include "tools/rkv/RKVInput.h"
+#include "tools/rkv/RKVInspection.h"
 #include "tools/rkv/RKVShownText.h"
 #include "tools/rkv/RKVTransportLog.h"
 
@@ -58,6 +59,7 @@ class ResolveLog final : public RKVVASTManagerDelegate {
   void didEncounterError(RKVVASTManager& /*vastManager*/, const RKVVASTError& error,
                          const std::vector<RKVVASTURL>& errorURLs,
                          const std::optional<std::string>& VASTResponse) override {
+    noteParsingError(error, VASTResponse);
     Json urls = Json::array();
     for (const RKVVASTURL& url : errorURLs)
       urls.push_back(url.url().absoluteString());
@@ -86,9 +88,35 @@ class ResolveLog final : public RKVVASTManagerDelegate {
     return entries_;
   }
 
+  // Why documents were not XML, in the order they were reported: the ad call's form of the
+  // parsing error comes from the root document, the wrapper form from a wrapper's answer.
+  struct ParsingError {
+    bool wrapperAnswer;
+    std::optional<RKVXMLParseError> error;  // nullopt: the document text was not UTF-8
+  };
+  std::vector<ParsingError> parsingErrors() const {
+    std::lock_guard lock(mutex_);
+    return parsingErrors_;
+  }
+
  private:
+  // An XML parsing error is also reported for a well-formed Ad without InLine: reading the
+  // document again tells the two apart.
+  void noteParsingError(const RKVVASTError& error, const std::optional<std::string>& text) {
+    const bool wrapperAnswer = error == RKVVASTError::XML_PARSING_ERROR_WRAPPER();
+    if (!wrapperAnswer && error != RKVVASTError::XML_PARSING_ERROR()) return;
+    std::optional<RKVXMLParseError> reason;
+    if (text) {
+      reason = xmlParseError(*text);
+      if (!reason) return;
+    }
+    std::lock_guard lock(mutex_);
+    parsingErrors_.push_back({wrapperAnswer, std::move(reason)});
+  }
+
   mutable std::mutex mutex_;
   std::vector<LogEntry> entries_;
+  std::vector<ParsingError> parsingErrors_;
 };
 
 std::string quotedOrNull(const Json& text) {
@@ -207,6 +235,17 @@ int resolve(const ResolveOptions& options, RKVCommandStreams& streams) {
     streams.err << "rkv resolve: download of " << shownText(failure.url)
                 << " failed: " << shownText(failure.error.description()) << '\n';
   }
+  for (const ResolveLog::ParsingError& parsing : log->parsingErrors()) {
+    std::optional<RKVXMLParseError> reason = parsing.error;
+    // A root document in hand that is not UTF-8 has no text in the report: read its bytes.
+    if (!reason && !parsing.wrapperAnswer && xml) reason = xmlParseError(*xml);
+    if (reason) {
+      writeXMLParseError(streams.err, "rkv resolve: ",
+                         parsing.wrapperAnswer ? "a wrapper's answer is not well-formed XML"
+                                               : "not well-formed XML",
+                         *reason);
+    }
+  }
   return handedOut > 0 ? kExitSuccess : kExitFailure;
 }
 
@@ -228,12 +267,13 @@ void registerRKVResolveCommand(RKVCommandLine& commandLine) {
       ->check(positiveSeconds())
       ->capture_default_str();
   sub.add_option("--deadline", options->deadline,
-                 "Seconds: the longest a request for an ad waits for passback wrappers (no "
-                 "limit by default); then it answers 10006")
+                 "Seconds from the start of a request for an ad: past it, the request stops "
+                 "waiting for passback wrappers and goes on as if none had answered (a fallback "
+                 "asked for with --fail answers 10006); no limit by default")
       ->check(positiveSeconds());
   sub.add_option("--max-wrappers", options->maximumWrappers,
                  "Wrapper levels followed on the main path (passbacks follow one more)")
-      ->check(nonNegativeCount())
+      ->transform(nonNegativeCount())
       ->capture_default_str();
   sub.add_flag("--pods", options->pods,
                "A wrapper that leads to several ads contributes all of them, as a pod");
