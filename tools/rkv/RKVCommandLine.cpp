@@ -144,8 +144,7 @@ std::string RKVCommandLine::dataDirectory() const {
 
 CLI::App& RKVCommandLine::addSubcommand(const std::string& name, const std::string& description,
                                         Action action) {
-  CLI::App* sub = app_.add_subcommand(name, description);
-  sub->fallthrough();
+  CLI::App* sub = app_.add_subcommand(name, description);  // inherits the fall-through
   actions_.emplace_back(sub, std::move(action));
   return *sub;
 }
