@@ -284,7 +284,9 @@ TEST(RKVToolTest, OutputsStatusesAndDiagnostics) {
       {{"--data-dir", "", "errors", "301"}, "", kExitUsage, {}, "--data-dir: must not be empty"},
       // Global options may follow the subcommand (rkv inspect --verbose URL).
       {{"errors", "301", "--data-dir", ""}, "", kExitUsage, {}, "--data-dir: must not be empty"},
-      {{"errors", "7"}, "", kExitFailure, {}, "rkv errors: no VAST error has one of these codes\n"},
+      {{"errors", "7"}, "", kExitFailure, {}, "rkv errors: no VAST error has the code 7\n"},
+      {{"errors", "301", "7"}, "", kExitFailure, {"VAST_WRAPPER_ERROR_FETCH\""},
+       "rkv errors: no VAST error has the code 7\n"},
       {{"errors", "seven"}, "", kExitUsage, {}, ""},
       // Codes are decimal, as printed: a leading zero is not octal, "0x12D" is no code.
       {{"errors", "0301003"}, "", kExitSuccess, {"VAST_WRAPPER_ERROR_FETCH_TIMEOUT"}, ""},

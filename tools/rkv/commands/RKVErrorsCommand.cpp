@@ -42,24 +42,34 @@ void registerRKVErrorsCommand(RKVCommandLine& commandLine) {
         std::vector<int64_t> codes;
         for (const std::string& text : *texts)
           codes.push_back(*decimalCode(text));  // checked when parsed
+        auto matches = [](int64_t code, const RKVVASTError& error) {
+          return code == error.VASTCode() || code == error.vireoCode();
+        };
+        const std::vector<RKVVASTError>& catalogue = RKVVASTError::catalogue();
         nlohmann::ordered_json list = nlohmann::ordered_json::array();
-        for (const RKVVASTError& error : RKVVASTError::catalogue()) {
+        for (const RKVVASTError& error : catalogue) {
           const bool wanted =
-              codes.empty() || std::any_of(codes.begin(), codes.end(), [&error](int64_t code) {
-                return code == error.VASTCode() || code == error.vireoCode();
-              });
+              codes.empty() || std::any_of(codes.begin(), codes.end(),
+                                           [&](int64_t code) { return matches(code, error); });
           if (!wanted) continue;
           list.push_back({{"name", error.errorName().value_or("")},
                           {"VASTCode", error.VASTCode()},
                           {"vireoCode", error.vireoCode()},
                           {"description", error.errorDescription().value_or("")}});
         }
-        if (list.empty()) {
-          streams.err << "rkv errors: no VAST error has one of these codes\n";
-          return kExitFailure;
+        // A code that matches nothing is named, and fails the command, even beside codes that
+        // do match: a mistyped code must not pass for a short list.
+        bool unknown = false;
+        for (size_t i = 0; i < codes.size(); ++i) {
+          const int64_t code = codes[i];
+          if (std::any_of(catalogue.begin(), catalogue.end(),
+                          [&](const RKVVASTError& error) { return matches(code, error); }))
+            continue;
+          streams.err << "rkv errors: no VAST error has the code " << (*texts)[i] << '\n';
+          unknown = true;
         }
-        streams.out << list.dump(2) << '\n';
-        return kExitSuccess;
+        if (!list.empty()) streams.out << list.dump(2) << '\n';
+        return unknown ? kExitFailure : kExitSuccess;
       });
   sub.add_option("code", *texts, "VAST codes (e.g. 301) or vendor codes (e.g. 301003)")
       ->type_name("CODE")
