@@ -196,27 +196,32 @@ TEST(RKVURLSessionSharedDeathTest, ExitEndsTheSharedProvidersRequestsInFlight) {
 
 TEST(RKVCurlErrorMappingTest, EveryFailureKindHasItsPlatformCode) {
   using E = RKVURLError;
-  // libcurl's result, the system's errno, whether our size limit stopped it, the code; those
+  // libcurl's result, the system's errno, whether our size limit stopped it, whether
+  // the server's answer had no status line, the code; those
   // the loopback tests of the provider cannot provoke.
-  const std::tuple<CURLcode, long, bool, int64_t> cases[] = {
-      {CURLE_COULDNT_RESOLVE_HOST, 0, false, E::CannotFindHost},
-      {CURLE_COULDNT_CONNECT, ECONNREFUSED, false, E::CannotConnectToHost},
-      {CURLE_COULDNT_CONNECT, ENETUNREACH, false, E::NotConnectedToInternet},
-      {CURLE_COULDNT_CONNECT, EHOSTUNREACH, false, E::NotConnectedToInternet},
-      {CURLE_GOT_NOTHING, 0, false, E::NetworkConnectionLost},
-      {CURLE_WEIRD_SERVER_REPLY, 0, false, E::BadServerResponse},
-      {CURLE_URL_MALFORMAT, 0, false, E::BadURL},
-      {CURLE_WRITE_ERROR, 0, true, E::DataLengthExceedsMaximum},
-      {CURLE_WRITE_ERROR, 0, false, E::Unknown},
-      {CURLE_BAD_CONTENT_ENCODING, 0, false, E::CannotDecodeContentData},
-      {CURLE_SSL_CONNECT_ERROR, 0, false, E::SecureConnectionFailed},
-      {CURLE_OK, 0, false, E::Unknown},
+  const std::tuple<CURLcode, long, bool, bool, int64_t> cases[] = {
+      {CURLE_COULDNT_RESOLVE_HOST, 0, false, false, E::CannotFindHost},
+      {CURLE_COULDNT_CONNECT, ECONNREFUSED, false, false, E::CannotConnectToHost},
+      {CURLE_COULDNT_CONNECT, ENETUNREACH, false, false, E::NotConnectedToInternet},
+      {CURLE_COULDNT_CONNECT, EHOSTUNREACH, false, false, E::NotConnectedToInternet},
+      {CURLE_GOT_NOTHING, 0, false, false, E::NetworkConnectionLost},
+      {CURLE_WEIRD_SERVER_REPLY, 0, false, false, E::BadServerResponse},
+      {CURLE_URL_MALFORMAT, 0, false, false, E::BadURL},
+      {CURLE_WRITE_ERROR, 0, true, false, E::DataLengthExceedsMaximum},
+      {CURLE_WRITE_ERROR, 0, false, false, E::Unknown},
+      {CURLE_BAD_CONTENT_ENCODING, 0, false, false, E::CannotDecodeContentData},
+      {CURLE_SSL_CONNECT_ERROR, 0, false, false, E::SecureConnectionFailed},
+      {CURLE_UNSUPPORTED_PROTOCOL, 0, false, false, E::UnsupportedURL},  // a redirect's scheme
+      {CURLE_UNSUPPORTED_PROTOCOL, 0, false, true, E::BadServerResponse},
+      {CURLE_OK, 0, false, false, E::Unknown},
   };
-  for (const auto& [result, osErrno, tooLarge, code] : cases)
-    EXPECT_EQ(internal::urlErrorCodeForCurlResult(result, osErrno, tooLarge), code) << result;
-  EXPECT_EQ(
-      internal::urlErrorForCurlResult(CURLE_OPERATION_TIMEDOUT, 0, false).localizedDescription,
-      "The request timed out.");
+  for (const auto& [result, osErrno, tooLarge, noStatusLine, code] : cases) {
+    EXPECT_EQ(internal::urlErrorCodeForCurlResult(result, osErrno, tooLarge, noStatusLine), code)
+        << result;
+  }
+  EXPECT_EQ(internal::urlErrorForCurlResult(CURLE_OPERATION_TIMEDOUT, 0, false, false)
+                .localizedDescription,
+            "The request timed out.");
 
   // Every code the table gives carries a reason of its own for a tool to print.
   // clang-format off

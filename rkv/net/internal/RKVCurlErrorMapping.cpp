@@ -6,7 +6,8 @@
 
 namespace rkv::internal {
 
-int64_t urlErrorCodeForCurlResult(CURLcode result, long osErrno, bool responseTooLarge) {
+int64_t urlErrorCodeForCurlResult(CURLcode result, long osErrno, bool responseTooLarge,
+                                  bool noStatusLine) {
   if (responseTooLarge) return RKVURLError::DataLengthExceedsMaximum;
   switch (result) {
     case CURLE_OK:
@@ -44,7 +45,7 @@ int64_t urlErrorCodeForCurlResult(CURLcode result, long osErrno, bool responseTo
       return RKVURLError::HTTPTooManyRedirects;
 
     case CURLE_UNSUPPORTED_PROTOCOL:
-      return RKVURLError::UnsupportedURL;
+      return noStatusLine ? RKVURLError::BadServerResponse : RKVURLError::UnsupportedURL;
     case CURLE_URL_MALFORMAT:
       return RKVURLError::BadURL;
 
@@ -80,8 +81,10 @@ int64_t urlErrorCodeForCurlResult(CURLcode result, long osErrno, bool responseTo
   }
 }
 
-RKVError urlErrorForCurlResult(CURLcode result, long osErrno, bool responseTooLarge) {
-  return RKVURLError::errorWithCode(urlErrorCodeForCurlResult(result, osErrno, responseTooLarge));
+RKVError urlErrorForCurlResult(CURLcode result, long osErrno, bool responseTooLarge,
+                               bool noStatusLine) {
+  return RKVURLError::errorWithCode(
+      urlErrorCodeForCurlResult(result, osErrno, responseTooLarge, noStatusLine));
 }
 
 }  // namespace rkv::internal

@@ -157,7 +157,7 @@ std::optional<RKVError> RKVCurlTransfer::prepare(const RKVURLSessionConfiguratio
   requestHeaders_.reset(list);
   set(CURLOPT_HTTPHEADER, requestHeaders_.get());
 
-  if (ok != CURLE_OK) return urlErrorForCurlResult(ok, 0, false);
+  if (ok != CURLE_OK) return urlErrorForCurlResult(ok, 0, false, false);
   return std::nullopt;
 }
 
@@ -215,14 +215,9 @@ RKVURLSessionResponse RKVCurlTransfer::finishedResponse(CURLcode result) {
     curl_easy_getinfo(h, CURLINFO_OS_ERRNO, &osErrno);
     long statusSeen = 0;
     curl_easy_getinfo(h, CURLINFO_RESPONSE_CODE, &statusSeen);
-    // Only http and https reach libcurl, which also names an answer without status line (HTTP/0.9)
-    // an unsupported protocol: with no status received, it was the server's answer, not a
-    // redirect to a refused scheme.
-    if (result == CURLE_UNSUPPORTED_PROTOCOL && statusSeen == 0)
-      return RKVURLSessionResponse{std::nullopt, std::nullopt,
-                                   RKVURLError::errorWithCode(RKVURLError::BadServerResponse)};
-    return RKVURLSessionResponse{std::nullopt, std::nullopt,
-                                 urlErrorForCurlResult(result, osErrno, responseTooLarge_)};
+    return RKVURLSessionResponse{
+        std::nullopt, std::nullopt,
+        urlErrorForCurlResult(result, osErrno, responseTooLarge_, statusSeen == 0)};
   }
   long status = 0;
   curl_easy_getinfo(h, CURLINFO_RESPONSE_CODE, &status);
