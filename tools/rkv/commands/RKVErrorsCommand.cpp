@@ -1,6 +1,5 @@
 // rkv errors [CODE...]: the VAST error catalogue as JSON, all of it or the errors whose VAST or
 // vendor code is one of the codes given.
-#include <algorithm>
 #include <charconv>
 #include <cstdint>
 #include <memory>
@@ -42,15 +41,16 @@ void registerRKVErrorsCommand(RKVCommandLine& commandLine) {
         std::vector<int64_t> codes;
         for (const std::string& text : *texts)
           codes.push_back(*decimalCode(text));  // checked when parsed
-        auto matches = [](int64_t code, const RKVVASTError& error) {
-          return code == error.VASTCode() || code == error.vireoCode();
-        };
-        const std::vector<RKVVASTError>& catalogue = RKVVASTError::catalogue();
+        // Which codes some error has, so that each one that matches nothing can be named.
+        std::vector<bool> matched(codes.size(), false);
         nlohmann::ordered_json list = nlohmann::ordered_json::array();
-        for (const RKVVASTError& error : catalogue) {
-          const bool wanted =
-              codes.empty() || std::any_of(codes.begin(), codes.end(),
-                                           [&](int64_t code) { return matches(code, error); });
+        for (const RKVVASTError& error : RKVVASTError::catalogue()) {
+          bool wanted = codes.empty();
+          for (size_t i = 0; i < codes.size(); ++i) {
+            if (codes[i] != error.VASTCode() && codes[i] != error.vireoCode()) continue;
+            matched[i] = true;
+            wanted = true;
+          }
           if (!wanted) continue;
           list.push_back({{"name", error.errorName().value_or("")},
                           {"VASTCode", error.VASTCode()},
@@ -61,10 +61,7 @@ void registerRKVErrorsCommand(RKVCommandLine& commandLine) {
         // do match: a mistyped code must not pass for a short list.
         bool unknown = false;
         for (size_t i = 0; i < codes.size(); ++i) {
-          const int64_t code = codes[i];
-          if (std::any_of(catalogue.begin(), catalogue.end(),
-                          [&](const RKVVASTError& error) { return matches(code, error); }))
-            continue;
+          if (matched[i]) continue;
           streams.err << "rkv errors: no VAST error has the code " << (*texts)[i] << '\n';
           unknown = true;
         }

@@ -301,8 +301,7 @@ CLI::Validator finiteSeconds() {
         } catch (const std::exception&) {
         }
         return "must be a number of seconds (-1 or less: already expired) that keeps the "
-               "expiration "
-               "within the clock's range";
+               "expiration within the clock's range";
       },
       "SECONDS");
 }
