@@ -1,22 +1,37 @@
+// Inline and wrapper ads: what their creatives decide, verifications, the merge of a wrapper,
+// equality by content; the vendor extension record and the ad verifications.
+#include <cmath>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "rkv/vast/errors/RKVVASTError.h"
+#include "rkv/vast/model/RKVVASTAdExtension.h"
 #include "rkv/vast/model/RKVVASTAdInline.h"
+#include "rkv/vast/model/RKVVASTAdVerification.h"
 #include "rkv/vast/model/RKVVASTAdWrapper.h"
+#include "rkv/vast/model/RKVVASTContentEquality.h"
+#include "rkv/vast/model/RKVVASTTrackingEvent.h"
 
+#include "tests/support/RKVLogCapture.h"
 #include "tests/vast/RKVVASTTestSupport.h"
 
 namespace rkv {
 namespace {
 
 using test::element;
+using test::url;
 using test::urlTexts;
 using Strings = std::vector<std::string>;
+using Extension = RKVVASTAdExtension;
+using Resource = RKVVASTAdVerificationResource;
+using Event = RKVVASTAdVerificationEvent;
+using V = RKVVASTAdVerification;
 
 const std::string kBasics = "<AdSystem>S</AdSystem><AdTitle>T</AdTitle>";
 const std::string kErrors = "<Error>http://e.test/1?c=[ERRORCODE]</Error>";
@@ -253,7 +268,7 @@ TEST(RKVVASTAdTest, MergeLeavesOutWhatACreativeHoldsAndStopsAtTheCeiling) {
   auto big = readAd(true, kBasics + creatives(linear(tracking("http://x.test/w"))));
   const size_t ceiling = RKVVASTAd::kMaximumMergedEntries;
   for (size_t i = 0; i < ceiling + 10; ++i)
-    big->impressions().emplace_back(test::url("http://x.test/i" + std::to_string(i)));
+    big->impressions().emplace_back(url("http://x.test/i" + std::to_string(i)));
   auto full = readAd(false, kBasics + "<Impression>http://x.test/own</Impression>" +
                                 creatives(linear(tracking("http://x.test/own"))));
   full->merge(*big);
@@ -264,6 +279,280 @@ TEST(RKVVASTAdTest, MergeLeavesOutWhatACreativeHoldsAndStopsAtTheCeiling) {
             "http://x.test/i" + std::to_string(ceiling - 1));
   EXPECT_EQ(trackingURLs(*full->linearCreatives()[0]), Strings{"http://x.test/own"});
   EXPECT_EQ(full->wrapperDepth(), 1);
+}
+
+// An ad with a value in every place a reader fills.
+const std::string kFullAd =
+    "<Ad id='a1' sequence='2'><InLine><AdSystem>S</AdSystem><AdTitle>T</AdTitle>"
+    "<Impression>http://i.test/1</Impression><Error>http://e.test/1</Error>"
+    "<ViewableImpression><Viewable>http://v.test/1</Viewable></ViewableImpression>"
+    "<AdVerifications><Verification vendor='V'><JavaScriptResource apiFramework='omid'>"
+    "http://j.test/1.js</JavaScriptResource></Verification></AdVerifications>"
+    "<Creatives><Creative><UniversalAdId idRegistry='R'>U1</UniversalAdId>"
+    "<Linear skipoffset='00:00:05'><Duration>00:00:10</Duration>"
+    "<AdParameters>P</AdParameters>"
+    "<TrackingEvents><Tracking event='start'>http://t.test/start</Tracking></TrackingEvents>"
+    "<VideoClicks><ClickThrough>http://c.test/through</ClickThrough>"
+    "<ClickTracking>http://c.test/tracking</ClickTracking></VideoClicks>"
+    "<MediaFiles><MediaFile id='m1' delivery='progressive' type='video/mp4' codec='H.264' "
+    "bitrate='500' width='640' height='360' scalable='true'>http://m.test/1.mp4</MediaFile>"
+    "</MediaFiles>"
+    "<Icons><Icon program='AdChoices' width='20' height='20' xPosition='1' yPosition='2'>"
+    "<StaticResource creativeType='image/png'>http://icon.test/1.png</StaticResource></Icon>"
+    "</Icons></Linear></Creative>"
+    "<Creative><NonLinearAds><NonLinear id='n1' width='300' height='50'>"
+    "<StaticResource creativeType='image/png'>http://n.test/1.png</StaticResource>"
+    "</NonLinear></NonLinearAds></Creative>"
+    "<Creative><CompanionAds><Companion id='c1' width='300' height='250'>"
+    "<StaticResource creativeType='image/png'>http://comp.test/1.png</StaticResource>"
+    "</Companion></CompanionAds></Creative></Creatives>"
+    "<Extensions><Extension><offset skipoffset='00:00:03'/></Extension></Extensions>"
+    "</InLine></Ad>";
+
+std::shared_ptr<RKVVASTAd> readInline(const std::string& xml) {
+  return RKVVASTAdInline::withDictionary(*element(xml));
+}
+
+std::string replaced(std::string text, const std::string& from, const std::string& to) {
+  const size_t at = text.find(from);
+  EXPECT_NE(at, std::string::npos) << from;
+  if (at != std::string::npos) text.replace(at, from.size(), to);
+  return text;
+}
+
+TEST(RKVVASTContentEqualityTest, OneChangeAnywhereMakesTheAdsDiffer) {
+  const auto ad = readInline(kFullAd);
+  const auto again = readInline(kFullAd);
+  ASSERT_NE(ad, again);
+  EXPECT_TRUE(isEqualContent(*ad, *again));
+  again->consume();
+  EXPECT_TRUE(isEqualContent(*ad, *again));
+
+  // clang-format off
+  const std::pair<const char*, const char*> changes[] = {
+      {"id='a1'", "id='a2'"}, {"sequence='2'", "sequence='3'"}, {">S<", ">S2<"}, {">T<", ">T2<"},
+      {"http://i.test/1", "http://i.test/2"}, {"http://e.test/1", "http://e.test/2"},
+      {"http://v.test/1", "http://v.test/2"}, {"vendor='V'", "vendor='W'"}, {">U1<", ">U2<"},
+      {"skipoffset='00:00:05'", "skipoffset='00:00:06'"},
+      {"<Duration>00:00:10", "<Duration>00:00:11"}, {">P<", ">Q<"},
+      {"event='start'", "event='complete'"}, {"http://c.test/through", "http://c.test/other"},
+      {"http://c.test/tracking", "http://c.test/other"}, {"id='m1'", "id='m2'"},
+      {"codec='H.264'", "codec='H.265'"}, {"bitrate='500'", "bitrate='501'"},
+      {"width='640'", "width='641'"}, {"scalable='true'", "scalable='false'"},
+      {"http://m.test/1.mp4", "http://m.test/2.mp4"}, {"program='AdChoices'", "program='Other'"},
+      {"xPosition='1'", "xPosition='3'"}, {"http://icon.test/1.png", "http://icon.test/2.png"},
+      {"id='n1'", "id='n2'"}, {"width='300' height='50'", "width='300' height='51'"},
+      {"http://n.test/1.png", "http://n.test/2.png"}, {"id='c1'", "id='c2'"},
+      {"http://comp.test/1.png", "http://comp.test/2.png"},
+      {"skipoffset='00:00:03'", "skipoffset='00:00:04'"},
+  };
+  // clang-format on
+  for (const auto& [from, to] : changes) {
+    SCOPED_TRACE(std::string(from) + " -> " + to);
+    const auto changed = readInline(replaced(kFullAd, from, to));
+    EXPECT_FALSE(isEqualContent(*ad, *changed));
+    EXPECT_FALSE(isEqualContent(*changed, *ad));
+  }
+}
+
+// One Extensions element with one Extension holding `content`.
+std::shared_ptr<Extension> extensionWith(const std::string& content) {
+  return Extension::withDictionary(
+      *element("<Extensions><Extension>" + content + "</Extension></Extensions>"));
+}
+
+// `<parent><child>text</child></parent>`; the child may carry attributes ("name attr='v'").
+std::string block(std::string_view parent, std::string_view child, std::string_view text) {
+  return "<" + std::string(parent) + "><" + std::string(child) + ">" + std::string(text) + "</" +
+         std::string(child.substr(0, child.find(' '))) + "></" + std::string(parent) + ">";
+}
+
+// The archive of a record holding `entry` besides the fields every record has.
+std::string archiveWith(const std::string& entry) {
+  return R"({"offsetIsForced":false,"instanceCount":0)" + (entry.empty() ? "" : "," + entry) + "}";
+}
+
+TEST(RKVVASTAdExtensionTest, EverySpellingIsReadUnderItsElementAndArchivedUnderItsKey) {
+  // Element and archive key of each text field; the "rtb" ones are read from RtbMacros.
+  // clang-format off
+  const std::pair<const char*, std::string> texts[] = {
+      {"pageID", "pageID"}, {"target", "target"}, {"referrer", "referer"}, {"ip", "clientIP"},
+      {"contentID", "contentID"}, {"contentProviderID", "contentProviderID"},
+      {"AdvertiserId", "rtbAdvertiserID"}, {"DspId", "rtbDspID"}, {"BuyerId", "rtbBuyerID"},
+      {"DealId", "rtbDealID"}, {"AuctionId", "rtbAuctionID"}, {"PublisherId", "rtbPublisherID"},
+      {"BidLogTimeTicks", "rtbBidLogTimeTicks"}, {"EnvironmentType", "rtbEnvironmentType"},
+      {"ImpressionHash", "rtbImpressionHash"}};
+  // clang-format on
+  for (const auto& [element, key] : texts) {
+    const char* parent = key.starts_with("rtb") ? "RtbMacros" : "VireoMacros";
+    auto extension = extensionWith(block(parent, element, "abc 1"));
+    EXPECT_EQ(extension->archive(), archiveWith("\"" + key + "\":\"abc 1\""));
+    EXPECT_EQ(*Extension::unarchive(extension->archive()), *extension) << key;
+    EXPECT_FALSE(*extension == Extension() || Extension() == *extension) << key;
+  }
+  // The number fields take digits only; element and archive key are alike.
+  for (const char* element :
+       {"sessionID", "statDomainID", "networkID", "templateID", "advertiserID", "campaignID",
+        "insertionID", "siteID", "formatID", "adBreakType", "instances", "videoPlayerWidth",
+        "videoPlayerHeight"}) {
+    auto extension = extensionWith(block("VireoMacros", element, "123"));
+    EXPECT_EQ(extension->archive(), archiveWith("\"" + std::string(element) + "\":123.0"));
+    EXPECT_EQ(*Extension::unarchive(extension->archive()), *extension) << element;
+    for (const char* text : {"abc", "12.5", "-3"})
+      EXPECT_EQ(extensionWith(block("VireoMacros", element, text))->archive(), archiveWith(""));
+  }
+  // Archive keys are not element names, and macros belong in their block.
+  EXPECT_EQ(extensionWith("<VireoMacros><referer>r</referer><clientIP>i</clientIP>"
+                          "<baseURL>http://b</baseURL></VireoMacros><RtbMacros><DealID>d</DealID>"
+                          "<rtbDealID>d</rtbDealID></RtbMacros><customScript>s</customScript>"
+                          "<DspId>a</DspId>")
+                ->archive(),
+            archiveWith(""));
+  // More digits than a double holds read as infinity, which survives the archive.
+  auto huge = extensionWith(block("VireoMacros", "siteID", std::string(400, '9')));
+  EXPECT_TRUE(std::isinf(huge->siteID().value_or(0)));
+  EXPECT_EQ(*Extension::unarchive(huge->archive()), *huge);
+}
+
+TEST(RKVVASTAdExtensionTest, PlayerHintsAndLaterExtensionsOverwritingFieldByField) {
+  auto hints = extensionWith(
+      "<offset isForced='1' skipoffset='00:00:05'/><sort rank='3'/>"
+      "<customisedScript><![CDATA[run(<x>)]]></customisedScript>"
+      "<instanceCount>7 instances</instanceCount>"
+      "<VireoMacros><baseUrl>https://ads.example/a b</baseUrl></VireoMacros>");
+  EXPECT_EQ(hints->archive(), R"x({"offsetIsForced":true,"skipOffset":"00:00:05","sortRank":"3",)x"
+                              R"x("customScript":"run(<x>)","instanceCount":7,)x"
+                              R"x("baseURL":"https://ads.example/a%20b"})x");
+  EXPECT_EQ(*Extension::unarchive(hints->archive()), *hints);
+  // Only the text "1" forces the offset.
+  for (const char* attribute : {"isForced='true'", "isForced=' 1'", "other='1'"})
+    EXPECT_FALSE(extensionWith(std::string("<offset ") + attribute + "/>")->offsetIsForced());
+
+  RKVXMLDictionaryPtr extensions = element(
+      "<Extensions>"
+      "<Extension><offset isForced='1' skipoffset='5'/><sort rank='1'/>"
+      "<customisedScript>first</customisedScript><instanceCount>2</instanceCount>"
+      "<VireoMacros><siteID>1</siteID><pageID>p1</pageID><networkID>9</networkID></VireoMacros>"
+      "<RtbMacros><DealId>d1</DealId><DspId>s1</DspId></RtbMacros></Extension>"
+      "<Extension type='other'/>"
+      "<Extension><offset isForced='0'/><sort order='2'/><instanceCount>x</instanceCount>"
+      "<VireoMacros><siteID>2</siteID><networkID>n/a</networkID></VireoMacros>"
+      "<RtbMacros><DspId>s2</DspId></RtbMacros></Extension>"
+      "</Extensions>");
+  // The later offset has no skipoffset, nor the later sort a rank; "x" reads 0; a present
+  // networkID that is not a number empties the field.
+  auto extension = Extension::withDictionary(*extensions);
+  EXPECT_EQ(extension->archive(),
+            R"({"offsetIsForced":false,"skipOffset":"5","sortRank":"1","customScript":"first",)"
+            R"("instanceCount":0,"pageID":"p1","siteID":2.0,"rtbDspID":"s2","rtbDealID":"d1"})");
+  Extension listed;
+  listed.processExtensions(*extensions->find("Extension")->array());
+  EXPECT_EQ(listed, *extension);
+}
+
+TEST(RKVVASTAdExtensionTest, CopyArchiveAndEqualityCoverTheLists) {
+  auto extension =
+      extensionWith("<offset isForced='1'/><instanceCount>3</instanceCount>" +
+                    block("VireoMetrics", "VireoMetric name='viewcount'", "http://m/1") +
+                    block("VireoMacros", "baseUrl", "http://b") +
+                    block("AdVerifications", "Verification",
+                          "<JavaScriptResource>http://s.js</JavaScriptResource>"));
+  // The record and each copy changed in one field read back equal, and every copy differs. The
+  // first copy shows that a copy owns its metrics.
+  std::vector<std::shared_ptr<Extension>> variants = {extension};
+  for (int i = 0; i < 7; ++i)
+    variants.push_back(extension->copy());
+  variants[1]->metrics()->front()->setEventOffset(2.0);
+  variants[2]->setInstanceCount(4);
+  variants[3]->setBaseURL(RKVURL::withString("http://c"));
+  variants[4]->adVerifications()->clear();
+  variants[5]->setAdVerifications(std::nullopt);
+  variants[6]->setOffsetIsForced(false);
+  for (const auto& variant : variants) {
+    EXPECT_EQ(variant == extension || variant == variants[7], *variant == *extension)
+        << variant->archive();
+    EXPECT_EQ(*Extension::unarchive(variant->archive()), *variant) << variant->archive();
+  }
+  // Keys of the wrong type read as missing.
+  auto wrongTypes = Extension::unarchive(
+      R"({"siteID":"5","pageID":5,"offsetIsForced":"yes","adVerifications":{"x":1},)"
+      R"("metrics":[{"name":"viewcount"},3,{"name":"viewcount","url":"http://m"}]})");
+  EXPECT_EQ(wrongTypes->archive(),
+            archiveWith(R"("metrics":[{"name":"viewcount","url":"http://m","eventOffset":-1.0}])"));
+}
+
+TEST(RKVVASTAdVerificationTest, ResourcesAndTheVerificationNotExecutedEvents) {
+  test::RKVLogCapture log;
+  auto verification = V::withDictionary(*element(
+      "<Verification vendor='iabtechlab.com-omid'>"
+      "<ExecutableResource apiFramework='native' type='bin' browserOptional='true'>http://e/1"
+      "</ExecutableResource>"
+      "<JavascriptResource apiFramework='omid' browserOptional='1'>http://j/lower"
+      "</JavascriptResource>"
+      "<JavaScriptResource apiFramework='omid' browserOptional='true'>http://j/1"
+      "</JavaScriptResource>"
+      "<JavaScriptResource browserOptional='false'>http://j/2</JavaScriptResource>"
+      "<JavaScriptResource apiFramework='no-text'/>"
+      "<JavaScriptResource>http://[not a host/</JavaScriptResource>"
+      "<VerificationParameters><![CDATA[{\"k\":1}]]></VerificationParameters><TrackingEvents>"
+      "<Tracking event='creativeView'>http://t/view</Tracking>"
+      "<Tracking event='verificationNotExecuted'>http://t/1?reason=[REASON]</Tracking>"
+      "<Tracking event='verificationNotExecuted'>http://bad host</Tracking>"
+      "<Tracking>http://t/nameless</Tracking>"
+      "<Tracking event='VerificationNotExecuted'>http://t/case</Tracking>"
+      "</TrackingEvents></Verification>"));
+  EXPECT_EQ(verification->verificationParameters(), "{\"k\":1}");
+  // Both spellings of the script resource in that order, then the executables, which are never
+  // browser-optional.
+  const Resource expected[] = {
+      Resource(0, url("http://j/1"), "omid", true, std::nullopt),
+      Resource(0, url("http://j/2"), std::nullopt, false, std::nullopt),
+      Resource(0, url("http://j/lower"), "omid", true, std::nullopt),
+      Resource(0, url("http://e/1"), "native", false, "bin"),
+  };
+  ASSERT_EQ(verification->resources().size(), std::size(expected));
+  for (size_t i = 0; i < std::size(expected); ++i)
+    EXPECT_EQ(*verification->resources()[i], expected[i]) << i;
+  ASSERT_EQ(verification->trackingEvents().size(), 1u);
+  EXPECT_EQ(verification->trackingEvents()[0]->eventURL().absoluteString(),
+            "http://t/1?reason=%5BREASON%5D");
+  // The refused names were logged, word for word.
+  const std::string rest =
+      "' is neither consumable nor nonconsumable! It has been assumed as consumable.";
+  EXPECT_EQ(log.debugMessages(),
+            (Strings{"Event 'creativeView" + rest, "Event 'VerificationNotExecuted" + rest}));
+  // No usable resource, no verification.
+  EXPECT_EQ(V::withDictionary(*element("<Verification><JavaScriptResource>a<b/>c"
+                                       "</JavaScriptResource></Verification>")),
+            nullptr);
+}
+
+TEST(RKVVASTAdVerificationTest, EqualityAndArchivesCoverEveryField) {
+  auto event = Event::withName("verificationNotExecuted", url("http://t/[REASON]"));
+  auto at = [](const char* text, int64_t type = 0, std::optional<std::string> api = "omid",
+               bool optional = false, std::optional<std::string> executable = "bin") {
+    return std::make_shared<Resource>(type, url(text), api, optional, executable);
+  };
+  const V base("v", {at("http://a", 0, "omid", true, std::nullopt), at("http://b")}, {event}, "p");
+  EXPECT_EQ(*V::unarchive(base.archive()), base);
+  EXPECT_EQ(base, V("v", base.resources(), {event->copy()}, "p"));
+  // Each variant differs from the base in one field, both ways round, and reads back equal.
+  const auto a = base.resources()[0];
+  for (const V& other :
+       {V(std::nullopt, base.resources(), {event}, "p"), V("v", {a}, {event}, "p"),
+        V("v", {at("http://b"), a}, {event}, "p"), V("v", {a, at("http://b", 1)}, {event}, "p"),
+        V("v", {a, at("http://b", 0, std::nullopt)}, {event}, "p"),
+        V("v", {a, at("http://b", 0, "omid", true)}, {event}, "p"),
+        V("v", {a, at("http://b", 0, "omid", false, "js")}, {event}, "p"),
+        V("v", base.resources(), {Event::withName("verificationNotExecuted", url("http://u"))},
+          "p"),
+        V("v", base.resources(), {event}, std::nullopt)}) {
+    EXPECT_FALSE(base == other || other == base) << other.archive();
+    EXPECT_EQ(*V::unarchive(other.archive()), other) << other.archive();
+  }
+  // An event of another class with the same name and URL is not equal.
+  RKVVASTTrackingEvent tracking("verificationNotExecuted", std::nullopt, event->url());
+  EXPECT_FALSE(event->isEqual(tracking) || tracking.isEqual(*event));
 }
 
 }  // namespace
