@@ -1,4 +1,4 @@
-// The VAST manager against real HTTP servers on 127.0.0.1.
+// The VAST manager, and the VAST pixels, against real HTTP servers on 127.0.0.1.
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -11,16 +11,20 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
-#include <tuple>
 #include <vector>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
 #include "rkv/foundation/RKVBackgroundExecutor.h"
+#include "rkv/net/RKVPixelStoreProvider.h"
 #include "rkv/net/RKVURLSessionProvider.h"
 #include "rkv/net/RKVURLSessionProviderProtocol.h"
+#include "rkv/system/RKVMemoryUserDefaultsStore.h"
 #include "rkv/vast/RKVVASTManager.h"
+#include "rkv/vast/RKVVASTPixelManager.h"
+#include "rkv/vast/RKVVASTTrackingEventFactory.h"
 #include "rkv/vast/errors/RKVVASTErrorCodes.h"
 
 #include "tests/support/RKVLogCapture.h"
@@ -37,8 +41,11 @@ using test::inlineAd;
 using test::RKVTestAd;
 using test::RKVTestHTTPServer;
 using test::RKVTestRoute;
+using test::url;
 using test::vastXML;
 using test::wrapperAd;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
 using Behavior = test::RKVTestServerBehavior;
 using Lines = std::vector<std::string>;
 
@@ -180,13 +187,12 @@ std::string levelXML(const std::string& id, const std::string& adTag, int creati
   return xml + "</Creatives></" + kind + "></Ad></VAST>";
 }
 
-// (name, offset, URL) of every tracking event of the creative, in order.
-using EventKey = std::tuple<std::string, std::string, std::string>;
-std::vector<EventKey> eventKeys(const RKVVASTCreative& creative) {
-  std::vector<EventKey> keys;
+// The URL of every tracking event of the creative, in order.
+Lines eventURLs(const RKVVASTCreative& creative) {
+  Lines urls;
   for (const auto& event : creative.trackingEvents())
-    keys.emplace_back(event->name(), event->offset().value_or("-"), event->url().absoluteString());
-  return keys;
+    urls.push_back(event->url().absoluteString());
+  return urls;
 }
 
 class RKVVASTManagerTest : public ::testing::Test {
@@ -290,12 +296,9 @@ TEST_F(RKVVASTManagerTest, ChainsAreMergedUpToTheWrapperLimitPassbacksGoOneLevel
   RKVVASTManagerResponse response = manager->nextAdWithTimeout(5.0, false);
   ASSERT_EQ(answer(response), "i/6");
   const RKVVASTAd& ad = *std::dynamic_pointer_cast<HandedOutAd>(response.ad())->ad;
-  std::vector<RKVVASTURL> starts;
-  for (const auto& event : ad.linearCreatives().at(0)->trackingEvents())
-    starts.emplace_back(event->eventURL());
   EXPECT_EQ(urls(ad.impressions()), pixels("imp", 6));
   EXPECT_EQ(urls(ad.errorPixels()), pixels("err", 6));
-  EXPECT_EQ(urls(starts), pixels("start", 6));
+  EXPECT_EQ(joined(eventURLs(*ad.linearCreatives().at(0)), " "), pixels("start", 6));
   EXPECT_EQ(delegate_->calls(),
             "ready | start w0 | error VAST_VALIDATION_ERROR_MISSING_ADTITLE [] text");
   EXPECT_EQ(server_.requestCount("/c6"), 2u);  // once per path that reached it
@@ -581,12 +584,10 @@ TEST_F(RKVVASTManagerTest, AChainBuiltToGrowStaysBounded) {
   size_t held = 0;
   std::set<std::string> urls;
   for (const auto& creative : ad->linearCreatives()) {
-    const std::vector<EventKey> keys = eventKeys(*creative);
-    const std::set<EventKey> distinct(keys.begin(), keys.end());
-    EXPECT_EQ(distinct.size(), keys.size());
-    held += keys.size();
-    for (const auto& [name, offset, url] : keys)
-      urls.insert(url);
+    const Lines own = eventURLs(*creative);
+    EXPECT_EQ(std::set<std::string>(own.begin(), own.end()).size(), own.size());
+    held += own.size();
+    urls.insert(own.begin(), own.end());
   }
   const size_t own = kCreatives * kEvents;
   EXPECT_EQ(ad->mergedEntryCount(), RKVVASTAd::kMaximumMergedEntries);
@@ -594,24 +595,122 @@ TEST_F(RKVVASTManagerTest, AChainBuiltToGrowStaysBounded) {
   // Every level's impression, and the events nearest the ad, come first and are kept: the last
   // wrapper's first creative reaches the ad's first creative in its order.
   EXPECT_EQ(ad->impressions().size(), levels.size());
-  const std::vector<EventKey> first = eventKeys(*ad->linearCreatives()[0]);
+  const Lines first = eventURLs(*ad->linearCreatives()[0]);
   ASSERT_GE(first.size(), static_cast<size_t>(2 * kEvents));
-  for (int e = 0; e < kEvents; ++e) {
-    EXPECT_EQ(std::get<2>(first[kEvents + e]), "http://t.example/w5/0/" + std::to_string(e));
-  }
+  for (int e = 0; e < kEvents; ++e)
+    EXPECT_EQ(first[kEvents + e], "http://t.example/w5/0/" + std::to_string(e));
   EXPECT_TRUE(urls.contains("http://t.example/w1/0/0"));
-
-  // One warning for each ad that reached the ceiling, naming it.
-  const std::vector<std::string> warnings = log.messages(3);
-  EXPECT_FALSE(warnings.empty());
-  std::set<std::string> warned;
-  for (const std::string& warning : warnings) {
-    for (const std::string& id : levels) {
-      if (warning.find("into ad '" + id + "'") != std::string::npos) warned.insert(id);
-    }
+  // One warning for each ad that reached the ceiling, naming it and the wrapper merged into it.
+  Lines warnings;
+  for (size_t n = 1; n < levels.size(); ++n) {
+    warnings.push_back("Merging wrapper ad '" + levels[n - 1] + "' into ad '" + levels[n] +
+                       "': the ad reached its ceiling of 5000 merged entries; the rest of what "
+                       "the wrapper brings is dropped.");
   }
-  EXPECT_EQ(warned.size(), warnings.size());
-  EXPECT_TRUE(warned.contains("i"));
+  EXPECT_EQ(log.messages(3), warnings);
+}
+
+// The VAST tracking event factory's offsets and the VAST error pixels, sent through a pixel
+// manager to a loopback server.
+std::shared_ptr<RKVVASTTrackingEvent> event(const std::string& name,
+                                            std::optional<std::string> offset = std::nullopt) {
+  return std::make_shared<RKVVASTTrackingEvent>(name, std::move(offset),
+                                                url("http://t.example/" + name));
+}
+
+TEST(RKVVASTTrackingEventFactoryTest, OffsetsFromNamesAndAttributes) {
+  struct Case {
+    std::string name;
+    std::optional<std::string> offset;
+    double expected;  // for a content of 30 s
+  };
+  // A clock offset or a percentage wins over the name; an offset of no known kind leaves the
+  // name's; "pause" is fired by the player, not by time.
+  // clang-format off
+  const std::vector<Case> cases = {
+      {"start", std::nullopt, 0}, {"firstQuartile", std::nullopt, 7.5},
+      {"midpoint", std::nullopt, 15}, {"thirdQuartile", std::nullopt, 22.5},
+      {"complete", std::nullopt, 30}, {"midpoint", "00:00:05", 5}, {"midpoint", "10%", 3},
+      {"midpoint", "soon", 15}, {"progress", "00:01:02.500", 62.5}, {"pause", std::nullopt, -1}};
+  // clang-format on
+  std::vector<std::shared_ptr<RKVVASTTrackingEvent>> events = {nullptr};  // left out
+  for (const Case& c : cases) {
+    events.push_back(event(c.name, c.offset));
+    events.back()->setEventOffset(123);  // whatever it was, it is recomputed
+  }
+  RKVVASTTrackingEventFactory factory(events, 30);
+  const auto tracking = factory.trackingEvents();
+  ASSERT_EQ(tracking.size(), cases.size());
+  for (size_t i = 0; i < cases.size(); ++i) {
+    SCOPED_TRACE(cases[i].name + " " + cases[i].offset.value_or("-"));
+    EXPECT_EQ(tracking[i], events[i + 1]);  // the same objects, in order, changed in place
+    EXPECT_DOUBLE_EQ(events[i + 1]->eventOffset(), cases[i].expected);
+  }
+  // Without a content length there is no share of it.
+  RKVVASTTrackingEventFactory unknownLength({event("midpoint")}, 0);
+  EXPECT_DOUBLE_EQ(unknownLength.events()[0]->eventOffset(), -1);
+}
+
+// A pixel manager that notes each pixel handed to addPixel, as a host watching the queue would.
+struct WatchedPixelManager : RKVPixelManager {
+  using RKVPixelManager::RKVPixelManager;
+  bool addPixel(const RKVPixel& pixel) override {
+    added.push_back(pixel.url().absoluteString());
+    return RKVPixelManager::addPixel(pixel);
+  }
+  Lines added;
+};
+
+// A VAST pixel manager over a pixel manager whose store lives in memory.
+struct VASTPixels {
+  std::shared_ptr<WatchedPixelManager> manager = std::make_shared<WatchedPixelManager>(
+      std::make_shared<RKVPixelStore>(std::make_shared<RKVPixelStoreProvider>(
+          std::make_shared<RKVUserDefaults>(std::make_shared<RKVMemoryUserDefaultsStore>()),
+          "test")),
+      test::testSession());
+  RKVVASTPixelManager vast{manager};
+
+  // Waits until the rounds requested so far have ended (rounds run one after the other).
+  void waitForRounds() {
+    auto done = std::make_shared<std::promise<void>>();
+    auto future = done->get_future();
+    manager->callPixelsWithCompletionHandler([done] { done->set_value(); });
+    ASSERT_EQ(future.wait_for(test::kHangGuard), std::future_status::ready);
+  }
+};
+
+TEST(RKVVASTPixelManagerTest, ErrorPixelsCarryTheCodeOrAreNotCalled) {
+  RKVTestHTTPServer server;
+  server.setRoute("/error", RKVTestRoute::answer(200, ""));
+  server.setRoute("/other", RKVTestRoute::answer(204, ""));
+  VASTPixels pixels;
+  test::RKVLogCapture capture;
+  pixels.vast.callVASTErrorPixels(std::vector{RKVVASTURL(url("http://t.example/e"))}, -1);
+  pixels.vast.callVASTErrorPixels(std::vector<RKVVASTURL>{}, 402);
+  pixels.vast.callVASTErrorPixels(std::nullopt, 900);
+  EXPECT_THAT(pixels.manager->allPixels(), IsEmpty());
+  EXPECT_THAT(capture.debugMessages(),
+              ElementsAre("Error pixels cannot be called for error code: -1",
+                          "No error pixels to call for error code: 402",
+                          "No error pixels to call for error code: 900"));
+  for (int64_t code : {301, -2}) {
+    SCOPED_TRACE(code);
+    pixels.vast.callVASTErrorPixels(
+        std::vector{RKVVASTURL(url(server.url("/error?code=[ERRORCODE]&n=1"))),
+                    RKVVASTURL(url(server.url("/other?c=%5BERRORCODE%5D")))},
+        code);
+    pixels.waitForRounds();
+  }
+  // The round each call requests sends its pixels, in order; the macro is found either way.
+  const Lines sent = {"/error?code=301&n=1", "/other?c=301", "/error?code=-2&n=1", "/other?c=-2"};
+  Lines targets, added;
+  for (const auto& request : server.requests())
+    targets.push_back(request.target);
+  for (const std::string& target : sent)
+    added.push_back(server.url(target));
+  EXPECT_EQ(targets, sent);
+  EXPECT_EQ(pixels.manager->added, added);
+  EXPECT_THAT(pixels.manager->allPixels(), IsEmpty());
 }
 
 }  // namespace
