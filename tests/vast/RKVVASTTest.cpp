@@ -64,10 +64,9 @@ std::string ad(char kind, const std::string& id, const std::string& sequence = "
       "<Ad id='" + id + "'" + (sequence == "-" ? "" : " sequence='" + sequence + "'") + ">";
   if (kind == 'w') return open + "<Wrapper><AdSystem>S</AdSystem></Wrapper></Ad>";
   return open +
-         "<InLine><AdSystem>S</AdSystem><AdTitle>T</"
-         "AdTitle><Creatives><Creative><Linear><Duration>00:00:10</Duration>"
-         "<MediaFiles><MediaFile type='video/mp4'>http://m.test/1.mp4</MediaFile></MediaFiles>"
-         "</Linear></Creative></Creatives></InLine></Ad>";
+         "<InLine><AdSystem>S</AdSystem><AdTitle>T</AdTitle><Creatives><Creative><Linear>"
+         "<Duration>00:00:10</Duration><MediaFiles><MediaFile type='video/mp4'>http://m.test/1.mp4"
+         "</MediaFile></MediaFiles></Linear></Creative></Creatives></InLine></Ad>";
 }
 
 const std::string kInline = ad('i', "a");
@@ -81,16 +80,13 @@ std::string vast(const std::string& version, const std::string& content) {
 }
 
 struct Document {
-  RKVXMLDictionaryPtr root;
-  std::shared_ptr<RKVVASTModel> model;
+  explicit Document(const std::string& content)
+      : root(test::element("<VAST version='4.2'>" + content + "</VAST>")),
+        model(RKVVASTModel::withDictionary(*root, &error, recorder.inner())) {}
   test::RKVReportRecorder recorder;
   std::optional<RKVError> error;
-
-  explicit Document(const std::string& content) {
-    root =
-        RKVXMLDictionary::rkv_dictionaryWithXMLString("<VAST version='4.2'>" + content + "</VAST>");
-    model = RKVVASTModel::withDictionary(*root, &error, recorder.inner());
-  }
+  RKVXMLDictionaryPtr root;
+  std::shared_ptr<RKVVASTModel> model;
 };
 
 // The ids, each followed by "@" and the sequence of an ad that has one.
@@ -104,15 +100,13 @@ Lines ids(const RKVVASTModel::Ads& ads) {
 
 TEST(RKVVASTModelTest, AdsAndTheirReports) {
   Document document(
-      // kept and valid: an inline ad with a blank system and title, reported with its InLine's
-      // error URLs
+      // kept, valid: blank system and title, reported with the InLine's error URLs
       "<Ad id='1'><InLine><AdSystem> </AdSystem><AdTitle/><Error>http://e.test/inline</Error>"
       "<Creatives><Creative><Linear><Duration>1</Duration><MediaFiles><MediaFile type='video/mp4'>"
       "http://m/1</MediaFile></MediaFiles></Linear></Creative></Creatives></InLine></Ad>"
       // skipped silently: neither kind, or not an element
       "<Ad id='2'><Other>x</Other></Ad><Ad>text only</Ad>"
-      // kept and valid: a wrapper without title and with a blank system, reported with an
-      // empty list
+      // kept, valid: a wrapper with a blank system and no title, reported with no URLs
       "<Ad id='3'><Wrapper><AdSystem> </AdSystem><Error>http://e.test/wrapper</Error>"
       "</Wrapper></Ad>"
       // dropped: an InLine value that is no element
@@ -319,32 +313,30 @@ TEST(RKVVASTModelGeneratorTest, ArgumentsInOrderThenTheDownload) {
     std::optional<std::string> xml;
     std::string url;  // a path on the server, or a whole URL
     double timeout;
-    bool wrapper;
     std::shared_ptr<RKVURLSession> session;
     std::string outcome;
   };
   const Case cases[] = {
       // The arguments are tested in order: bytes win over the URL, once time is left.
-      {kDocument, "/vast", 0, false, session, "no model, 5031 Connection timed out."},
-      {std::nullopt, "", -1, false, session, "no model, 5031 Connection timed out."},
-      {kDocument, "/vast", 5, false, session, "model"},
-      {std::nullopt, "", 5, false, session, "no model, 10002 No XML Input."},
-      {std::nullopt, "/vast", 5, false, session, "model"},
+      {kDocument, "/vast", 0, session, "no model, 5031 Connection timed out."},
+      {std::nullopt, "", -1, session, "no model, 5031 Connection timed out."},
+      {kDocument, "/vast", 5, session, "model"},
+      {std::nullopt, "", 5, session, "no model, 10002 No XML Input."},
+      {std::nullopt, "/vast", 5, session, "model"},
       // An answer of any status is parsed (the manager's tests read a 404's body).
-      {std::nullopt, "/empty", 5, false, session, "XML_PARSING_ERROR; no model, 100/100001"},
-      // The download errors are the wrapper forms whatever the generator reads for.
-      {std::nullopt, "/slow", 0.3, false, session,
+      {std::nullopt, "/empty", 5, session, "XML_PARSING_ERROR; no model, 100/100001"},
+      // The download errors are the wrapper forms even for an ad call.
+      {std::nullopt, "/slow", 0.3, session,
        "VAST_WRAPPER_ERROR_FETCH_TIMEOUT; no model, 301/301003"},
-      {std::nullopt, refused + "/vast", 5, false, session,
-       "VAST_WRAPPER_ERROR_FETCH" + unableToDownload},
-      {std::nullopt, "/vast", 5, false, noExchange, "VAST_WRAPPER_ERROR" + unableToDownload},
+      {std::nullopt, refused + "/vast", 5, session, "VAST_WRAPPER_ERROR_FETCH" + unableToDownload},
+      {std::nullopt, "/vast", 5, noExchange, "VAST_WRAPPER_ERROR" + unableToDownload},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.url + " in " + std::to_string(c.timeout));
     const std::string text = c.url.starts_with("http") ? c.url : server.url(c.url);
     test::RKVReportRecorder recorder;
     const RKVVASTParserResponse response =
-        RKVVASTModelGenerator(c.session, c.wrapper)
+        RKVVASTModelGenerator(c.session, false)
             .generateVASTModelFromXML(c.xml,
                                       c.url.empty() ? std::nullopt : RKVURL::withString(text),
                                       c.timeout, recorder.outer());
@@ -470,26 +462,26 @@ size_t logged(const test::RKVLogCapture& log, const std::string& prefix) {
                                [&](const std::string& m) { return m.starts_with(prefix); });
 }
 
-// One level of a wrapper chain: `creatives` linear creatives of `events` start events each, with
+// One level of a wrapper chain: kCreatives linear creatives of kEvents start events each, with
 // the URLs http://t.example/<id>/<creative>/<event>; a wrapper follows `adTag`, an inline ad
 // carries a media file in every creative.
-std::string levelXML(const std::string& id, const std::string& adTag, int creatives, int events) {
-  const bool wrapper = !adTag.empty();
-  const std::string kind = wrapper ? "Wrapper" : "InLine";
-  std::string xml = "<?xml version=\"1.0\"?><VAST version=\"3.0\"><Ad id=\"" + id + "\"><" + kind +
+constexpr int kCreatives = 20;
+constexpr int kEvents = 20;
+std::string levelXML(const std::string& id, const std::string& adTag) {
+  const std::string kind = adTag.empty() ? "InLine" : "Wrapper";
+  std::string xml = "<VAST version='3.0'><Ad id='" + id + "'><" + kind +
                     "><AdSystem>s</AdSystem><AdTitle>" + id + "</AdTitle>";
-  if (wrapper) xml += "<VASTAdTagURI><![CDATA[" + adTag + "]]></VASTAdTagURI>";
+  if (!adTag.empty()) xml += "<VASTAdTagURI><![CDATA[" + adTag + "]]></VASTAdTagURI>";
   xml += "<Impression>http://i.example/" + id + "</Impression><Creatives>";
-  for (int c = 0; c < creatives; ++c) {
+  for (int c = 0; c < kCreatives; ++c) {
+    const std::string at = id + "/" + std::to_string(c) + "/";
     xml += "<Creative><Linear><Duration>00:00:15</Duration><TrackingEvents>";
-    for (int e = 0; e < events; ++e) {
-      xml += "<Tracking event=\"start\">http://t.example/" + id + "/" + std::to_string(c) + "/" +
-             std::to_string(e) + "</Tracking>";
-    }
+    for (int e = 0; e < kEvents; ++e)
+      xml += "<Tracking event='start'>http://t.example/" + at + std::to_string(e) + "</Tracking>";
     xml += "</TrackingEvents>";
-    if (!wrapper) {
-      xml += "<MediaFiles><MediaFile type=\"video/mp4\">http://m.example/" + id + "/" +
-             std::to_string(c) + ".mp4</MediaFile></MediaFiles>";
+    if (adTag.empty()) {
+      xml += "<MediaFiles><MediaFile type='video/mp4'>http://m.example/" + at +
+             "f.mp4</MediaFile></MediaFiles>";
     }
     xml += "</Linear></Creative>";
   }
@@ -864,21 +856,17 @@ TEST_F(RKVVASTManagerTest, ATransportThatNeverCompletesDoesNotHangARequestForAnA
 // a level (beyond 2 GB at the fifth); merged without duplicates and under the ceiling, the chain
 // costs little and the ad holds each event at most once per creative.
 TEST_F(RKVVASTManagerTest, AChainBuiltToGrowStaysBounded) {
-  constexpr int kCreatives = 20;
-  constexpr int kEvents = 20;
   const std::vector<std::string> levels = {"w1", "w2", "w3", "w4", "w5", "i"};
   for (size_t n = 1; n < levels.size(); ++n) {
     const std::string next = n + 1 < levels.size() ? server_.url("/" + levels[n + 1]) : "";
-    server_.setRoute("/" + levels[n],
-                     RKVTestRoute::answer(200, levelXML(levels[n], next, kCreatives, kEvents)));
+    server_.setRoute("/" + levels[n], RKVTestRoute::answer(200, levelXML(levels[n], next)));
   }
   test::RKVLogCapture log;
   rusage before{};
   getrusage(RUSAGE_SELF, &before);
 
   auto manager = managerOver({}, {10.0, 5, false, false});
-  manager->createAdsStoreWithXML(levelXML("w1", server_.url("/w2"), kCreatives, kEvents),
-                                 std::nullopt, 10.0);
+  manager->createAdsStoreWithXML(levelXML("w1", server_.url("/w2")), std::nullopt, 10.0);
   RKVVASTManagerResponse response = manager->nextAdWithTimeout(10.0, false);
 
   rusage after{};
