@@ -22,6 +22,7 @@
 
 #include "rkv/foundation/RKVBackgroundExecutor.h"
 #include "rkv/net/RKVPixelStoreProvider.h"
+#include "rkv/net/RKVURLSession.h"
 #include "rkv/net/RKVURLSessionProvider.h"
 #include "rkv/net/RKVURLSessionProviderProtocol.h"
 #include "rkv/system/RKVMemoryUserDefaultsStore.h"
@@ -57,6 +58,31 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using Behavior = test::RKVTestServerBehavior;
 using Lines = std::vector<std::string>;
+
+// A session of its own for a test's wrapper fetches, answers capped at 1 MiB.
+inline std::shared_ptr<RKVURLSession> testSession() {
+  RKVURLSessionConfiguration oneMebibyteAtMost;
+  oneMebibyteAtMost.maximumResponseBytes = 1024 * 1024;
+  return std::make_shared<RKVURLSession>(
+      std::make_shared<RKVURLSessionProvider>(oneMebibyteAtMost));
+}
+
+// The reports, each followed by "; ", then "model" or "no model", then the error's code with its
+// vendor code, or its description when it holds no VAST error: "XML_PARSING_ERROR; no model,
+// 100/100001".
+inline std::string outcome(const RKVVASTParserResponse& response,
+                           const test::RKVReportRecorder& recorder) {
+  std::string text;
+  for (const std::string& line : recorder.lines())
+    text += line + "; ";
+  text += response.model() ? "model" : "no model";
+  if (const std::optional<RKVError>& error = response.error()) {
+    text += ", " + std::to_string(error->code);
+    text += error->vastError ? "/" + std::to_string(error->vastError->vireoCode())
+                             : " " + error->localizedDescription.value_or("-");
+  }
+  return text;
+}
 
 // An inline ad (kind 'i') or a wrapper ('w') with the id and, when given, the sequence.
 std::string ad(char kind, const std::string& id, const std::string& sequence = "-") {
@@ -209,7 +235,7 @@ TEST(RKVVASTParserTest, DocumentLevelChecks) {
     test::RKVReportRecorder recorder;
     const RKVVASTParserResponse response =
         RKVVASTParser::parseXMLAndGenerateVASTObjectModel(c.document, c.wrapper, recorder.outer());
-    EXPECT_EQ(test::outcome(response, recorder), c.outcome);
+    EXPECT_EQ(outcome(response, recorder), c.outcome);
     for (const auto& text : recorder.texts())
       EXPECT_EQ(text, c.document);
   }
@@ -217,7 +243,7 @@ TEST(RKVVASTParserTest, DocumentLevelChecks) {
 
 std::string parse(std::string_view bytes, bool isWrapper = false) {
   test::RKVReportRecorder recorder;
-  return test::outcome(
+  return outcome(
       RKVVASTParser::parseXMLAndGenerateVASTObjectModel(bytes, isWrapper, recorder.outer()),
       recorder);
 }
@@ -340,7 +366,7 @@ TEST(RKVVASTModelGeneratorTest, ArgumentsInOrderThenTheDownload) {
             .generateVASTModelFromXML(c.xml,
                                       c.url.empty() ? std::nullopt : RKVURL::withString(text),
                                       c.timeout, recorder.outer());
-    EXPECT_EQ(test::outcome(response, recorder), c.outcome);
+    EXPECT_EQ(outcome(response, recorder), c.outcome);
     // The document text comes with parsing errors only.
     for (size_t i = 0; i < recorder.lines().size(); ++i)
       EXPECT_EQ(recorder.texts()[i].has_value(), recorder.lines()[i].starts_with("XML_PARSING"));
@@ -512,7 +538,7 @@ class RKVVASTManagerTest : public ::testing::Test {
   }
   std::string url(const std::string& path) const { return server_.url(path); }
   RKVTestHTTPServer server_;
-  std::shared_ptr<RKVURLSession> session_ = test::testSession();
+  std::shared_ptr<RKVURLSession> session_ = testSession();
   std::shared_ptr<RecordingDelegate> delegate_;
   std::shared_ptr<PassThroughAdapter> adapter_ = std::make_shared<PassThroughAdapter>();
   const std::string closed_ =
@@ -964,7 +990,7 @@ struct VASTPixels {
       std::make_shared<RKVPixelStore>(std::make_shared<RKVPixelStoreProvider>(
           std::make_shared<RKVUserDefaults>(std::make_shared<RKVMemoryUserDefaultsStore>()),
           "test")),
-      test::testSession());
+      testSession());
   RKVVASTPixelManager vast{manager};
 
   // Waits until the rounds requested so far have ended (rounds run one after the other).

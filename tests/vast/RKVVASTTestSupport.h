@@ -10,22 +10,11 @@
 
 #include <gtest/gtest.h>
 
-#include "rkv/net/RKVURLSession.h"
-#include "rkv/net/RKVURLSessionProvider.h"
-#include "rkv/vast/RKVVASTParserResponse.h"
 #include "rkv/vast/errors/RKVVASTError.h"
 #include "rkv/vast/model/RKVVASTErrorHandler.h"
 #include "rkv/xml/RKVXMLDictionary.h"
 
 namespace rkv::test {
-
-// A session of its own for a test's wrapper fetches, answers capped at 1 MiB.
-inline std::shared_ptr<RKVURLSession> testSession() {
-  RKVURLSessionConfiguration oneMebibyteAtMost;
-  oneMebibyteAtMost.maximumResponseBytes = 1024 * 1024;
-  return std::make_shared<RKVURLSession>(
-      std::make_shared<RKVURLSessionProvider>(oneMebibyteAtMost));
-}
 
 // The root element of the text's tree; the test fails when the text does not parse.
 inline RKVXMLDictionaryPtr element(std::string_view xml) {
@@ -76,22 +65,5 @@ class RKVReportRecorder {
   std::vector<std::string> lines_;
   std::vector<std::optional<std::string>> texts_;
 };
-
-// The reports, each followed by "; ", then "model" or "no model", then the error's code with its
-// vendor code, or its description when it holds no VAST error: "XML_PARSING_ERROR; no model,
-// 100/100001".
-inline std::string outcome(const RKVVASTParserResponse& response,
-                           const RKVReportRecorder& recorder) {
-  std::string text;
-  for (const std::string& line : recorder.lines())
-    text += line + "; ";
-  text += response.model() ? "model" : "no model";
-  if (const std::optional<RKVError>& error = response.error()) {
-    text += ", " + std::to_string(error->code);
-    text += error->vastError ? "/" + std::to_string(error->vastError->vireoCode())
-                             : " " + error->localizedDescription.value_or("-");
-  }
-  return text;
-}
 
 }  // namespace rkv::test
