@@ -1,6 +1,5 @@
-// Reading VAST documents (the model, the parser's document-level checks, hostile input, the
-// corpus read ad by ad) and the generator's download; the VAST manager and the VAST pixels against
-// real HTTP servers on 127.0.0.1.
+// Reading VAST documents (model, parser, hostile input, the corpus) and downloading them; the VAST
+// manager and the VAST pixels against real HTTP servers on 127.0.0.1.
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -67,9 +66,8 @@ inline std::shared_ptr<RKVURLSession> testSession() {
       std::make_shared<RKVURLSessionProvider>(oneMebibyteAtMost));
 }
 
-// The reports, each followed by "; ", then "model" or "no model", then the error's code with its
-// vendor code, or its description when it holds no VAST error: "XML_PARSING_ERROR; no model,
-// 100/100001".
+// The reports, each followed by "; ", then "model" or "no model", then the error's code and vendor
+// code, or its description without a VAST error: "XML_PARSING_ERROR; no model, 100/100001".
 inline std::string outcome(const RKVVASTParserResponse& response,
                            const test::RKVReportRecorder& recorder) {
   std::string text;
@@ -217,8 +215,7 @@ TEST(RKVVASTParserTest, DocumentLevelChecks) {
       {vast("3.00", kInline), false, "VAST_VERSION_ERROR_NOT_SUPPORTED; no model, 102/102001"},
       // Reported once: an earlier report silences the version's.
       {vast("1.0", untitled), false, "VAST_VALIDATION_ERROR_MISSING_ADTITLE; no model, 102/102001"},
-      // An ad call without ads fires nothing; a wrapper's answer without ads reports one error
-      // and answers with another.
+      // No ads: an ad call fires nothing; a wrapper's answer reports one error, answers another.
       {vast("3.0", kRootError), false, "model, 101/101005"},
       {vast("3.0", kRootError), true,
        "VAST_WRAPPER_ERROR_NOT_VAST_RESPONSE" + root + "model, 101/101005"},
@@ -415,9 +412,8 @@ std::string urls(const std::vector<RKVVASTURL>& list) {
   return joined(test::urlTexts(list), " ");
 }
 
-// Every delegate call as one line: "ready", "failed <code>", "start <ad id>", "fail <ad id>",
-// "error <name> [<error URLs>] text|-"; the lines joined by " | ", in order or sorted (for calls
-// made from parallel tasks).
+// Every delegate call as one line ("ready", "failed <code>", "start <ad id>", "fail <ad id>",
+// "error <name> [<error URLs>] text|-"), joined by " | ", sorted for calls from parallel tasks.
 class RecordingDelegate : public RKVVASTManagerDelegate {
  public:
   void vastManagerIsReadyToProvideAds() override { add("ready"); }
@@ -488,9 +484,8 @@ size_t logged(const test::RKVLogCapture& log, const std::string& prefix) {
                                [&](const std::string& m) { return m.starts_with(prefix); });
 }
 
-// One level of a wrapper chain: kCreatives linear creatives of kEvents start events each, with
-// the URLs http://t.example/<id>/<creative>/<event>; a wrapper follows `adTag`, an inline ad
-// carries a media file in every creative.
+// One level of a wrapper chain: kCreatives linear creatives of kEvents start events to
+// http://t.example/<id>/<creative>/<event>; a wrapper follows `adTag`, an inline ad plays.
 constexpr int kCreatives = 20;
 constexpr int kEvents = 20;
 std::string levelXML(const std::string& id, const std::string& adTag) {
@@ -631,10 +626,9 @@ TEST_F(RKVVASTManagerTest, ChainsAreMergedUpToTheWrapperLimitPassbacksGoOneLevel
   EXPECT_EQ(server_.requestCount("/c6"), 2u);  // once per path that reached it
 }
 
-// The ways a wrapper's fetch can fail, each bounded by the time-out (plus 10 %) and reported
-// with the wrapper's error URLs. Other transport errors (an untrusted certificate, a redirect to
-// another scheme, a body without end, a server that drips) map to the same report: the HTTP
-// session's and the tool's tests tell them apart.
+// The ways a wrapper's fetch can fail, each bounded by the time-out and reported with the
+// wrapper's error URLs. Other transport errors (an untrusted certificate, a redirect to another
+// scheme, a body without end, a server that drips) map to the same report.
 TEST_F(RKVVASTManagerTest, FailedAndRefusedWrappersReachTheDelegateWithinTheTimeOut) {
   RKVTestHTTPServer stalled;
   stalled.setStallConnections(true);
@@ -668,8 +662,7 @@ TEST_F(RKVVASTManagerTest, FailedAndRefusedWrappersReachTheDelegateWithinTheTime
     SCOPED_TRACE(c.adTag);
     RKVTestAd wrapper = wrapperAd("w", c.adTag);
     wrapper.errors = {"http://err.example/w"};
-    // A 2 s time-out leaves a loaded or sanitized machine time to answer; the bound is the
-    // time-out plus a margin that only a fetch left unbounded exceeds.
+    // 2 s leave a loaded or sanitized machine time to answer; only a hang exceeds the margin.
     auto manager = managerOver({wrapper}, {2.0, 5, false, false});
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(drain(*manager), c.answer);
@@ -731,9 +724,8 @@ TEST_F(RKVVASTManagerTest, ADelegateMayCancelFromItsCallbackOrOutliveTheManager)
   EXPECT_EQ(delegate_->calls(), "ready | start w") << "no report of the missing title";
 }
 
-// One passback wrapper fails fast, the other answers late. The fast failure is the end of the
-// last wrapper to be taken up, so the caller is woken with an empty slot; the late result then
-// finds the slot empty and is consumed into it, and nobody hands it out afterwards.
+// One passback wrapper fails fast, ending the last wrapper taken up: the caller is woken with an
+// empty slot. The other answers late, is consumed into that slot, and nobody hands it out.
 TEST_F(RKVVASTManagerTest, AResultAfterTheCallerWasWokenEmptyGoesIntoTheSlotNobodyReads) {
   server_.setRoute("/fails", RKVTestRoute::answer(200, vastXML({}), 300ms));
   serve("/slow", {inlineAd("slow")}, 1500ms);
@@ -878,9 +870,8 @@ TEST_F(RKVVASTManagerTest, ATransportThatNeverCompletesDoesNotHangARequestForAnA
 }
 
 // Five wrappers of 20 linear creatives with 20 events each, then an inline ad of the same shape.
-// Pouring every creative's list into every creative at every level would grow by a factor of 20
-// a level (beyond 2 GB at the fifth); merged without duplicates and under the ceiling, the chain
-// costs little and the ad holds each event at most once per creative.
+// Pouring every creative's list into every creative at every level would grow 20-fold a level
+// (beyond 2 GB at the fifth); merged without duplicates and under the ceiling, it costs little.
 TEST_F(RKVVASTManagerTest, AChainBuiltToGrowStaysBounded) {
   const std::vector<std::string> levels = {"w1", "w2", "w3", "w4", "w5", "i"};
   for (size_t n = 1; n < levels.size(); ++n) {
@@ -915,8 +906,7 @@ TEST_F(RKVVASTManagerTest, AChainBuiltToGrowStaysBounded) {
   const size_t own = kCreatives * kEvents;
   EXPECT_EQ(ad->mergedEntryCount(), RKVVASTAd::kMaximumMergedEntries);
   EXPECT_EQ(held + ad->impressions().size(), own + 1 + RKVVASTAd::kMaximumMergedEntries);
-  // Every level's impression, and the events nearest the ad, come first and are kept: the last
-  // wrapper's first creative reaches the ad's first creative in its order.
+  // Every level's impression is kept; the last wrapper's first creative follows the ad's events.
   EXPECT_EQ(ad->impressions().size(), levels.size());
   const Lines first = eventURLs(*ad->linearCreatives()[0]);
   ASSERT_GE(first.size(), static_cast<size_t>(2 * kEvents));
@@ -933,8 +923,6 @@ TEST_F(RKVVASTManagerTest, AChainBuiltToGrowStaysBounded) {
   EXPECT_EQ(log.messages(3), warnings);
 }
 
-// The VAST tracking event factory's offsets and the VAST error pixels, sent through a pixel
-// manager to a loopback server.
 std::shared_ptr<RKVVASTTrackingEvent> event(const std::string& name,
                                             std::optional<std::string> offset = std::nullopt) {
   return std::make_shared<RKVVASTTrackingEvent>(name, std::move(offset),
