@@ -601,30 +601,26 @@ TEST(RKVVASTAdTest, MergeLeavesOutWhatACreativeHoldsAndStopsAtTheCeiling) {
 // An ad with a value in every place a reader fills.
 const std::string kFullAd =
     "<Ad id='a1' sequence='2'><InLine><AdSystem>S</AdSystem><AdTitle>T</AdTitle>"
-    "<Impression>http://i.test/1</Impression><Error>http://e.test/1</Error>"
-    "<ViewableImpression><Viewable>http://v.test/1</Viewable></ViewableImpression>"
-    "<AdVerifications><Verification vendor='V'><JavaScriptResource apiFramework='omid'>"
-    "http://j.test/1.js</JavaScriptResource></Verification></AdVerifications>"
-    "<Creatives><Creative><UniversalAdId idRegistry='R'>U1</UniversalAdId>"
-    "<Linear skipoffset='00:00:05'><Duration>00:00:10</Duration>"
-    "<AdParameters>P</AdParameters>"
-    "<TrackingEvents><Tracking event='start'>http://t.test/start</Tracking></TrackingEvents>"
-    "<VideoClicks><ClickThrough>http://c.test/through</ClickThrough>"
-    "<ClickTracking>http://c.test/tracking</ClickTracking></VideoClicks>"
-    "<MediaFiles><MediaFile id='m1' delivery='progressive' type='video/mp4' codec='H.264' "
-    "bitrate='500' width='640' height='360' scalable='true'>http://m.test/1.mp4</MediaFile>"
-    "</MediaFiles>"
-    "<Icons><Icon program='AdChoices' width='20' height='20' xPosition='1' yPosition='2'>"
+    "<Impression>http://i.test/1</Impression><Error>http://e.test/1</Error><ViewableImpression>"
+    "<Viewable>http://v.test/1</Viewable></ViewableImpression><AdVerifications>"
+    "<Verification vendor='V'><JavaScriptResource apiFramework='omid'>http://j.test/1.js"
+    "</JavaScriptResource></Verification></AdVerifications><Creatives><Creative>"
+    "<UniversalAdId idRegistry='R'>U1</UniversalAdId><Linear skipoffset='00:00:05'>"
+    "<Duration>00:00:10</Duration><AdParameters>P</AdParameters><TrackingEvents>"
+    "<Tracking event='start'>http://t.test/start</Tracking></TrackingEvents><VideoClicks>"
+    "<ClickThrough>http://c.test/through</ClickThrough><ClickTracking>http://c.test/tracking"
+    "</ClickTracking></VideoClicks><MediaFiles><MediaFile id='m1' delivery='progressive' "
+    "type='video/mp4' codec='H.264' bitrate='500' width='640' height='360' "
+    "scalable='true'>http://m.test/1.mp4</MediaFile></MediaFiles><Icons>"
+    "<Icon program='AdChoices' width='20' height='20' xPosition='1' yPosition='2'>"
     "<StaticResource creativeType='image/png'>http://icon.test/1.png</StaticResource></Icon>"
-    "</Icons></Linear></Creative>"
-    "<Creative><NonLinearAds><NonLinear id='n1' width='300' height='50'>"
-    "<StaticResource creativeType='image/png'>http://n.test/1.png</StaticResource>"
-    "</NonLinear></NonLinearAds></Creative>"
-    "<Creative><CompanionAds><Companion id='c1' width='300' height='250'>"
-    "<StaticResource creativeType='image/png'>http://comp.test/1.png</StaticResource>"
-    "</Companion></CompanionAds></Creative></Creatives>"
-    "<Extensions><Extension><offset skipoffset='00:00:03'/></Extension></Extensions>"
-    "</InLine></Ad>";
+    "</Icons></Linear></Creative><Creative><NonLinearAds><NonLinear id='n1' width='300' "
+    "height='50'><StaticResource creativeType='image/png'>http://n.test/1.png</StaticResource>"
+    "</NonLinear></NonLinearAds></Creative><Creative><CompanionAds>"
+    "<Companion id='c1' width='300' height='250'><StaticResource "
+    "creativeType='image/png'>http://comp.test/1.png</StaticResource></Companion></CompanionAds>"
+    "</Creative></Creatives><Extensions><Extension><offset skipoffset='00:00:03'/></Extension>"
+    "</Extensions></InLine></Ad>";
 
 std::shared_ptr<RKVVASTAd> readInline(const std::string& xml) {
   return RKVVASTAdInline::withDictionary(*element(xml));
@@ -799,23 +795,19 @@ TEST(RKVVASTAdExtensionTest, CopyArchiveAndEqualityCoverTheLists) {
 TEST(RKVVASTAdVerificationTest, ResourcesAndTheVerificationNotExecutedEvents) {
   test::RKVLogCapture log;
   auto verification = V::withDictionary(*element(
-      "<Verification vendor='iabtechlab.com-omid'>"
-      "<ExecutableResource apiFramework='native' type='bin' browserOptional='true'>http://e/1"
-      "</ExecutableResource>"
+      "<Verification vendor='iabtechlab.com-omid'><ExecutableResource apiFramework='native' "
+      "type='bin' browserOptional='true'>http://e/1</ExecutableResource>"
       "<JavascriptResource apiFramework='omid' browserOptional='1'>http://j/lower"
-      "</JavascriptResource>"
-      "<JavaScriptResource apiFramework='omid' browserOptional='true'>http://j/1"
-      "</JavaScriptResource>"
-      "<JavaScriptResource browserOptional='false'>http://j/2</JavaScriptResource>"
-      "<JavaScriptResource apiFramework='no-text'/>"
-      "<JavaScriptResource>http://[not a host/</JavaScriptResource>"
+      "</JavascriptResource><JavaScriptResource apiFramework='omid' "
+      "browserOptional='true'>http://j/1</JavaScriptResource><JavaScriptResource "
+      "browserOptional='false'>http://j/2</JavaScriptResource><JavaScriptResource "
+      "apiFramework='no-text'/><JavaScriptResource>http://[not a host/</JavaScriptResource>"
       "<VerificationParameters><![CDATA[{\"k\":1}]]></VerificationParameters><TrackingEvents>"
-      "<Tracking event='creativeView'>http://t/view</Tracking>"
-      "<Tracking event='verificationNotExecuted'>http://t/1?reason=[REASON]</Tracking>"
+      "<Tracking event='creativeView'>http://t/view</Tracking><Tracking "
+      "event='verificationNotExecuted'>http://t/1?reason=[REASON]</Tracking>"
       "<Tracking event='verificationNotExecuted'>http://bad host</Tracking>"
-      "<Tracking>http://t/nameless</Tracking>"
-      "<Tracking event='VerificationNotExecuted'>http://t/case</Tracking>"
-      "</TrackingEvents></Verification>"));
+      "<Tracking>http://t/nameless</Tracking><Tracking "
+      "event='VerificationNotExecuted'>http://t/case</Tracking></TrackingEvents></Verification>"));
   EXPECT_EQ(verification->verificationParameters(), "{\"k\":1}");
   // Both script spellings in that order, then the executables, which are never browser-optional.
   const Resource expected[] = {
