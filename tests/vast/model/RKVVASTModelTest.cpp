@@ -365,8 +365,6 @@ const std::string kBasics = "<AdSystem>S</AdSystem><AdTitle>T</AdTitle>";
 const std::string kErrors = "<Error>http://e.test/1?c=[ERRORCODE]</Error>";
 const std::string kMedia =
     "<MediaFiles><MediaFile type='video/mp4'>http://m.test/1.mp4</MediaFile></MediaFiles>";
-const std::string kLinear =
-    "<Creative><Linear><Duration>00:00:10</Duration>" + kMedia + "</Linear></Creative>";
 const std::string kNonLinear =
     "<Creative><NonLinearAds><NonLinear><StaticResource>http://n.test/1.png</StaticResource>"
     "</NonLinear></NonLinearAds></Creative>";
@@ -376,6 +374,13 @@ std::string creatives(const std::string& entries) {
 }
 std::string track(const std::string& url, const char* event = "start") {
   return std::string("<Tracking event='") + event + "'>" + url + "</Tracking>";
+}
+
+// A linear creative that plays, with these Tracking and ClickTracking elements.
+std::string linear(const std::string& tracking, const std::string& clicks = "") {
+  return "<Creative><Linear><Duration>00:00:10</Duration>" + kMedia + "<TrackingEvents>" +
+         tracking + "</TrackingEvents><VideoClicks>" + clicks +
+         "</VideoClicks></Linear></Creative>";
 }
 
 // An inline ad, or a wrapper, read from the content of its InLine (Wrapper) element.
@@ -409,7 +414,7 @@ TEST(RKVVASTAdTest, CreativesDecideTheInlineAd) {
   };
   const std::string mediaFiles = "LINEAR_MISSING_MEDIAFILES";
   const Case cases[] = {
-      {creatives(kLinear), true, "", "", true, "100"},
+      {creatives(linear("")), true, "", "", true, "100"},
       {"", false, "MISSING_CREATIVES+", "", false, "000"},
       // Companions alone do not make an ad.
       {creatives(companion), true, "MISSING_CREATIVES+", "MISSING_CREATIVES", false, "001"},
@@ -476,28 +481,24 @@ TEST(RKVVASTAdTest, MergePoursTheWrapperIntoTheAd) {
            "</pageID></VireoMacros></Extension></Extensions>";
   };
   auto linearWith = [](const std::string& n) {
-    return "<Creative><Linear><TrackingEvents>" + track("http://w.test/t" + n) +
-           "</TrackingEvents><VideoClicks><ClickTracking>http://w.test/c" + n +
-           "</ClickTracking></VideoClicks></Linear></Creative>";
+    return linear(track("http://w.test/t" + n),
+                  "<ClickTracking>http://w.test/c" + n + "</ClickTracking>");
   };
+  const std::string others =
+      "<Creative><NonLinearAds><NonLinear><StaticResource>http://w.test/nl.png</StaticResource>"
+      "</NonLinear><TrackingEvents>" +
+      track("http://w.test/nl") +
+      "</TrackingEvents></NonLinearAds><CompanionAds><Companion><TrackingEvents>" +
+      track("http://w.test/co", "creativeView") +
+      "</TrackingEvents></Companion></CompanionAds></Creative>";
   auto wrapper = readAd(
       true, kBasics +
                 "<ViewableImpression><Viewable>http://w.test/view</Viewable></ViewableImpression>" +
-                creatives(linearWith("1") + linearWith("2") +
-                          "<Creative><NonLinearAds><NonLinear><StaticResource>http://w.test/nl.png"
-                          "</StaticResource></NonLinear><TrackingEvents>" +
-                          track("http://w.test/nl") +
-                          "</TrackingEvents></NonLinearAds><CompanionAds><Companion>"
-                          "<TrackingEvents>" +
-                          track("http://w.test/co", "creativeView") +
-                          "</TrackingEvents></Companion></CompanionAds></Creative>") +
+                creatives(linearWith("1") + linearWith("2") + others) +
                 extension("http://w.test/metric", "wrapper") +
                 "<AdVerifications><Verification vendor='w'><JavaScriptResource>http://w.test/v.js"
                 "</JavaScriptResource></Verification></AdVerifications>");
-  auto ad = readAd(false, kBasics +
-                              creatives("<Creative><Linear><Duration>00:00:10</Duration>" + kMedia +
-                                        "<TrackingEvents>" + track("http://a.test/t") +
-                                        "</TrackingEvents></Linear></Creative>") +
+  auto ad = readAd(false, kBasics + creatives(linear(track("http://a.test/t"))) +
                               extension("http://a.test/metric", "ad"));
   const auto wrapperExtension = wrapper->extensions();
 
@@ -536,11 +537,6 @@ TEST(RKVVASTAdTest, MergePoursTheWrapperIntoTheAd) {
 }
 
 TEST(RKVVASTAdTest, MergeLeavesOutWhatACreativeHoldsAndStopsAtTheCeiling) {
-  auto linear = [](const std::string& tracking, const std::string& clicks = "") {
-    return "<Creative><Linear><Duration>00:00:10</Duration>" + kMedia + "<TrackingEvents>" +
-           tracking + "</TrackingEvents><VideoClicks>" + clicks +
-           "</VideoClicks></Linear></Creative>";
-  };
   auto progress = [](const char* offset) {
     return std::string("<Tracking event='progress' offset='") + offset +
            "'>http://x.test/a</Tracking>";
