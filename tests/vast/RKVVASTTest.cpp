@@ -509,14 +509,6 @@ std::string levelXML(const std::string& id, const std::string& adTag) {
   return xml + "</Creatives></" + kind + "></Ad></VAST>";
 }
 
-// The URL of every tracking event of the creative, in order.
-Lines eventURLs(const RKVVASTCreative& creative) {
-  Lines urls;
-  for (const auto& event : creative.trackingEvents())
-    urls.push_back(event->url().absoluteString());
-  return urls;
-}
-
 class RKVVASTManagerTest : public ::testing::Test {
  protected:
   // A manager that has read a root document of these ads, with a fresh delegate.
@@ -620,7 +612,8 @@ TEST_F(RKVVASTManagerTest, ChainsAreMergedUpToTheWrapperLimitPassbacksGoOneLevel
   const RKVVASTAd& ad = *std::dynamic_pointer_cast<HandedOutAd>(response.ad())->ad;
   EXPECT_EQ(urls(ad.impressions()), pixels("imp", 6));
   EXPECT_EQ(urls(ad.errorPixels()), pixels("err", 6));
-  EXPECT_EQ(joined(eventURLs(*ad.linearCreatives().at(0)), " "), pixels("start", 6));
+  EXPECT_EQ(joined(test::urlTexts(ad.linearCreatives().at(0)->trackingEvents()), " "),
+            pixels("start", 6));
   EXPECT_EQ(delegate_->calls(),
             "ready | start w0 | error VAST_VALIDATION_ERROR_MISSING_ADTITLE [] text");
   EXPECT_EQ(server_.requestCount("/c6"), 2u);  // once per path that reached it
@@ -898,7 +891,7 @@ TEST_F(RKVVASTManagerTest, AChainBuiltToGrowStaysBounded) {
   size_t held = 0;
   std::set<std::string> urls;
   for (const auto& creative : ad->linearCreatives()) {
-    const Lines own = eventURLs(*creative);
+    const Lines own = test::urlTexts(creative->trackingEvents());
     EXPECT_EQ(std::set<std::string>(own.begin(), own.end()).size(), own.size());
     held += own.size();
     urls.insert(own.begin(), own.end());
@@ -908,7 +901,7 @@ TEST_F(RKVVASTManagerTest, AChainBuiltToGrowStaysBounded) {
   EXPECT_EQ(held + ad->impressions().size(), own + 1 + RKVVASTAd::kMaximumMergedEntries);
   // Every level's impression is kept; the last wrapper's first creative follows the ad's events.
   EXPECT_EQ(ad->impressions().size(), levels.size());
-  const Lines first = eventURLs(*ad->linearCreatives()[0]);
+  const Lines first = test::urlTexts(ad->linearCreatives()[0]->trackingEvents());
   ASSERT_GE(first.size(), static_cast<size_t>(2 * kEvents));
   for (int e = 0; e < kEvents; ++e)
     EXPECT_EQ(first[kEvents + e], "http://t.example/w5/0/" + std::to_string(e));

@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -28,10 +29,16 @@ inline RKVURL url(std::string_view text) {
   return RKVURL::withString(text).value();
 }
 
-inline std::vector<std::string> urlTexts(const std::vector<RKVVASTURL>& urls) {
+// The URL of each entry, in order: VAST URLs or events.
+template <typename List>
+std::vector<std::string> urlTexts(const List& list) {
   std::vector<std::string> texts;
-  for (const RKVVASTURL& url : urls)
-    texts.push_back(url.url().absoluteString());
+  for (const auto& entry : list) {
+    if constexpr (std::is_same_v<std::decay_t<decltype(entry)>, RKVVASTURL>)
+      texts.push_back(entry.url().absoluteString());
+    else
+      texts.push_back(entry->url().absoluteString());
+  }
   return texts;
 }
 

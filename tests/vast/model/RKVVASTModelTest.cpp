@@ -50,15 +50,6 @@ std::string text(const std::optional<RKVVASTURL>& url) {
   return url ? url->url().absoluteString() : "-";
 }
 
-// The URL of each event, in order.
-template <typename Events>
-Strings urls(const Events& events) {
-  Strings texts;
-  for (const auto& event : events)
-    texts.push_back(event->url().absoluteString());
-  return texts;
-}
-
 std::shared_ptr<RKVVASTMediaFile> mediaFile(const std::string& attributes,
                                             const std::string& url = "http://m.test/f") {
   return RKVVASTMediaFile::withDictionary(
@@ -312,7 +303,7 @@ TEST(RKVVASTTrackingEventTest, NamesElementsAndLists) {
                "<Tracking event='pause'>http://t.test/2</Tracking></TrackingEvents>"
                "<TrackingEvents><Tracking event='mute'>http://t.test/3</Tracking>"
                "</TrackingEvents></Linear>"));
-  EXPECT_EQ(urls(found.value()), (Strings{"http://t.test/1", "http://t.test/2"}));
+  EXPECT_EQ(urlTexts(found.value()), (Strings{"http://t.test/1", "http://t.test/2"}));
   EXPECT_EQ(
       Tracking::findTrackingEvents(*element(
           "<L><TrackingEvents><Tracking event='x'>http://t/</Tracking></TrackingEvents></L>")),
@@ -509,16 +500,16 @@ TEST(RKVVASTAdTest, MergePoursTheWrapperIntoTheAd) {
   EXPECT_EQ(ad->viewabilityEvents()[1]->eventURL().absoluteString(), "http://w.test/view");
   // Every wrapper linear creative's tracking and clicks go to every linear creative of the ad.
   ASSERT_EQ(ad->linearCreatives().size(), 1u);
-  EXPECT_EQ(urls(ad->linearCreatives()[0]->trackingEvents()),
+  EXPECT_EQ(urlTexts(ad->linearCreatives()[0]->trackingEvents()),
             (Strings{"http://a.test/t", "http://w.test/t1", "http://w.test/t2"}));
   EXPECT_EQ(urlTexts(ad->linearCreatives()[0]->clickTracking()),
             (Strings{"http://w.test/c1", "http://w.test/c2"}));
   // Kinds the ad lacked get an empty creative carrying the wrapper's tracking of that kind.
   ASSERT_EQ(ad->companionCreatives().size(), 1u);
-  EXPECT_EQ(urls(ad->companionCreatives()[0]->trackingEvents()), Strings{"http://w.test/co"});
+  EXPECT_EQ(urlTexts(ad->companionCreatives()[0]->trackingEvents()), Strings{"http://w.test/co"});
   EXPECT_FALSE(ad->companionCreatives()[0]->staticResource());
   ASSERT_EQ(ad->nonLinearCreatives().size(), 1u);
-  EXPECT_EQ(urls(ad->nonLinearCreatives()[0]->trackingEvents()), Strings{"http://w.test/nl"});
+  EXPECT_EQ(urlTexts(ad->nonLinearCreatives()[0]->trackingEvents()), Strings{"http://w.test/nl"});
   EXPECT_FALSE(ad->nonLinearCreatives()[0]->staticResource());
   // The wrapper's extension replaces the ad's and collects the ad's metrics.
   EXPECT_EQ(ad->extensions(), wrapperExtension);
@@ -551,7 +542,7 @@ TEST(RKVVASTAdTest, MergeLeavesOutWhatACreativeHoldsAndStopsAtTheCeiling) {
                                        click) +
                                 linear(progress("5") + progress("10"), click)));
   ad->merge(*wrapper);
-  EXPECT_EQ(urls(ad->linearCreatives()[0]->trackingEvents()), Strings(4, "http://x.test/a"));
+  EXPECT_EQ(urlTexts(ad->linearCreatives()[0]->trackingEvents()), Strings(4, "http://x.test/a"));
   Strings names;
   for (const auto& event : ad->linearCreatives()[0]->trackingEvents())
     names.push_back(event->name() + event->offset().value_or(""));
@@ -575,7 +566,7 @@ TEST(RKVVASTAdTest, MergeLeavesOutWhatACreativeHoldsAndStopsAtTheCeiling) {
   Strings expected;
   for (int i = 0; i < 110; ++i)
     expected.push_back("http://x.test/" + std::to_string(i));
-  EXPECT_EQ(urls(longAd->linearCreatives()[0]->trackingEvents()), expected);
+  EXPECT_EQ(urlTexts(longAd->linearCreatives()[0]->trackingEvents()), expected);
 
   // Beyond the ceiling the rest is dropped (impressions first in, tracking last), later merges too.
   auto big = readAd(true, kBasics + creatives(linear(track("http://x.test/w"))));
@@ -590,7 +581,7 @@ TEST(RKVVASTAdTest, MergeLeavesOutWhatACreativeHoldsAndStopsAtTheCeiling) {
   EXPECT_EQ(full->impressions().size(), 1 + ceiling);
   EXPECT_EQ(full->impressions().back().url().absoluteString(),
             "http://x.test/i" + std::to_string(ceiling - 1));
-  EXPECT_EQ(urls(full->linearCreatives()[0]->trackingEvents()), Strings{"http://x.test/own"});
+  EXPECT_EQ(urlTexts(full->linearCreatives()[0]->trackingEvents()), Strings{"http://x.test/own"});
   EXPECT_EQ(full->wrapperDepth(), 1);
 }
 
@@ -815,7 +806,7 @@ TEST(RKVVASTAdVerificationTest, ResourcesAndTheVerificationNotExecutedEvents) {
   ASSERT_EQ(verification->resources().size(), std::size(expected));
   for (size_t i = 0; i < std::size(expected); ++i)
     EXPECT_EQ(*verification->resources()[i], expected[i]) << i;
-  EXPECT_EQ(urls(verification->trackingEvents()), Strings{"http://t/1?reason=%5BREASON%5D"});
+  EXPECT_EQ(urlTexts(verification->trackingEvents()), Strings{"http://t/1?reason=%5BREASON%5D"});
   // The refused names were logged, word for word.
   const std::string rest =
       "' is neither consumable nor nonconsumable! It has been assumed as consumable.";
