@@ -158,12 +158,11 @@ TEST(RKVVASTModelTest, AdsAndTheirReports) {
 }
 
 TEST(RKVVASTModelTest, MainAndPassbackAds) {
-  struct Case {
+  const struct {
     std::string ads;
     bool pod;
     Lines main, passback;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {"", false, {}, {}},
       {ad('i', "a") + ad('w', "b") + ad('w', "c"), false, {"a"}, {"b", "c"}},
       {ad('i', "a", "2") + ad('i', "b") + ad('i', "c", "1"), true, {"c@1", "a@2"}, {"b"}},
@@ -178,7 +177,7 @@ TEST(RKVVASTModelTest, MainAndPassbackAds) {
       // The passback list starts at the second ad, even when that is the main ad.
       {ad('w', "a") + ad('i', "b"), false, {"b"}, {"b"}},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     Document document(c.ads);
     EXPECT_EQ(document.model->isAdPod(), c.pod) << c.ads;
     EXPECT_EQ(ids(document.model->mainAds()), c.main) << c.ads;
@@ -195,12 +194,11 @@ TEST(RKVVASTParserTest, DocumentLevelChecks) {
   const std::string invalid =
       "<Ad><InLine><AdSystem>S</AdSystem><AdTitle>T</AdTitle><Error>http://e.test/ad</Error>"
       "</InLine></Ad>";
-  struct Case {
+  const struct {
     std::optional<std::string> document;
     bool wrapper;
     std::string outcome;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {std::nullopt, false, "VAST_VPAID_ERROR_FETCH; no model, 5032 Unexpected response."},
       {vast("3.0", kInline + kInline), false, "model"},
       {illFormed, false, "XML_PARSING_ERROR; no model, 100/100001"},
@@ -227,7 +225,7 @@ TEST(RKVVASTParserTest, DocumentLevelChecks) {
        "VAST_VALIDATION_ERROR_MISSING_CREATIVES http://e.test/ad; model"},
   };
   test::RKVLogCapture log;  // keeps the missing-version line off the test's output
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.document.value_or("(none)"));
     test::RKVReportRecorder recorder;
     const RKVVASTParserResponse response =
@@ -332,14 +330,13 @@ TEST(RKVVASTModelGeneratorTest, ArgumentsInOrderThenTheDownload) {
   const std::string refused =
       "http://127.0.0.1:" + std::to_string(test::RKVTestHTTPServer::closedPort());
   const std::string unableToDownload = "; no model, 10003 Unable to download XML.";
-  struct Case {
+  const struct {
     std::optional<std::string> xml;
     std::string url;  // a path on the server, or a whole URL
     double timeout;
     std::shared_ptr<RKVURLSession> session;
     std::string outcome;
-  };
-  const Case cases[] = {
+  } cases[] = {
       // The arguments are tested in order: bytes win over the URL, once time is left.
       {kDocument, "/vast", 0, session, "no model, 5031 Connection timed out."},
       {std::nullopt, "", -1, session, "no model, 5031 Connection timed out."},
@@ -354,7 +351,7 @@ TEST(RKVVASTModelGeneratorTest, ArgumentsInOrderThenTheDownload) {
       {std::nullopt, refused + "/vast", 5, session, "VAST_WRAPPER_ERROR_FETCH" + unableToDownload},
       {std::nullopt, "/vast", 5, noExchange, "VAST_WRAPPER_ERROR" + unableToDownload},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.url + " in " + std::to_string(c.timeout));
     const std::string text = c.url.starts_with("http") ? c.url : server.url(c.url);
     test::RKVReportRecorder recorder;
@@ -385,14 +382,12 @@ const std::string kNoMoreAds = "10005 No more ads available.";
 const std::string kNoMorePassback = "10007 No more Passback.";
 const std::string kIncomplete = "10006 Passback resolution incomplete.";
 
-class HandedOutAd : public RKVConsumableVideoAd {
- public:
+struct HandedOutAd : RKVConsumableVideoAd {
   explicit HandedOutAd(std::shared_ptr<RKVVASTAd> vastAd) : ad(std::move(vastAd)) {}
   std::shared_ptr<RKVVASTAd> ad;
 };
 
-class PassThroughAdapter : public RKVVASTManagerAdapter {
- public:
+struct PassThroughAdapter : RKVVASTManagerAdapter {
   std::shared_ptr<RKVConsumableVideoAd> convertVASTAdToConsumableVideoAd(
       const std::shared_ptr<RKVVASTAd>& ad) override {
     if (throws) throw std::runtime_error("adapter failure");
@@ -635,12 +630,11 @@ TEST_F(RKVVASTManagerTest, FailedAndRefusedWrappersReachTheDelegateWithinTheTime
   const std::string pixels = " [http://err.example/w] ";
   const std::string fetch = "start w | error VAST_WRAPPER_ERROR_FETCH" + pixels + "-";
   const std::string timedOut = "start w | error VAST_WRAPPER_ERROR_FETCH_TIMEOUT" + pixels + "-";
-  struct Case {
+  const struct {
     std::string adTag;
     std::string calls;  // after "ready"
     std::string answer = kNoMoreAds;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {url("/noad"),
        "start w | error VAST_WRAPPER_ERROR_NOT_VAST_RESPONSE [http://err.example/noad "
        "http://err.example/w] text | fail w"},
@@ -651,7 +645,7 @@ TEST_F(RKVVASTManagerTest, FailedAndRefusedWrappersReachTheDelegateWithinTheTime
       {closed_, fetch},
       {"file:///etc/passwd", fetch},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.adTag);
     RKVTestAd wrapper = wrapperAd("w", c.adTag);
     wrapper.errors = {"http://err.example/w"};
@@ -771,12 +765,11 @@ TEST_F(RKVVASTManagerTest, AskingWhileAPassbackResolvesAndCancellingDuringADeleg
 // resolution goes on (an adapter that threw made nothing of its ad).
 TEST_F(RKVVASTManagerTest, ADelegateOrAdapterThatThrowsIsLoggedOnceAndResolutionGoesOn) {
   serve("/p", {inlineAd("p")});
-  struct Case {
+  const struct {
     bool delegateThrows;
     std::string answers;
     std::string logged;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {true, "p/1 | " + kNoMorePassback,
        "RKVVASTManagerDelegate::didStartToResolveWrapperAd threw (delegate failure); the "
        "exception was dropped."},
@@ -784,7 +777,7 @@ TEST_F(RKVVASTManagerTest, ADelegateOrAdapterThatThrowsIsLoggedOnceAndResolution
        "RKVVASTManagerAdapter::convertVASTAdToConsumableVideoAd threw (adapter failure); the "
        "exception was dropped."},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.logged);
     auto manager = managerOver({inlineAd("main"), wrapperAd("w", url("/p"))});
     EXPECT_EQ(drain(*manager), "main/0 | " + kNoMoreAds);
@@ -923,29 +916,28 @@ std::shared_ptr<RKVVASTTrackingEvent> event(const std::string& name,
 }
 
 TEST(RKVVASTTrackingEventFactoryTest, OffsetsFromNamesAndAttributes) {
-  struct Case {
-    std::string name;
-    std::optional<std::string> offset;
-    double expected;  // for a content of 30 s
-  };
   // A clock offset or a percentage wins over the name; an offset of no known kind leaves the
   // name's; "pause" is fired by the player, not by time.
   // clang-format off
-  const std::vector<Case> cases = {
+  const struct {
+    std::string name;
+    std::optional<std::string> offset;
+    double expected;  // for a content of 30 s
+  } cases[] = {
       {"start", std::nullopt, 0}, {"firstQuartile", std::nullopt, 7.5},
       {"midpoint", std::nullopt, 15}, {"thirdQuartile", std::nullopt, 22.5},
       {"complete", std::nullopt, 30}, {"midpoint", "00:00:05", 5}, {"midpoint", "10%", 3},
       {"midpoint", "soon", 15}, {"progress", "00:01:02.500", 62.5}, {"pause", std::nullopt, -1}};
   // clang-format on
   std::vector<std::shared_ptr<RKVVASTTrackingEvent>> events = {nullptr};  // left out
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     events.push_back(event(c.name, c.offset));
     events.back()->setEventOffset(123);  // whatever it was, it is recomputed
   }
   RKVVASTTrackingEventFactory factory(events, 30);
   const auto tracking = factory.trackingEvents();
-  ASSERT_EQ(tracking.size(), cases.size());
-  for (size_t i = 0; i < cases.size(); ++i) {
+  ASSERT_EQ(tracking.size(), std::size(cases));
+  for (size_t i = 0; i < std::size(cases); ++i) {
     SCOPED_TRACE(cases[i].name + " " + cases[i].offset.value_or("-"));
     EXPECT_EQ(tracking[i], events[i + 1]);  // the same objects, in order, changed in place
     EXPECT_DOUBLE_EQ(events[i + 1]->eventOffset(), cases[i].expected);

@@ -40,7 +40,6 @@ using test::url;
 using test::urlTexts;
 using Strings = std::vector<std::string>;
 using Tracking = RKVVASTTrackingEvent;
-using Floats = std::vector<float>;
 using Extension = RKVVASTAdExtension;
 using Resource = RKVVASTAdVerificationResource;
 using Event = RKVVASTAdVerificationEvent;
@@ -74,8 +73,8 @@ TEST(RKVVASTMediaFileTest, SupportedTypesAndAttributes) {
   EXPECT_FALSE(mediaFile("type='video/mp4'", "http://bad host/f.mp4"));
   // Numbers are leading numbers, or 0.
   auto numbers = mediaFile("type='video/mp4' bitrate='1500.5' maxBitrate='abc' height=' 720px'");
-  EXPECT_EQ((Floats{numbers->bitrate(), numbers->maxBitrate(), numbers->height()}),
-            (Floats{1500.5f, 0, 720}));
+  EXPECT_EQ((std::vector{numbers->bitrate(), numbers->maxBitrate(), numbers->height()}),
+            (std::vector{1500.5f, 0.f, 720.f}));
   // A bitrate is declared only by an attribute that starts with a number; the others read 0.
   const std::pair<const char*, bool> declarations[] = {
       {nullptr, false}, {"", false},    {"abc", false}, {" \t", false},    {".", false},
@@ -240,14 +239,14 @@ void checkResources(const std::string& tag) {
       {"<StaticResource>http://bad host/</StaticResource>" + i, {"-", "-", "-"}},
   };
   for (const auto& [children, expected] : cases) {
+    SCOPED_TRACE(tag + children);
     auto creative =
         Creative::withDictionary(*element("<" + tag + ">" + children + "</" + tag + ">"));
-    ASSERT_TRUE(creative) << tag << children;
+    ASSERT_TRUE(creative);
     EXPECT_EQ((Strings{text(creative->staticResource()), text(creative->iFrameResource()),
                        text(creative->htmlResource())}),
-              expected)
-        << tag << children;
-    EXPECT_EQ(creative->isValidForWrapper(false), expected != Strings(3, "-")) << tag << children;
+              expected);
+    EXPECT_EQ(creative->isValidForWrapper(false), expected != Strings(3, "-"));
     EXPECT_TRUE(creative->isValidForWrapper(true));
   }
 }
@@ -388,6 +387,7 @@ std::shared_ptr<RKVVASTAd> readAd(bool wrapper, const std::string& content,
 // What an inline ad's creatives say about the ad. Reports name the error without its
 // "VAST_VALIDATION_ERROR_" prefix, with "+" when the ad's error pixels were handed over.
 TEST(RKVVASTAdTest, CreativesDecideTheInlineAd) {
+  const std::string mediaFiles = "LINEAR_MISSING_MEDIAFILES";
   const std::string noDuration = "<Creative><Linear>" + kMedia + "<TrackingEvents>" +
                                  track("http://t.test/l") + "</TrackingEvents></Linear></Creative>";
   const std::string noMedia = "<Creative><Linear><Duration>00:00:05</Duration></Linear></Creative>";
@@ -396,15 +396,13 @@ TEST(RKVVASTAdTest, CreativesDecideTheInlineAd) {
       "</Companion></CompanionAds></Creative>";
   const std::string bareNonLinear =
       "<Creative><NonLinearAds><NonLinear width='1'/></NonLinearAds></Creative>";
-  struct Case {
+  const struct {
     std::string creatives;
     bool place;
     std::string reports, placed;
     bool valid;
     std::string kept;  // linear, non-linear and companion creatives
-  };
-  const std::string mediaFiles = "LINEAR_MISSING_MEDIAFILES";
-  const Case cases[] = {
+  } cases[] = {
       {creatives(linear("")), true, "", "", true, "100"},
       {"", false, "MISSING_CREATIVES+", "", false, "000"},
       // Companions alone do not make an ad.
@@ -417,7 +415,7 @@ TEST(RKVVASTAdTest, CreativesDecideTheInlineAd) {
       {creatives(noDuration + noMedia), true, "", mediaFiles, true, "100"},
       {creatives(bareNonLinear), true, "MISSING_CREATIVES+", "MISSING_CREATIVES", false, "000"},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.creatives + (c.place ? "" : " without a place"));
     test::RKVReportRecorder recorder;
     std::optional<RKVError> error;
