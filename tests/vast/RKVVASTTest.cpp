@@ -71,7 +71,7 @@ inline std::shared_ptr<RKVURLSession> testSession() {
 inline std::string outcome(const RKVVASTParserResponse& response,
                            const test::RKVReportRecorder& recorder) {
   std::string text;
-  for (const std::string& line : recorder.lines())
+  for (const std::string& line : recorder.lines)
     text += line + "; ";
   text += response.model() ? "model" : "no model";
   if (const std::optional<RKVError>& error = response.error()) {
@@ -142,7 +142,7 @@ TEST(RKVVASTModelTest, AdsAndTheirReports) {
   EXPECT_TRUE(document.model->ads()[0]->isValid() && document.model->ads()[1]->isValid());
   EXPECT_FALSE(document.model->ads()[2]->isValid());
   EXPECT_EQ(
-      document.recorder.lines(),
+      document.recorder.lines,
       (Lines{"VAST_VALIDATION_ERROR_MISSING_ADSYSTEM http://e.test/inline",
              "VAST_VALIDATION_ERROR_MISSING_ADTITLE http://e.test/inline",
              "VAST_VALIDATION_ERROR_MISSING_ADSYSTEM", "VAST_VALIDATION_ERROR_MISSING_ADTITLE",
@@ -231,7 +231,7 @@ TEST(RKVVASTParserTest, DocumentLevelChecks) {
     const RKVVASTParserResponse response =
         RKVVASTParser::parseXMLAndGenerateVASTObjectModel(c.document, c.wrapper, recorder.outer());
     EXPECT_EQ(outcome(response, recorder), c.outcome);
-    for (const auto& text : recorder.texts())
+    for (const auto& text : recorder.texts)
       EXPECT_EQ(text, c.document);
   }
 }
@@ -278,9 +278,9 @@ size_t expectSameReadings(const std::string& bytes) {
   if (RKVXMLDictionaryPtr root = RKVXMLDictionary::rkv_dictionaryWithXMLData(bytes))
     model = RKVVASTModel::withDictionary(*root, &error, whole.inner());
   // The parser adds its own document-level reports after the model's.
-  Lines reports = streamed.lines();
-  if (reports.size() > whole.lines().size()) reports.resize(whole.lines().size());
-  EXPECT_EQ(reports, whole.lines());
+  Lines reports = streamed.lines;
+  if (reports.size() > whole.lines.size()) reports.resize(whole.lines.size());
+  EXPECT_EQ(reports, whole.lines);
   // Both readings have a model or neither has, and their ads are equal one by one.
   const std::shared_ptr<RKVVASTModel>& streamedModel = response.model();
   EXPECT_EQ(streamedModel != nullptr, model != nullptr);
@@ -362,8 +362,8 @@ TEST(RKVVASTModelGeneratorTest, ArgumentsInOrderThenTheDownload) {
                                       c.timeout, recorder.outer());
     EXPECT_EQ(outcome(response, recorder), c.outcome);
     // The document text comes with parsing errors only.
-    for (size_t i = 0; i < recorder.lines().size(); ++i)
-      EXPECT_EQ(recorder.texts()[i].has_value(), recorder.lines()[i].starts_with("XML_PARSING"));
+    for (size_t i = 0; i < recorder.lines.size(); ++i)
+      EXPECT_EQ(recorder.texts[i].has_value(), recorder.lines[i].starts_with("XML_PARSING"));
   }
   // Only one request reached /vast, and cache policy 0 asks nothing of caches on the way.
   EXPECT_EQ(server.requestCount("/vast"), 1u);

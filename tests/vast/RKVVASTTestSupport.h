@@ -42,8 +42,8 @@ std::vector<std::string> urlTexts(const List& list) {
   return texts;
 }
 
-class RKVReportRecorder {
- public:
+// Records what the model, parser and generator report through their error handlers.
+struct RKVReportRecorder {
   RKVVASTInnerErrorHandler inner() {
     return [this](const RKVVASTError& error, std::vector<RKVVASTURL>& urls) {
       record(error, urls, std::nullopt);
@@ -53,24 +53,17 @@ class RKVReportRecorder {
     return [this](const RKVVASTError& error, std::vector<RKVVASTURL>& urls,
                   const std::optional<std::string>& text) { record(error, urls, text); };
   }
-
-  // One line per report: the error's name, then the error URLs handed over.
-  const std::vector<std::string>& lines() const { return lines_; }
-  // The document text of each report (outer handler only).
-  const std::vector<std::optional<std::string>>& texts() const { return texts_; }
-
- private:
   void record(const RKVVASTError& error, const std::vector<RKVVASTURL>& urls,
               const std::optional<std::string>& text) {
     std::string line = error.errorName().value_or("(null)");
     for (const std::string& url : urlTexts(urls))
       line += " " + url;
-    lines_.push_back(std::move(line));
-    texts_.push_back(text);
+    lines.push_back(std::move(line));
+    texts.push_back(text);
   }
 
-  std::vector<std::string> lines_;
-  std::vector<std::optional<std::string>> texts_;
+  std::vector<std::string> lines;  // per report: the error's name, then the error URLs handed over
+  std::vector<std::optional<std::string>> texts;  // the document text (outer handler only)
 };
 
 }  // namespace rkv::test

@@ -209,7 +209,7 @@ TEST(RKVVASTCreativeLinearTest, Reporting) {
         *element("<Linear>" + content + "</Linear>"), errorPlace ? &error : nullptr,
         reports.inner(), wrapper);
     ASSERT_EQ(linear != nullptr, made);
-    EXPECT_EQ(reports.lines(), reported.empty() ? Strings{} : Strings{reported});
+    EXPECT_EQ(reports.lines, reported.empty() ? Strings{} : Strings{reported});
     EXPECT_EQ(error ? error->code : 0, reported == media ? 401 : 0);
     EXPECT_EQ(linear && linear->isValidForWrapper(false), kept);
     EXPECT_EQ(linear && linear->isValidForWrapper(true), made);
@@ -266,7 +266,7 @@ TEST(RKVVASTCreativeResourcesTest, ResourcePrecedenceAndTheNonLinearError) {
                                                        reports.inner(), wrapper),
               nullptr);
     EXPECT_EQ(error, RKVVASTError::VAST_VALIDATION_ERROR_NONLINEAR_MISSING_RESOURCE().error());
-    EXPECT_TRUE(reports.lines().empty());
+    EXPECT_TRUE(reports.lines.empty());
   }
 }
 
@@ -421,7 +421,7 @@ TEST(RKVVASTAdTest, CreativesDecideTheInlineAd) {
     std::optional<RKVError> error;
     auto ad = readAd(false, kBasics + kErrors + c.creatives, &recorder, c.place ? &error : nullptr);
     std::string reports;
-    for (std::string line : recorder.lines()) {
+    for (std::string line : recorder.lines) {
       const size_t pixels = line.find(" http://e.test/1?c=%5BERRORCODE%5D");
       if (pixels != std::string::npos) line.replace(pixels, std::string::npos, "+");
       reports += line.substr(line.find("ERROR_") + 6);
