@@ -403,10 +403,6 @@ std::string joined(const Lines& lines, const std::string& separator = " | ") {
   return text;
 }
 
-std::string urls(const std::vector<RKVVASTURL>& list) {
-  return joined(test::urlTexts(list), " ");
-}
-
 // Every delegate call as one line ("ready", "failed <code>", "start <ad id>", "fail <ad id>",
 // "error <name> [<error URLs>] text|-"), joined by " | ", sorted for calls from parallel tasks.
 class RecordingDelegate : public RKVVASTManagerDelegate {
@@ -418,8 +414,8 @@ class RecordingDelegate : public RKVVASTManagerDelegate {
   void didEncounterError(RKVVASTManager&, const RKVVASTError& error,
                          const std::vector<RKVVASTURL>& errorURLs,
                          const std::optional<std::string>& text) override {
-    add("error " + error.errorName().value_or("?") + " [" + urls(errorURLs) + "] " +
-        (text ? "text" : "-"));
+    add("error " + error.errorName().value_or("?") + " [" + joined(test::urlTexts(errorURLs), " ") +
+        "] " + (text ? "text" : "-"));
   }
   void didStartToResolveWrapperAd(RKVVASTManager& manager,
                                   const std::shared_ptr<RKVVASTAd>& ad) override {
@@ -605,8 +601,8 @@ TEST_F(RKVVASTManagerTest, ChainsAreMergedUpToTheWrapperLimitPassbacksGoOneLevel
   RKVVASTManagerResponse response = manager->nextAdWithTimeout(5.0, false);
   ASSERT_EQ(answer(response), "i/6");
   const RKVVASTAd& ad = *std::dynamic_pointer_cast<HandedOutAd>(response.ad())->ad;
-  EXPECT_EQ(urls(ad.impressions()), pixels("imp", 6));
-  EXPECT_EQ(urls(ad.errorPixels()), pixels("err", 6));
+  EXPECT_EQ(joined(test::urlTexts(ad.impressions()), " "), pixels("imp", 6));
+  EXPECT_EQ(joined(test::urlTexts(ad.errorPixels()), " "), pixels("err", 6));
   EXPECT_EQ(joined(test::urlTexts(ad.linearCreatives().at(0)->trackingEvents()), " "),
             pixels("start", 6));
   EXPECT_EQ(delegate_->calls(),
