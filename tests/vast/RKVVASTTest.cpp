@@ -131,8 +131,8 @@ TEST(RKVVASTModelTest, AdsAndTheirReports) {
       // skipped silently: neither kind, or not an element
       "<Ad id='2'><Other>x</Other></Ad><Ad>text only</Ad>"
       // kept, valid: a wrapper with a blank system and no title, reported with no URLs
-      "<Ad id='3'><Wrapper><AdSystem> </AdSystem><Error>http://e.test/wrapper</Error>"
-      "</Wrapper></Ad>"
+      "<Ad id='3'><Wrapper><AdSystem> "
+      "</AdSystem><Error>http://e.test/wrapper</Error></Wrapper></Ad>"
       // dropped: an InLine value that is no element
       "<Ad id='4'><InLine/></Ad>"
       // kept but invalid
@@ -158,6 +158,8 @@ TEST(RKVVASTModelTest, AdsAndTheirReports) {
 }
 
 TEST(RKVVASTModelTest, MainAndPassbackAds) {
+  const std::string sequences =
+      ad('i', "a", "abc") + ad('i', "b", "0") + ad('i', "c", " 3x") + ad('i', "d", "-1");
   const struct {
     std::string ads;
     bool pod;
@@ -170,10 +172,7 @@ TEST(RKVVASTModelTest, MainAndPassbackAds) {
       {ad('w', "a", "1"), true, {"a@1"}, {}},
       // A sequence is read as its leading number and kept as written; one that reads 0 becomes
       // the largest int and sorts last, ties keep document order.
-      {ad('i', "a", "abc") + ad('i', "b", "0") + ad('i', "c", " 3x") + ad('i', "d", "-1"),
-       true,
-       {"d@-1", "c@ 3x", "a@2147483647", "b@2147483647"},
-       {}},
+      {sequences, true, {"d@-1", "c@ 3x", "a@2147483647", "b@2147483647"}, {}},
       // The passback list starts at the second ad, even when that is the main ad.
       {ad('w', "a") + ad('i', "b"), false, {"b"}, {"b"}},
   };

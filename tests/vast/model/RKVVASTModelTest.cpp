@@ -298,10 +298,9 @@ TEST(RKVVASTTrackingEventTest, NamesElementsAndLists) {
   // Only the first TrackingEvents is read, invalid entries skipped, order kept; none valid: absent.
   auto found = Tracking::findTrackingEvents(
       *element("<Linear><TrackingEvents><Tracking event='start'>http://t.test/1</Tracking>"
-               "<Tracking event='Start'>http://t.test/x</Tracking>"
-               "<Tracking event='pause'>http://t.test/2</Tracking></TrackingEvents>"
-               "<TrackingEvents><Tracking event='mute'>http://t.test/3</Tracking>"
-               "</TrackingEvents></Linear>"));
+               "<Tracking event='Start'>http://t.test/x</Tracking><Tracking event='pause'>"
+               "http://t.test/2</Tracking></TrackingEvents><TrackingEvents>"
+               "<Tracking event='mute'>http://t.test/3</Tracking></TrackingEvents></Linear>"));
   EXPECT_EQ(urlTexts(found.value()), (Strings{"http://t.test/1", "http://t.test/2"}));
   EXPECT_EQ(
       Tracking::findTrackingEvents(*element(
