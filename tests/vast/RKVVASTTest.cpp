@@ -59,7 +59,7 @@ using Behavior = test::RKVTestServerBehavior;
 using Lines = std::vector<std::string>;
 
 // A session of its own for a test's wrapper fetches, answers capped at 1 MiB.
-inline std::shared_ptr<RKVURLSession> testSession() {
+std::shared_ptr<RKVURLSession> testSession() {
   RKVURLSessionConfiguration oneMebibyteAtMost;
   oneMebibyteAtMost.maximumResponseBytes = 1024 * 1024;
   return std::make_shared<RKVURLSession>(
@@ -68,8 +68,8 @@ inline std::shared_ptr<RKVURLSession> testSession() {
 
 // The reports, each followed by "; ", then "model" or "no model", then the error's code and vendor
 // code, or its description without a VAST error: "XML_PARSING_ERROR; no model, 100/100001".
-inline std::string outcome(const RKVVASTParserResponse& response,
-                           const test::RKVReportRecorder& recorder) {
+std::string outcome(const RKVVASTParserResponse& response,
+                    const test::RKVReportRecorder& recorder) {
   std::string text;
   for (const std::string& line : recorder.lines)
     text += line + "; ";
