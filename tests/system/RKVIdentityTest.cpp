@@ -1,19 +1,27 @@
+// The identity and its provider, the consent strings they carry, the MD5 hash and random draws.
+
 #include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <memory>
 #include <optional>
 #include <regex>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include "rkv/RKVBuildInfo.h"
 #include "rkv/foundation/RKVManualClock.h"
+#include "rkv/foundation/RKVRandom.h"
+#include "rkv/system/RKVCCPAString.h"
+#include "rkv/system/RKVHash.h"
 #include "rkv/system/RKVIdentity.h"
 #include "rkv/system/RKVIdentityProvider.h"
 #include "rkv/system/RKVMemoryUserDefaultsStore.h"
+#include "rkv/system/RKVTCFString.h"
 #include "rkv/system/RKVUserDefaults.h"
 
 #include "tests/support/RKVLogCapture.h"
@@ -27,6 +35,95 @@ using namespace std::chrono_literals;
 constexpr const char* kZeroUUID = "00000000-0000-0000-0000-000000000000";
 constexpr const char* kMachineID = "0123456789abcdef0123456789abcdef\n";
 constexpr const char* kApplication = "com.example.player";
+constexpr const char* kIDKey = RKVIdentityProvider::kTransientIDValueKey;
+constexpr const char* kDateKey = RKVIdentityProvider::kTransientIDLastGenerationKey;
+constexpr const char* kTCFv2 = "CPXxRfAPXxRfAAfKABENB-CgAAAAAAAAAAYgAAAAAAAA.YAAAAAAAAAAA";
+constexpr const char* kTCFv1 = "BOEFEAyOEFEAyAHABDENAI4AAAB9vABAASA";
+
+TEST(RKVHashTest, MD5MatchesTheStandardVectors) {
+  const std::pair<std::string, std::string> rows[] = {
+      {"abc", "900150983cd24fb0d6963f7d28e17f72"},
+      {"The quick brown fox jumps over the lazy dog", "9e107d9d372bb6826bd81d3542a419d6"},
+      {std::string("\0", 1), "93b885adfe0da089cdf634904fd59f71"},  // bytes, not a C string
+      {"", ""},
+  };
+  for (const auto& [text, digest] : rows)
+    EXPECT_EQ(RKVHash::md5(text), digest) << text;
+}
+
+TEST(RKVRandomTest, DrawsStayInTheHalfOpenRangeAndAnEmptyRangeIsReported) {
+  std::set<uint32_t> seen;
+  for (int i = 0; i < 300; ++i)
+    seen.insert(RKVRandom::randomUnsignedIntWithMin(10, 13));
+  EXPECT_EQ(seen, (std::set<uint32_t>{10, 11, 12}));  // one missing in 300 draws: 1 in 10^52
+  EXPECT_EQ(RKVRandom::randomUnsignedIntWithMin(7, 8), 7u);
+  EXPECT_LT(RKVRandom::randomUnsignedInt(), 4294967295u);
+  if (build::kBuiltInDebug) {
+    EXPECT_DEATH(RKVRandom::randomUnsignedIntWithMin(5, 5), "'min' must be smaller than 'max'!");
+    return;
+  }
+  test::RKVLogCapture capture;
+  EXPECT_EQ(RKVRandom::randomUnsignedIntWithMin(5, 5), 5u);
+  EXPECT_EQ(RKVRandom::randomUnsignedIntWithMin(9, 2), 9u);
+  EXPECT_EQ(capture.errorMessages(),
+            std::vector<std::string>(2, "'min' must be smaller than 'max'!"));
+}
+
+TEST(RKVTCFStringTest, ValidityVersionAndTheOneLoggedFailure) {
+  // Versions 0 and 3 and a lower-case "c" are invalid; padding, a space, base64 rather than
+  // base64url and a non-ASCII letter are invalid and logged.
+  const std::pair<std::optional<std::string>, std::string> rows[] = {
+      {kTCFv2, "valid 2"},
+      {kTCFv1, "valid 1"},
+      {"C", "valid 2"},
+      {"COw4XqLOw4XqLAAAAAENAXCAAAAAAAAAAAAAAAAAAAA_-_", "valid 2"},
+      {"AOEFEAyOEFEAy", "invalid -1"},
+      {"DOEFEAyOEFEAy", "invalid -1"},
+      {"cOEFEAyOEFEAy", "invalid -1"},
+      {"", "invalid -1"},
+      {std::nullopt, "invalid -1"},
+      {"COEFEAyOEFEAy=", "invalid -1 logged"},
+      {"COEF EAy", "invalid -1 logged"},
+      {"COEF+EAy/", "invalid -1 logged"},
+      {"CÖEF", "invalid -1 logged"},
+  };
+  for (const auto& [text, outcome] : rows) {
+    SCOPED_TRACE(text.value_or("(null)"));
+    test::RKVLogCapture capture;
+    const RKVTCFString consent(text);
+    EXPECT_EQ(consent.TCFString(), text);  // kept even when invalid
+    const bool logged = !capture.errorMessages().empty();
+    EXPECT_EQ((consent.isValid() ? "valid " : "invalid ") +
+                  std::to_string(static_cast<int>(consent.version())) + (logged ? " logged" : ""),
+              outcome);
+    if (logged) {
+      EXPECT_EQ(capture.errorMessages(),
+                std::vector<std::string>{"Consent string '" + *text +
+                                         "' is invalid! An valid IAB consent string must be "
+                                         "encoded in base64url without padding."});
+    }
+  }
+}
+
+TEST(RKVCCPAStringTest, OnlyOneThenThreeUpperCaseFlags) {
+  const std::pair<std::optional<std::string>, bool> rows[] = {
+      {"1YN-", true},  {"1---", true},   {"1NYY", true},  {"1yn-", false}, {"1YN", false},
+      {"2YN-", false}, {"1YN--", false}, {"1YX-", false}, {"", false},     {std::nullopt, false},
+  };
+  for (const auto& [text, valid] : rows) {
+    SCOPED_TRACE(text.value_or("(null)"));
+    const RKVCCPAString consent(text);
+    EXPECT_EQ(consent.CCPAString(), text);
+    EXPECT_EQ(consent.isValid(), valid);
+    EXPECT_EQ(consent.version(),
+              valid ? RKVCCPAString::CCPAVersion::v1 : RKVCCPAString::CCPAVersion::invalid);
+  }
+  // The end index is excluded; indexes past the text are invalid characters.
+  EXPECT_FALSE(RKVCCPAString::hasInvalidCharacters("1YNx", 1, 3));
+  EXPECT_TRUE(RKVCCPAString::hasInvalidCharacters("1YNx", 1, 4));
+  EXPECT_TRUE(RKVCCPAString::hasInvalidCharacters("1Y", 1, 4));
+  EXPECT_FALSE(RKVCCPAString::hasInvalidCharacters("1Y", 3, 3));
+}
 
 // The production provider over memory defaults, a manual clock and a machine-id file of ours;
 // the host's process-wide advertising facts are reset around each test.
@@ -50,18 +147,11 @@ class RKVIdentityTest : public ::testing::Test {
                        std::optional<std::string> customIdentifier = std::nullopt) {
     return RKVIdentity(provider(), false, transientIDEnabled, std::move(customIdentifier));
   }
-  // What the store holds (written through, not only in memory).
-  template <typename T>
-  std::optional<T> stored(const char* key) const {
-    auto entries = store_->entries();
-    auto found = entries.find(key);
-    return found == entries.end() ? std::nullopt : std::optional<T>(std::get<T>(found->second));
-  }
-  std::optional<std::string> storedTransientID() const {
-    return stored<std::string>(RKVIdentityProvider::kTransientIDValueKey);
-  }
-  std::optional<RKVUserDefaults::Date> storedGeneration() const {
-    return stored<RKVUserDefaults::Date>(RKVIdentityProvider::kTransientIDLastGenerationKey);
+  // The store's value under `key` (written through, not only in memory).
+  std::optional<RKVUserDefaultsValue> stored(const char* key) const {
+    const auto entries = store_->entries();
+    const auto found = entries.find(key);
+    return found == entries.end() ? std::nullopt : std::optional(found->second);
   }
 
   test::RKVTempDir dir_;
@@ -71,6 +161,36 @@ class RKVIdentityTest : public ::testing::Test {
   std::shared_ptr<RKVUserDefaults> defaults_ = std::make_shared<RKVUserDefaults>(store_);
   std::shared_ptr<RKVManualClock> clock_ = std::make_shared<RKVManualClock>();
 };
+
+// The provider reads consent from the defaults at each call, as texts only; the TCF key wins over
+// the older one even when invalid.
+TEST_F(RKVIdentityTest, ConsentKeysAreReadAsTextsAndTheTCFKeyWinsEvenWhenInvalid) {
+  const RKVIdentity id = identity(false);
+  const auto reader = provider();
+  // The identity's TCF text and validity, then its and the provider's GDPR consent, then CCPA.
+  auto consent = [&] {
+    const auto tcf = id.TCFString();
+    const auto ccpa = id.CCPAString();
+    return (tcf ? *tcf->TCFString() + (tcf->isValid() ? "+" : "-") : "none") + " " +
+           id.gdprConsentString().value_or("none") + " " +
+           reader->gdprConsentString().value_or("none") + " " +
+           (ccpa ? *ccpa->CCPAString() + (ccpa->isValid() ? "+" : "-") : "none");
+  };
+  EXPECT_EQ(consent(), "none none none none");
+  const std::tuple<const char*, RKVUserDefaultsValue, const char*> steps[] = {
+      {"IABConsent_ConsentString", "B1", "B1+ B1 B1 none"},
+      {"IABTCF_TCString", "AAAA", "AAAA- AAAA AAAA none"},  // version 0: invalid
+      {"IABTCF_TCString", int64_t{2}, "B1+ B1 B1 none"},
+      {"IABConsent_ConsentString", true, "none none none none"},
+      {"IABUSPrivacy_String", "1YN-", "none none none 1YN-+"},
+      {"IABUSPrivacy_String", "1yn-", "none none none 1yn--"},
+      {"IABUSPrivacy_String", int64_t{1}, "none none none none"},
+  };
+  for (const auto& [key, value, expected] : steps) {
+    defaults_->setObject(key, value);
+    EXPECT_EQ(consent(), expected) << key;
+  }
+}
 
 TEST_F(RKVIdentityTest, PrecedenceIsCustomThenTransientThenAdvertisingThenNone) {
   constexpr const char* kAdID = "6d92078a-8246-4ba4-ae5b-76104861e7dc";
@@ -108,8 +228,8 @@ TEST_F(RKVIdentityTest, PrecedenceIsCustomThenTransientThenAdvertisingThenNone) 
     SCOPED_TRACE(row.name);
     RKVIdentityProvider::setAdvertisingIdentifier(row.adID);
     RKVIdentityProvider::setLimitAdTracking(row.limitAdTracking);
-    defaults_->removeObjectForKey(RKVIdentityProvider::kTransientIDValueKey);
-    defaults_->removeObjectForKey(RKVIdentityProvider::kTransientIDLastGenerationKey);
+    defaults_->removeObjectForKey(kIDKey);
+    defaults_->removeObjectForKey(kDateKey);
 
     const RKVIdentity id = identity(row.transientEnabled, row.custom);
     EXPECT_EQ(id.type(), row.type);
@@ -126,10 +246,10 @@ TEST_F(RKVIdentityTest, PrecedenceIsCustomThenTransientThenAdvertisingThenNone) 
       EXPECT_EQ(id.identity(), row.identity);
     }
     if (row.transientSet) {
-      EXPECT_EQ(storedTransientID(), id.transientId());
-      EXPECT_EQ(storedGeneration(), clock_->date());
+      EXPECT_EQ(stored(kIDKey), RKVUserDefaultsValue(id.transientId().value_or("")));
+      EXPECT_EQ(stored(kDateKey), RKVUserDefaultsValue(clock_->date()));
     } else {
-      EXPECT_EQ(defaults_->stringForKey(RKVIdentityProvider::kTransientIDValueKey), std::nullopt);
+      EXPECT_EQ(defaults_->objectForKey(kIDKey), std::nullopt);
     }
     // The identifier for vendor is collected but never the identity.
     EXPECT_TRUE(id.ifv().has_value());
@@ -174,26 +294,24 @@ TEST_F(RKVIdentityTest, TheTransientIdentifierLivesLessThanADayFromItsGeneration
   };
   for (const auto& [generation, reused] : rows) {
     SCOPED_TRACE(generation.time_since_epoch().count());
-    defaults_->setString(RKVIdentityProvider::kTransientIDValueKey, "stored");
-    defaults_->setDate(RKVIdentityProvider::kTransientIDLastGenerationKey, generation);
+    defaults_->setString(kIDKey, "stored");
+    defaults_->setDate(kDateKey, generation);
     const std::string id = *identity(true).transientId();
-    if (reused) {
-      EXPECT_EQ(id, "stored");
-      EXPECT_EQ(defaults_->dateForKey(RKVIdentityProvider::kTransientIDLastGenerationKey),
-                generation);  // reuse keeps the generation date
-    } else {
-      EXPECT_NE(id, "stored");
-      EXPECT_EQ(storedTransientID(), id);
-      EXPECT_EQ(storedGeneration(), now);
+    EXPECT_EQ(id == "stored", reused);
+    // Reuse keeps the generation date; a new identifier is written through with the current one.
+    EXPECT_EQ(defaults_->dateForKey(kDateKey), reused ? generation : now);
+    if (!reused) {
+      EXPECT_EQ(stored(kIDKey), RKVUserDefaultsValue(id));
+      EXPECT_EQ(stored(kDateKey), RKVUserDefaultsValue(now));
     }
   }
   EXPECT_FALSE(RKVIdentity::isValidTransientIDWithGenerationDate(std::nullopt, now));
 
   // An identifier without its date, or a date stored as something else, is not reused.
-  defaults_->setString(RKVIdentityProvider::kTransientIDValueKey, "stored");
-  defaults_->removeObjectForKey(RKVIdentityProvider::kTransientIDLastGenerationKey);
+  defaults_->setString(kIDKey, "stored");
+  defaults_->removeObjectForKey(kDateKey);
   EXPECT_NE(identity(true).transientId(), "stored");
-  defaults_->setString(RKVIdentityProvider::kTransientIDLastGenerationKey, "yesterday");
+  defaults_->setString(kDateKey, "yesterday");
   EXPECT_EQ(provider()->retrieveTransientID(), std::nullopt);
 }
 
