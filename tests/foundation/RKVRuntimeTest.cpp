@@ -1,10 +1,11 @@
-// The main loop and its clocks, the background executor, serial queues, futures and the
-// notification center.
+// The main loop and its clocks, the background executor, serial queues, futures, the
+// notification center, timers, the main-thread check, and host code that throws on any of them.
 
 #include <atomic>
 #include <barrier>
 #include <chrono>
 #include <cmath>
+#include <functional>
 #include <limits>
 #include <memory>
 #include <optional>
@@ -19,9 +20,11 @@
 #include "rkv/foundation/RKVBackgroundExecutor.h"
 #include "rkv/foundation/RKVFuture.h"
 #include "rkv/foundation/RKVMainLoop.h"
+#include "rkv/foundation/RKVMainThread.h"
 #include "rkv/foundation/RKVManualClock.h"
 #include "rkv/foundation/RKVNotificationCenter.h"
 #include "rkv/foundation/RKVSerialQueue.h"
+#include "rkv/foundation/RKVTimer.h"
 
 #include "tests/support/RKVLogCapture.h"
 #include "tests/support/RKVTestThreads.h"
@@ -33,6 +36,9 @@ using namespace std::chrono_literals;
 using test::eventually;
 using test::RKVLoopThread;
 using test::RKVTestEvent;
+using ::testing::AllOf;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
 using Names = std::vector<std::string>;
 
 // Something for a callback to own: `watch` expires once every owner has released it.
@@ -484,8 +490,7 @@ TEST(RKVFutureTest, NoResultWithoutATimeOut) {
     EXPECT_FALSE(error);
   }
   EXPECT_THAT(capture.errorMessages(),
-              ::testing::ElementsAre(::testing::AllOf(::testing::HasSubstr("RKVFuture"),
-                                                      ::testing::HasSubstr("task failed"))));
+              ElementsAre(AllOf(HasSubstr("RKVFuture"), HasSubstr("task failed"))));
   // A waiter of a task that a shutdown drops unrun is woken.
   RKVBackgroundExecutor executor({.maxThreads = 1});
   auto gate = occupy(executor);
@@ -553,6 +558,265 @@ TEST(RKVNotificationCenterTest, NoCallAfterRemovalUnderConcurrentPosts) {
     stop = true;
   });
   EXPECT_EQ(lateCalls.load(), 0);
+}
+
+void failHost() {
+  throw std::runtime_error("host failure");
+}
+
+TEST(RKVHostCodeTest, AThrowingObserverIsReportedAndTheLaterOnesAreStillCalled) {
+  test::RKVLogCapture capture;
+  RKVNotificationCenter center;
+  Names calls;
+  center.addObserver("n", [&](const RKVNotification&) { calls.push_back("first"); });
+  center.addObserver("n", [](const RKVNotification&) { failHost(); });
+  center.addObserver("", [](const RKVNotification&) { throw 42; });  // not a std::exception
+  center.addObserver("n", [&](const RKVNotification&) { calls.push_back("last"); });
+  center.post("n");
+  EXPECT_EQ(calls, (Names{"first", "last"}));
+  EXPECT_THAT(capture.errorMessages(),
+              ElementsAre(AllOf(HasSubstr("\"n\""), HasSubstr("host failure")),
+                          AllOf(HasSubstr("every notification"), HasSubstr("unknown exception"))));
+}
+
+// Each path runs a task that throws, then a later one on the same thread; the later one runs and
+// the failure is one error line naming the path.
+TEST(RKVHostCodeTest, AThrowingTaskIsReportedAndTheThreadGoesOn) {
+  auto clock = std::make_shared<RKVManualClock>();
+  using Run = std::function<void(std::function<void()> failing, std::function<void()> later)>;
+  const std::tuple<const char*, const char*, Run> paths[] = {
+      {"executor", "background executor",
+       [](auto failing, auto later) {
+         RKVBackgroundExecutor executor({.maxThreads = 1});  // one thread: it must survive
+         ASSERT_TRUE(executor.submit(failing));
+         RKVTestEvent done;
+         ASSERT_TRUE(executor.submit([&] { later(), done.set(); }));
+         ASSERT_TRUE(done.wait());
+       }},
+      {"serial queue", "serial queue host.queue",
+       [](auto failing, auto later) {
+         RKVSerialQueue queue("host.queue");
+         ASSERT_TRUE(queue.async(failing));
+         ASSERT_TRUE(queue.async(later));
+         ASSERT_TRUE(queue.drain());
+       }},
+      {"delayed task", "delayed task on the serial queue host.delayed",
+       [clock](auto failing, auto later) {
+         RKVSerialQueue queue("host.delayed", clock);
+         queue.asyncAfter(1ms, failing);
+         RKVTestEvent done;
+         queue.asyncAfter(1ms, [&] { later(), done.set(); });
+         clock->advance(1ms);
+         ASSERT_TRUE(done.wait());
+       }},
+      {"main loop post", "handler posted to the main loop",
+       [clock](auto failing, auto later) {
+         RKVMainLoop loop(clock);
+         loop.post(failing);
+         loop.post(later);
+         EXPECT_EQ(loop.poll(), 2u);
+       }},
+      {"main loop timer", "timer callback on the main loop",
+       [clock](auto failing, auto later) {
+         RKVMainLoop loop(clock);
+         loop.scheduleAfter(1ms, failing);
+         loop.scheduleAfter(1ms, later);
+         clock->advance(1ms);
+         EXPECT_EQ(loop.poll(), 2u);
+       }},
+  };
+  for (const auto& [name, site, run] : paths) {
+    SCOPED_TRACE(name);
+    test::RKVLogCapture capture;
+    std::atomic<bool> laterRan{false};
+    run(failHost, [&] { laterRan = true; });
+    EXPECT_TRUE(laterRan);
+    EXPECT_THAT(capture.errorMessages(),
+                ElementsAre(AllOf(HasSubstr(site), HasSubstr("host failure"))));
+  }
+}
+
+class RKVMainThreadTest : public ::testing::Test {
+ protected:
+  void SetUp() override { setMainThreadViolationsAbort(false); }
+  void TearDown() override { setMainThreadViolationsAbort(aborted_); }
+  const bool aborted_ = mainThreadViolationsAbort();
+};
+
+TEST_F(RKVMainThreadTest, OffTheMainThreadIsDetectedAndLogged) {
+  test::RKVLogCapture capture;
+  RKVMainLoop idle;
+  EXPECT_FALSE(isMainThread(idle)) << "before a loop is driven no thread is its main thread";
+  test::RKVLoopThread loopThread;
+  RKVMainLoop& loop = loopThread.loop();
+  bool onLoop = false, assertedOnLoop = false;
+  ASSERT_TRUE(loopThread.runOnLoop([&] {
+    onLoop = isMainThread(loop);
+    assertedOnLoop = RKV_ASSERT_MAIN_THREAD(loop, "onLoop");
+  }));
+  EXPECT_TRUE(onLoop);
+  EXPECT_TRUE(assertedOnLoop);
+  EXPECT_TRUE(capture.errorMessages().empty());
+
+  EXPECT_FALSE(isMainThread(loop));
+  EXPECT_FALSE(RKV_ASSERT_MAIN_THREAD(loop, "RKVSample::start"));
+  EXPECT_FALSE(RKV_ASSERT_MAIN_THREAD(idle, "RKVSample::stop"));
+  EXPECT_THAT(capture.errorMessages(),
+              ElementsAre(HasSubstr("RKVSample::start must be called on the main thread"),
+                          HasSubstr("RKVSample::stop must be called on the main thread")));
+}
+
+// Counts firings and runs an optional action on each.
+struct CountingDelegate : RKVTimerDelegate {
+  void timerFired(RKVTimer& timer) override {
+    ++fired;
+    if (action) action(timer);
+  }
+  int fired = 0;
+  std::function<void(RKVTimer&)> action;
+};
+
+class RKVTimerTest : public ::testing::Test {
+ protected:
+  std::unique_ptr<RKVTimer> makeTimer(RKVTimerInterval interval) {
+    auto timer = std::make_unique<RKVTimer>(interval, delegate_, loop_);
+    timer->setStopHandler([this](RKVTimer&) { ++stops_; });
+    return timer;
+  }
+  // Moves the clock and runs what fell due.
+  void tick(RKVClock::duration by = 1s) {
+    clock_->advance(by);
+    loop_->poll();
+  }
+
+  std::shared_ptr<RKVManualClock> clock_ = std::make_shared<RKVManualClock>();
+  std::shared_ptr<RKVMainLoop> loop_ = std::make_shared<RKVMainLoop>(clock_);
+  std::shared_ptr<CountingDelegate> delegate_ = std::make_shared<CountingDelegate>();
+  int stops_ = 0;
+};
+
+TEST_F(RKVTimerTest, EachKindFiresItsNumberOfTimesOnePeriodApart) {
+  struct Case {
+    const char* name;
+    RKVTimerInterval interval;
+    int firings;  // in all, over 10 periods (10 for a timer that never finishes)
+  };
+  const Case cases[] = {
+      {"non-repeating", RKVTimerInterval::nonRepeatingWithTime(1.0), 1},
+      {"finite 3", RKVTimerInterval::finiteRepetitionsWithTime(1.0, 3), 3},
+      {"finite 0", RKVTimerInterval::finiteRepetitionsWithTime(1.0, 0), 1},
+      {"infinite", RKVTimerInterval::infiniteRepetitionsWithTime(1.0), 10},
+      {"unknown kind", RKVTimerInterval(7, 1.0, 5), 1},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    delegate_->fired = 0;
+    auto timer = makeTimer(c.interval);
+    timer->start();
+    for (int period = 1; period <= 10; ++period) {
+      tick(999ms);  // not yet due
+      EXPECT_EQ(delegate_->fired, std::min(period - 1, c.firings));
+      tick(1ms);
+      EXPECT_EQ(delegate_->fired, std::min(period, c.firings));
+      // While running, the next firing is armed as soon as one fires.
+      const int armed = delegate_->fired + (timer->status() == RKVTimerStatusRunning ? 1 : 0);
+      EXPECT_EQ(timer->timerCount(), static_cast<uint32_t>(armed));
+    }
+    const bool endless = c.interval.type() == RKVTimerIntervalTypeInfiniteRepetitions;
+    EXPECT_EQ(timer->status(), endless ? RKVTimerStatusRunning : RKVTimerStatusFinished);
+    EXPECT_EQ(timer->timerCanBeStarted(), !endless);
+    timer->stop();
+  }
+  EXPECT_EQ(stops_, 5);
+}
+
+TEST_F(RKVTimerTest, StatusRulesForStartAndStop) {
+  auto timer = makeTimer(RKVTimerInterval::finiteRepetitionsWithTime(1.0, 2));
+  // Stopping a timer that never ran still stops it and calls the handler.
+  timer->stop();
+  EXPECT_EQ(timer->status(), RKVTimerStatusStopped);
+  EXPECT_EQ(stops_, 1);
+
+  // A second start while running arms nothing more.
+  timer->start();
+  timer->start();
+  EXPECT_EQ(timer->timerCount(), 1u);
+  tick();
+  EXPECT_EQ(delegate_->fired, 1);
+
+  // Stopped midway: nothing fires, the target is gone, and a new start counts from zero.
+  timer->stop();
+  EXPECT_EQ(timer->timerTarget(), nullptr);
+  EXPECT_FALSE(timer->timer());
+  tick(5s);
+  EXPECT_EQ(delegate_->fired, 1);
+  timer->start();
+  EXPECT_EQ(timer->timerCount(), 1u);
+  tick(), tick();
+  EXPECT_EQ(delegate_->fired, 3);
+  EXPECT_EQ(timer->status(), RKVTimerStatusFinished);
+
+  // A finished timer runs the whole sequence again.
+  timer->start();
+  tick(), tick(), tick();
+  EXPECT_EQ(delegate_->fired, 5);
+  EXPECT_EQ(timer->status(), RKVTimerStatusFinished);
+  EXPECT_EQ(stops_, 2);
+}
+
+TEST_F(RKVTimerTest, DroppedByItsOwnerWhileRunningItWarnsStopsAndNeverFiresAgain) {
+  test::RKVLogCapture capture;
+  auto timer = makeTimer(RKVTimerInterval::infiniteRepetitionsWithTime(1.0));
+  const uint32_t ID = timer->ID();
+  timer->start();
+  tick();
+  std::shared_ptr<RKVTimerTarget> target = timer->timerTarget();  // outlives the timer
+  timer.reset();
+  EXPECT_THAT(capture.debugMessages(),
+              ElementsAre("Warning: RKVTimer instance " + std::to_string(ID) +
+                          "ld is being deallocated while running!"));
+  EXPECT_EQ(stops_, 1);
+  EXPECT_TRUE(target->invalidated());
+  tick(5s);
+  EXPECT_EQ(delegate_->fired, 1);
+}
+
+// Dropped by its own delegate from its firing: RKVViewabilityManagerTest drops the manager
+// owning the timer from the manager's delegate, under ASan in CI.
+TEST_F(RKVTimerTest, DelegateMayStopOrRestartTheTimerFromItsFiring) {
+  // Restarted by its delegate: one loop timer at a time, and a finite timer's count restarts.
+  auto timer = makeTimer(RKVTimerInterval::finiteRepetitionsWithTime(1.0, 2));
+  delegate_->action = [](RKVTimer& t) { t.stop(), t.start(); };
+  timer->start();
+  for (int i = 0; i < 4; ++i)
+    tick();
+  EXPECT_EQ(delegate_->fired, 4);
+  EXPECT_EQ(timer->status(), RKVTimerStatusRunning);
+  EXPECT_EQ(timer->timerCount(), 1u);
+
+  // Stopped by its delegate: stays stopped, not finished.
+  delegate_->action = [](RKVTimer& t) { t.stop(); };
+  tick(), tick();
+  EXPECT_EQ(delegate_->fired, 5);
+  EXPECT_EQ(timer->status(), RKVTimerStatusStopped);
+}
+
+TEST_F(RKVTimerTest, AbsentSilentOrThrowingDelegatesDoNotStopTheRepetition) {
+  test::RKVLogCapture capture;
+  auto thrower = std::make_shared<CountingDelegate>();
+  thrower->action = [](RKVTimer&) { throw std::runtime_error("delegate failure"); };
+  // None, one that does not answer timerFired, one that throws.
+  for (std::shared_ptr<RKVTimerDelegate> delegate :
+       {std::shared_ptr<RKVTimerDelegate>(), std::make_shared<RKVTimerDelegate>(),
+        std::shared_ptr<RKVTimerDelegate>(thrower)}) {
+    RKVTimer timer(RKVTimerInterval::finiteRepetitionsWithTime(0.5, 2), delegate, loop_);
+    timer.start();
+    tick(500ms), tick(500ms);
+    EXPECT_EQ(timer.status(), RKVTimerStatusFinished);
+  }
+  EXPECT_EQ(thrower->fired, 2);
+  EXPECT_THAT(capture.errorMessages(),
+              ElementsAre(HasSubstr("delegate failure"), HasSubstr("delegate failure")));
 }
 
 }  // namespace
