@@ -113,10 +113,7 @@ TEST(RKVUserDefaultsTest, AFailedWriteStaysPendingAndLosesNothingStored) {
 
 // A file that is not a readable store of ours: an empty store, one error line, and saving works.
 TEST(RKVUserDefaultsTest, AnUnreadableFileGivesAnEmptyStoreAndOneErrorAndSavingWorks) {
-  const struct {
-    const char* name;
-    void (*spoil)(const std::string& path);
-  } cases[] = {
+  const std::pair<const char*, void (*)(const std::string& path)> cases[] = {
       {"not SQLite",
        [](const std::string& path) { std::ofstream(path) << "this is not a database\n"; }},
       {"truncated",
@@ -131,8 +128,8 @@ TEST(RKVUserDefaultsTest, AnUnreadableFileGivesAnEmptyStoreAndOneErrorAndSavingW
          file.write(noise.data(), static_cast<std::streamsize>(noise.size()));
        }},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
+  for (const auto& [name, spoil] : cases) {
+    SCOPED_TRACE(name);
     test::RKVTempDir dir;
     auto path = dir.file("defaults.sqlite");
     {
@@ -144,7 +141,7 @@ TEST(RKVUserDefaultsTest, AnUnreadableFileGivesAnEmptyStoreAndOneErrorAndSavingW
     // Fold the journal into the file, so that spoiling the file spoils the data.
     std::filesystem::remove(path + "-wal");
     std::filesystem::remove(path + "-shm");
-    c.spoil(path);
+    spoil(path);
 
     test::RKVLogCapture log;
     auto defaults = openDefaults(path);
@@ -359,17 +356,11 @@ TEST_F(RKVIdentityTest, PrecedenceIsCustomThenTransientThenAdvertisingThenNone) 
   constexpr const char* kTransient = "(a fresh transient identifier)";
   using T = RKVIdentityType;
   const std::nullopt_t none = std::nullopt;
+  using Text = std::optional<std::string>;
+  // The host's advertising identifier, limit and transient switches, the custom identifier; the
+  // identity's type, text and advertising identifier, whether a transient identifier was set.
   // clang-format off
-  const struct {
-    const char* name;
-    std::optional<std::string> adID;
-    bool limitAdTracking, transientEnabled;
-    std::optional<std::string> custom;
-    T type;
-    std::string identity;
-    std::optional<std::string> ifa;
-    bool transientSet;
-  } rows[] = {
+  const std::tuple<const char*, Text, bool, bool, Text, T, std::string, Text, bool> rows[] = {
       {"valid ad id", kAdID, false, true, none, T::advertising, kAdIDUpper, kAdIDUpper, false},
       // Not every platform's identifier is a UUID: other texts pass as they are.
       {"not a UUID", "rida:abc123", false, false, none, T::advertising, "rida:abc123", "rida:abc123", false},
@@ -385,28 +376,29 @@ TEST_F(RKVIdentityTest, PrecedenceIsCustomThenTransientThenAdvertisingThenNone) 
       {"empty custom", kAdID, false, true, "", T::advertising, kAdIDUpper, kAdIDUpper, false},
   };
   // clang-format on
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.name);
-    RKVIdentityProvider::setAdvertisingIdentifier(row.adID);
-    RKVIdentityProvider::setLimitAdTracking(row.limitAdTracking);
+  for (const auto& [name, adID, limited, transientOn, custom, type, text, ifa, transientSet] :
+       rows) {
+    SCOPED_TRACE(name);
+    RKVIdentityProvider::setAdvertisingIdentifier(adID);
+    RKVIdentityProvider::setLimitAdTracking(limited);
     defaults_->removeObjectForKey(kIDKey);
     defaults_->removeObjectForKey(kDateKey);
 
-    const RKVIdentity id = identity(row.transientEnabled, row.custom);
-    EXPECT_EQ(id.type(), row.type);
-    EXPECT_EQ(id.ifa(), row.ifa);
-    EXPECT_EQ(id.transientId().has_value(), row.transientSet);
-    EXPECT_EQ(id.customIdentifier(), row.custom);
-    if (row.identity == kTransient) {
+    const RKVIdentity id = identity(transientOn, custom);
+    EXPECT_EQ(id.type(), type);
+    EXPECT_EQ(id.ifa(), ifa);
+    EXPECT_EQ(id.transientId().has_value(), transientSet);
+    EXPECT_EQ(id.customIdentifier(), custom);
+    if (text == kTransient) {
       // Upper-case 8-4-4-4-12 text of a random (version 4, RFC 4122 variant) UUID.
       EXPECT_TRUE(std::regex_match(id.identity(), std::regex("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-"
                                                              "[89AB][0-9A-F]{3}-[0-9A-F]{12}")))
           << id.identity();
       EXPECT_EQ(id.transientId(), id.identity());
     } else {
-      EXPECT_EQ(id.identity(), row.identity);
+      EXPECT_EQ(id.identity(), text);
     }
-    if (row.transientSet) {
+    if (transientSet) {
       EXPECT_EQ(stored(kIDKey), RKVUserDefaultsValue(id.transientId().value_or("")));
       EXPECT_EQ(stored(kDateKey), RKVUserDefaultsValue(clock_->date()));
     } else {
