@@ -637,13 +637,11 @@ TEST_F(RKVMainThreadTest, OffTheMainThreadIsDetectedAndLogged) {
   EXPECT_FALSE(isMainThread(idle)) << "before a loop is driven no thread is its main thread";
   test::RKVLoopThread loopThread;
   RKVMainLoop& loop = loopThread.loop();
-  bool onLoop = false, assertedOnLoop = false;
+  std::pair<bool, bool> onLoop;  // isMainThread, RKV_ASSERT_MAIN_THREAD
   ASSERT_TRUE(loopThread.runOnLoop([&] {
-    onLoop = isMainThread(loop);
-    assertedOnLoop = RKV_ASSERT_MAIN_THREAD(loop, "onLoop");
+    onLoop = {isMainThread(loop), RKV_ASSERT_MAIN_THREAD(loop, "onLoop")};
   }));
-  EXPECT_TRUE(onLoop);
-  EXPECT_TRUE(assertedOnLoop);
+  EXPECT_EQ(onLoop, std::pair(true, true));
   EXPECT_TRUE(capture.errorMessages().empty());
 
   EXPECT_FALSE(isMainThread(loop));

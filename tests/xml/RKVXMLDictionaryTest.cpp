@@ -28,9 +28,8 @@ namespace {
 
 using Options = RKVXMLDictionaryParser::Options;
 
-// An ordered, unambiguous dump of a tree, so that a test compares shape and key order in one
-// assertion: {"k":v,...} with keys in key order, [a,b] for lists, "text" for strings, null for
-// absent.
+// A tree as one text, to compare shape and key order in one assertion: {"k":v,...} in key order,
+// [a,b] for lists, "text" for strings, null for absent.
 std::string dump(const RKVXMLValue& value) {
   if (value.isNull()) return "null";
   if (const std::string* text = value.string()) return "\"" + *text + "\"";
@@ -303,8 +302,7 @@ class LiteralTreeBuilder final : public RKVXMLPushParserDelegate {
     RKVXMLValue* existing = parent.find(key);
     if (!existing) return parent.set(key, asList ? RKVXMLArray::make({item}) : item);
     if (RKVXMLArray* list = existing->array()) return list->push_back(std::move(item));
-    std::vector<RKVXMLValue> pair{*existing, std::move(item)};
-    *existing = RKVXMLArray::make(std::move(pair));
+    *existing = RKVXMLArray::make({*existing, std::move(item)});
   }
   void endText() {
     std::string run = std::exchange(pending, std::string());
@@ -411,8 +409,7 @@ TEST(RKVXMLHostileInputTest, DeepNestingAndEntitiesAreContained) {
 }
 
 // The key index's hash, SipHash-2-4, against the reference vectors (key 00 01 .. 0f, message
-// 00 01 .. of each length): the empty message, a partial last block, a full block and a full block
-// with a tail.
+// 00 01 .. of each length): empty, a partial block, a full block, a full block and a tail.
 TEST(RKVSipHashTest, MatchesTheReferenceVectors) {
   const internal::RKVSipHashKey key{0x0706050403020100ULL, 0x0f0e0d0c0b0a0908ULL};
   const std::pair<size_t, uint64_t> vectors[] = {
