@@ -120,31 +120,51 @@ TEST_F(RKVMainLoopTest, PollIsBoundedEndlessDelaysNeverFireAndDestructionDropsWo
   clock_->advance(1s);  // the clock no longer knows the loop
 }
 
-TEST(RKVMainLoopThreads, PostsFromManyThreadsRunOnTheLoopThreadInEachPostersOrder) {
+// Tasks posted from many threads run one at a time, on the executor's own thread, in each poster's
+// order. A third of the serial queue's go through sync(), which must keep its place in line too.
+TEST(RKVSerialExecutionTest, TasksFromManyThreadsNeverOverlapAndKeepEachPostersOrder) {
   RKVLoopThread loopThread;
   RKVMainLoop& loop = loopThread.loop();
-  constexpr int kThreads = 8;
-  constexpr int kPostsEach = 500;
-  // Written only by handlers; a handler running off the loop thread would race here.
-  std::vector<int> lastSeen(kThreads, -1);
-  int outOfOrder = 0;
-  int offLoop = 0;
-  int total = 0;
-  test::onThreads(kThreads, [&](int t) {
-    for (int i = 0; i < kPostsEach; ++i) {
-      loop.post([&, t, i] {
-        offLoop += !loop.isMainThread();
-        outOfOrder += i != lastSeen[t] + 1;
-        lastSeen[t] = i;
-        ++total;
-      });
-    }
-  });
-  ASSERT_TRUE(loopThread.runOnLoop([&] {
-    EXPECT_EQ(total, kThreads * kPostsEach);
-    EXPECT_EQ(outOfOrder, 0);
-    EXPECT_EQ(offLoop, 0);
-  }));
+  RKVSerialQueue queue("test.serial");
+  struct Executor {
+    const char* name;
+    std::function<bool(int i, std::function<void()> task)> post;
+    std::function<bool()> onItsThread, finish;
+  };
+  const Executor executors[] = {
+      {"main loop", [&](int, auto task) { return loop.post(task), true; },
+       [&] { return loop.isMainThread(); }, [&] { return loopThread.runOnLoop([] {}); }},
+      {"serial queue",
+       [&](int i, auto task) { return i % 3 ? queue.async(task) : queue.sync(task); },
+       [&] { return queue.isCurrent(); }, [&] { return queue.drain(); }},
+  };
+  constexpr int kPosters = 8;
+  constexpr int kTasksEach = 400;
+  for (const Executor& executor : executors) {
+    SCOPED_TRACE(executor.name);
+    std::atomic<int> inFlight{0}, overlaps{0};
+    // Plain data, written by the tasks only: the executor's ordering is what makes this race-free.
+    std::vector<int> lastSeen(kPosters, -1);
+    int outOfOrder = 0, offThread = 0, ran = 0;
+    test::onThreads(kPosters, [&](int p) {
+      for (int i = 0; i < kTasksEach; ++i) {
+        EXPECT_TRUE(executor.post(i, [&, p, i] {
+          overlaps += inFlight.fetch_add(1) != 0;
+          offThread += !executor.onItsThread();
+          outOfOrder += i != lastSeen[p] + 1;
+          lastSeen[p] = i;
+          ++ran;
+          std::this_thread::yield();
+          inFlight.fetch_sub(1);
+        }));
+      }
+    });
+    ASSERT_TRUE(executor.finish());
+    EXPECT_EQ(ran, kPosters * kTasksEach);
+    EXPECT_EQ(overlaps.load() + outOfOrder + offThread, 0)
+        << overlaps << " overlapping, " << outOfOrder << " out of order, " << offThread
+        << " off the executor's thread";
+  }
 }
 
 TEST(RKVMainLoopThreads, CancelRacingTheDeadlineFromAnotherThread) {
@@ -287,36 +307,6 @@ TEST(RKVBackgroundExecutorTest, ShutdownWaitsForRunningTasksAndDropsQueuedOnes) 
   EXPECT_FALSE(queuedRan);
   EXPECT_EQ(executor.threadCount(), 0u);
   EXPECT_FALSE(executor.submit([] {}));
-}
-
-TEST(RKVSerialQueueTest, TasksFromManyThreadsNeverOverlapAndKeepEachSubmittersOrder) {
-  RKVSerialQueue queue("test.serial");
-  constexpr int kSubmitters = 6;
-  constexpr int kTasksEach = 400;
-  std::atomic<int> inFlight{0};
-  std::atomic<int> overlaps{0};
-  // Plain data, written by the tasks only: the queue's ordering is what makes this race-free.
-  std::vector<int> lastSeen(kSubmitters, -1);
-  int outOfOrder = 0;
-  int ran = 0;
-  test::onThreads(kSubmitters, [&](int s) {
-    for (int i = 0; i < kTasksEach; ++i) {
-      auto task = [&, s, i] {
-        overlaps += inFlight.fetch_add(1) != 0;
-        outOfOrder += i != lastSeen[s] + 1;
-        lastSeen[s] = i;
-        ++ran;
-        std::this_thread::yield();
-        inFlight.fetch_sub(1);
-      };
-      // Every third task goes through sync(), which must also keep its place in line.
-      EXPECT_TRUE(i % 3 == 0 ? queue.sync(task) : queue.async(task));
-    }
-  });
-  ASSERT_TRUE(queue.drain());
-  EXPECT_EQ(ran, kSubmitters * kTasksEach);
-  EXPECT_EQ(overlaps.load(), 0);
-  EXPECT_EQ(outOfOrder, 0);
 }
 
 TEST(RKVSerialQueueTest, WaitingForItselfIsRefusedInsteadOfDeadlocking) {
