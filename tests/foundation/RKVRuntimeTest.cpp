@@ -295,14 +295,20 @@ TEST(RKVBackgroundExecutorTest, ShutdownWaitsForRunningTasksAndDropsQueuedOnes) 
   std::weak_ptr<int> watch;
   std::atomic<bool> queuedRan{false};
   ASSERT_TRUE(executor.submit([&queuedRan, captured = owned(watch)] { queuedRan = true; }));
+  RKVFuture<int> dropped([] { return 1; }, executor);  // its waiter is woken, with no result
+  std::optional<int> seen = 0;
+  std::atomic<bool> woken{false};
+  std::thread waiter([&] { seen = dropped.get(), woken = true; });
   std::thread opener([&] {
-    // Opened once the queued task is gone, i.e. once shutdown() is under way.
-    ASSERT_TRUE(eventually([&] { return watch.expired(); }));
+    // Opened once the queued tasks are gone, i.e. once shutdown() is under way.
+    ASSERT_TRUE(eventually([&] { return watch.expired() && woken; }));
     gate.set();
   });
   executor.shutdown();
   const bool finishedWhenShutdownReturned = runningFinished;
   opener.join();
+  waiter.join();
+  EXPECT_EQ(seen, std::nullopt);
   EXPECT_TRUE(finishedWhenShutdownReturned) << "shutdown() returned before the running task did";
   EXPECT_FALSE(queuedRan);
   EXPECT_EQ(executor.threadCount(), 0u);
@@ -450,17 +456,6 @@ TEST(RKVFutureTest, NoResultWithoutATimeOut) {
   }
   EXPECT_THAT(capture.errorMessages(),
               ElementsAre(AllOf(HasSubstr("RKVFuture"), HasSubstr("task failed"))));
-  // A waiter of a task that a shutdown drops unrun is woken.
-  RKVBackgroundExecutor executor({.maxThreads = 1});
-  auto gate = occupy(executor);
-  RKVFuture<int> queued([] { return 1; }, executor);  // waits behind the blocked task
-  std::optional<int> seen = 0;
-  std::thread waiter([&] { seen = queued.get(); });
-  std::thread closer([&] { executor.shutdown(); });
-  waiter.join();  // woken when shutdown() destroys the queued task
-  gate->set();
-  closer.join();
-  EXPECT_EQ(seen, std::nullopt);
 }
 
 void failHost() {
