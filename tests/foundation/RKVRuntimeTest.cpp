@@ -48,6 +48,14 @@ std::shared_ptr<int> owned(std::weak_ptr<int>& watch) {
   return value;
 }
 
+// Host code that fails: each executor reports it as one error line naming it, and goes on.
+void failHost() {
+  throw std::runtime_error("host failure");
+}
+auto hostFailure(const std::string& site) {
+  return ElementsAre(AllOf(HasSubstr(site), HasSubstr("host failure")));
+}
+
 class RKVMainLoopTest : public ::testing::Test {
  protected:
   std::shared_ptr<RKVManualClock> clock_ = std::make_shared<RKVManualClock>();
@@ -93,14 +101,22 @@ TEST_F(RKVMainLoopTest, CancelledTimerNeverRunsAndReleasesItsCallback) {
 TEST_F(RKVMainLoopTest, PollIsBoundedEndlessDelaysNeverFireAndDestructionDropsWork) {
   // A handler that reposts itself and a timer that re-arms itself with no delay would spin an
   // unbounded poll() forever; each poll() runs one round of them.
+  test::RKVLogCapture capture;
   int runs = 0;
   std::function<void()> repost = [&] { ++runs, loop_.post(repost); };
   std::function<void()> tick = [&] { ++runs, loop_.scheduleAfter(0ms, tick); };
+  loop_.post(failHost);
   loop_.post(repost);
+  loop_.scheduleAfter(0ms, failHost);
   loop_.scheduleAfter(0ms, tick);
-  EXPECT_EQ(loop_.poll(), 2u);
+  EXPECT_EQ(loop_.poll(), 4u);
   EXPECT_EQ(loop_.poll(), 2u);
   EXPECT_EQ(runs, 4);
+  EXPECT_THAT(
+      capture.errorMessages(),
+      ElementsAre(
+          AllOf(HasSubstr("A timer callback on the main loop"), HasSubstr("host failure")),
+          AllOf(HasSubstr("A handler posted to the main loop"), HasSubstr("host failure"))));
   size_t nested = 1;
   RKVMainLoop other(clock_);
   other.post([&] { nested = other.poll(); });  // re-entry is refused
@@ -264,9 +280,11 @@ TEST(RKVBackgroundExecutorTest, TasksThatWaitForEachOtherGrowThePoolThenIdleThre
 
 TEST(RKVBackgroundExecutorTest, AtTheCapTasksWaitDefaultPriorityFirst) {
   using P = RKVTaskPriority;
+  test::RKVLogCapture capture;
   RKVBackgroundExecutor executor({.maxThreads = 1});
   auto gate = occupy(executor);
-  Names order;  // written by the pool's single thread only
+  ASSERT_TRUE(executor.submit(failHost));  // the pool's one thread survives it
+  Names order;                             // written by the pool's single thread only
   for (const auto& [name, priority] : {std::pair{"b1", P::kBackground},
                                        {"d1", P::kDefault},
                                        {"b2", P::kBackground},
@@ -277,6 +295,7 @@ TEST(RKVBackgroundExecutorTest, AtTheCapTasksWaitDefaultPriorityFirst) {
   gate->set();
   ASSERT_TRUE(last.wait());
   EXPECT_EQ(order, (Names{"d1", "d2", "b1", "b2"}));
+  EXPECT_THAT(capture.errorMessages(), hostFailure("A task on the background executor"));
 }
 
 TEST(RKVBackgroundExecutorTest, ShutdownWaitsForRunningTasksAndDropsQueuedOnes) {
@@ -334,15 +353,18 @@ TEST(RKVSerialQueueTest, WaitingForItselfIsRefusedInsteadOfDeadlocking) {
 TEST(RKVSerialQueueTest, DestroyedByItsOwnTaskItFinishesTheRest) {
   // The last owner of the queue is a task on it: the queue's thread cannot join itself and must
   // finish the remaining tasks on its own.
-  auto queue = std::make_shared<RKVSerialQueue>();
+  test::RKVLogCapture capture;
+  auto queue = std::make_shared<RKVSerialQueue>("test.owned");
   RKVTestEvent gate, later;
   std::weak_ptr<RKVSerialQueue> watch = queue;
   ASSERT_TRUE(queue->async([owner = queue, &gate] { (void)gate.wait(); }));
+  ASSERT_TRUE(queue->async(failHost));
   ASSERT_TRUE(queue->async([&later] { later.set(); }));
   queue.reset();
   gate.set();
   EXPECT_TRUE(later.wait());
   EXPECT_TRUE(eventually([&] { return watch.expired(); }));
+  EXPECT_THAT(capture.errorMessages(), hostFailure("A task on the serial queue test.owned"));
 }
 
 class RKVSerialQueueDelayTest : public ::testing::Test {
@@ -362,10 +384,12 @@ class RKVSerialQueueDelayTest : public ::testing::Test {
 };
 
 TEST_F(RKVSerialQueueDelayTest, DelayedTasksJoinTheQueueInDeadlineOrderOnceTheClockIsThere) {
+  test::RKVLogCapture capture;
   auto record = [this](const char* name) { return [this, name] { ran_.push_back(name); }; };
   // Out of order, with a tie (b1/b2) that keeps its scheduling order.
   queue_.asyncAfter(30ms, record("c"));
   queue_.asyncAfter(10ms, record("b1"));
+  queue_.asyncAfter(10ms, failHost);
   queue_.asyncAfter(-5ms, record("a"));  // a negative delay is none
   queue_.asyncAfter(10ms, record("b2"));
   std::weak_ptr<int> watch;
@@ -385,6 +409,8 @@ TEST_F(RKVSerialQueueDelayTest, DelayedTasksJoinTheQueueInDeadlineOrderOnceTheCl
   advanceAndSettle(24h);
   EXPECT_EQ(ran_.back(), "c");
   EXPECT_EQ(ran_.size(), 5u) << "a cancelled task or an endless delay ran";
+  EXPECT_THAT(capture.errorMessages(),
+              hostFailure("A delayed task on the serial queue test.delayed"));
 }
 
 TEST_F(RKVSerialQueueDelayTest, ShutdownDropsWhatIsNotDueAndTheRealClockIsWaitedFor) {
@@ -458,10 +484,6 @@ TEST(RKVFutureTest, NoResultWithoutATimeOut) {
               ElementsAre(AllOf(HasSubstr("RKVFuture"), HasSubstr("task failed"))));
 }
 
-void failHost() {
-  throw std::runtime_error("host failure");
-}
-
 // Observers that throw are reported, and the later ones still called.
 TEST(RKVNotificationCenterTest, DeliveryOnThePostingThreadWhileObserversChangeOrThrow) {
   test::RKVLogCapture capture;
@@ -523,63 +545,6 @@ TEST(RKVNotificationCenterTest, NoCallAfterRemovalUnderConcurrentPosts) {
     stop = true;
   });
   EXPECT_EQ(lateCalls.load(), 0);
-}
-
-// Each path runs a task that throws, then a later one on the same thread; the later one runs and
-// the failure is one error line naming the path.
-TEST(RKVHostCodeTest, AThrowingTaskIsReportedAndTheThreadGoesOn) {
-  auto clock = std::make_shared<RKVManualClock>();
-  using Run = std::function<void(std::function<void()> failing, std::function<void()> later)>;
-  const std::tuple<const char*, const char*, Run> paths[] = {
-      {"executor", "background executor",
-       [](auto failing, auto later) {
-         RKVBackgroundExecutor executor({.maxThreads = 1});  // one thread: it must survive
-         ASSERT_TRUE(executor.submit(failing));
-         RKVTestEvent done;
-         ASSERT_TRUE(executor.submit([&] { later(), done.set(); }));
-         ASSERT_TRUE(done.wait());
-       }},
-      {"serial queue", "serial queue host.queue",
-       [](auto failing, auto later) {
-         RKVSerialQueue queue("host.queue");
-         ASSERT_TRUE(queue.async(failing));
-         ASSERT_TRUE(queue.async(later));
-         ASSERT_TRUE(queue.drain());
-       }},
-      {"delayed task", "delayed task on the serial queue host.delayed",
-       [clock](auto failing, auto later) {
-         RKVSerialQueue queue("host.delayed", clock);
-         queue.asyncAfter(1ms, failing);
-         RKVTestEvent done;
-         queue.asyncAfter(1ms, [&] { later(), done.set(); });
-         clock->advance(1ms);
-         ASSERT_TRUE(done.wait());
-       }},
-      {"main loop post", "handler posted to the main loop",
-       [clock](auto failing, auto later) {
-         RKVMainLoop loop(clock);
-         loop.post(failing);
-         loop.post(later);
-         EXPECT_EQ(loop.poll(), 2u);
-       }},
-      {"main loop timer", "timer callback on the main loop",
-       [clock](auto failing, auto later) {
-         RKVMainLoop loop(clock);
-         loop.scheduleAfter(1ms, failing);
-         loop.scheduleAfter(1ms, later);
-         clock->advance(1ms);
-         EXPECT_EQ(loop.poll(), 2u);
-       }},
-  };
-  for (const auto& [name, site, run] : paths) {
-    SCOPED_TRACE(name);
-    test::RKVLogCapture capture;
-    std::atomic<bool> laterRan{false};
-    run(failHost, [&] { laterRan = true; });
-    EXPECT_TRUE(laterRan);
-    EXPECT_THAT(capture.errorMessages(),
-                ElementsAre(AllOf(HasSubstr(site), HasSubstr("host failure"))));
-  }
 }
 
 class RKVMainThreadTest : public ::testing::Test {
