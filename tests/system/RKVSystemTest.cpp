@@ -284,16 +284,11 @@ TEST(RKVCCPAStringTest, OnlyOneThenThreeUpperCaseFlags) {
 }
 
 // The production provider over memory defaults, a manual clock and a machine-id file of ours;
-// the host's process-wide advertising facts are reset around each test.
+// the host's process-wide advertising facts are reset after each test.
 class RKVIdentityTest : public ::testing::Test {
  protected:
-  RKVIdentityTest() {
-    std::ofstream(machineIDPath_) << kMachineID;
-    resetHostFacts();
-  }
-  ~RKVIdentityTest() override { resetHostFacts(); }
-
-  static void resetHostFacts() {
+  RKVIdentityTest() { std::ofstream(machineIDPath_) << kMachineID; }
+  ~RKVIdentityTest() override {
     RKVIdentityProvider::setAdvertisingIdentifier(std::nullopt);
     RKVIdentityProvider::setLimitAdTracking(false);
   }
