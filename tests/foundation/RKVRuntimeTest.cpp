@@ -154,8 +154,7 @@ TEST(RKVSerialExecutionTest, TasksFromManyThreadsNeverOverlapAndKeepEachPostersO
        [&](int i, auto task) { return i % 3 ? queue.async(task) : queue.sync(task); },
        [&] { return queue.isCurrent(); }, [&] { return queue.drain(); }},
   };
-  constexpr int kPosters = 8;
-  constexpr int kTasksEach = 400;
+  constexpr int kPosters = 8, kTasksEach = 400;
   for (const Executor& executor : executors) {
     SCOPED_TRACE(executor.name);
     std::atomic<int> inFlight{0}, overlaps{0};

@@ -618,23 +618,22 @@ TEST(RKVXMLEncodingTest, EveryCharacterOfCommonEncodingsIsRead) {
 // trees are freed on another thread (the builder recycles freed nodes per thread, and a thread's
 // cache is emptied when it ends), which builds more from them meanwhile.
 TEST(RKVXMLEncodingTest, ThreadsReuseTheirParsersAndFreeEachOthersTrees) {
-  const std::string latin = declared("ISO-8859-15", "<Ad id='\xA4'><AdTitle>\xA4</AdTitle></Ad>");
-  const std::string windows =
-      declared("windows-1252", "<Ad id='\x80'><AdTitle>\x80</AdTitle></Ad>");
-  const std::string plain = "<Ad id='\xE2\x82\xAC'><AdTitle>\xE2\x82\xAC</AdTitle></Ad>";
-  const std::string unknown = declared("x-unknown", "<Ad/>");
   const std::string euro = "\u20AC|\u20AC";
+  const std::pair<std::string, std::string> documents[] = {
+      {declared("windows-1252", "<Ad id='\x80'><AdTitle>\x80</AdTitle></Ad>"), euro},
+      {"<Ad id='\xE2\x82\xAC'><AdTitle>\xE2\x82\xAC</AdTitle></Ad>", euro},
+      {declared("x-unknown", "<Ad/>"), "nil"},
+      {declared("ISO-8859-15", "<Ad id='\xA4'><AdTitle>\xA4</AdTitle></Ad>"), euro},
+      {"<Ad>", "nil"},
+  };
   const std::string xml = "<R a='1'><B>x</B><B><C>y</C></B><D/></R>";
   const std::string expected =
       R"({"__name":"R","_a":"1","B":[{"__text":"x"},{"C":[{"__text":"y"}]}],"D":[]})";
   RKVSerialQueue freer;
   test::onThreads(5, [&](int) {
     for (int i = 0; i < 400; ++i) {
-      EXPECT_EQ(titleAndId(windows), euro);
-      EXPECT_EQ(titleAndId(plain), euro);
-      EXPECT_EQ(titleAndId(unknown), "nil");
-      EXPECT_EQ(titleAndId(latin), euro);
-      EXPECT_EQ(titleAndId("<Ad>"), "nil");
+      for (const auto& [document, titleAndIdText] : documents)
+        EXPECT_EQ(titleAndId(document), titleAndIdText);
       EXPECT_TRUE(freer.async([&, tree = RKVXMLDictionary::rkv_dictionaryWithXMLString(xml)] {
         EXPECT_EQ(dump(tree), expected);
         EXPECT_EQ(dump(RKVXMLDictionary::rkv_dictionaryWithXMLString(xml)), expected);
