@@ -189,9 +189,7 @@ TEST(RKVUserDefaultsTest, ConcurrentSettersAndSynchronizersLoseNoKey) {
     test::onThreads(4, [&](int t) {
       for (int i = 0; i < 50; ++i) {
         defaults->setInteger("t" + std::to_string(t) + "-" + std::to_string(i), i);
-        if (i % 10 == 0) {
-          EXPECT_TRUE(defaults->synchronize());
-        }
+        EXPECT_TRUE(i % 10 != 0 || defaults->synchronize());
       }
     });
   }  // the destructor writes what is left

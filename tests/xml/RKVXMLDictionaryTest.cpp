@@ -363,12 +363,10 @@ TEST(RKVXMLDictionaryParserTest, NodeNameSearchMatchesTheLiteralRuleUnderEveryOp
 // Untrusted documents give a tree or nil, promptly, without exhausting the stack or memory.
 TEST(RKVXMLHostileInputTest, DeepNestingAndEntitiesAreContained) {
   auto nested = [](size_t depth, const std::string& open) {
-    std::string xml;
+    std::string opens, closes;
     for (size_t i = 0; i < depth; ++i)
-      xml += open;
-    for (size_t i = 0; i < depth; ++i)
-      xml += "</a>";
-    return xml;
+      opens += open, closes += "</a>";
+    return opens + closes;
   };
   RKVXMLDictionaryParser parser;
   EXPECT_EQ(parser.rkv_dictionaryWithData(nested(1'000'000, "<a>")), nullptr);
