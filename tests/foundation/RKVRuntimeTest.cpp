@@ -250,18 +250,6 @@ TEST(RKVClockTest, SecondsToDurationAndTheManualClock) {
   EXPECT_EQ(moves, 1) << "only real moves are reported";
 }
 
-// Submits a task to `executor` that blocks until the returned gate opens, and waits for it to run.
-std::shared_ptr<RKVTestEvent> occupy(RKVBackgroundExecutor& executor) {
-  auto gate = std::make_shared<RKVTestEvent>();
-  RKVTestEvent running;
-  EXPECT_TRUE(executor.submit([gate, &running] {
-    running.set();
-    (void)gate->wait();
-  }));
-  EXPECT_TRUE(running.wait());
-  return gate;
-}
-
 TEST(RKVBackgroundExecutorTest, TasksThatWaitForEachOtherGrowThePoolThenIdleThreadsRetire) {
   // With only the two minimum threads these five would deadlock: all must run at once.
   RKVBackgroundExecutor executor({.idleTimeout = 5ms});
@@ -280,18 +268,18 @@ TEST(RKVBackgroundExecutorTest, TasksThatWaitForEachOtherGrowThePoolThenIdleThre
 TEST(RKVBackgroundExecutorTest, AtTheCapTasksWaitDefaultPriorityFirst) {
   using P = RKVTaskPriority;
   test::RKVLogCapture capture;
+  RKVTestEvent running, gate, last;
   RKVBackgroundExecutor executor({.maxThreads = 1});
-  auto gate = occupy(executor);
+  ASSERT_TRUE(executor.submit([&] { running.set(), (void)gate.wait(); }));  // occupies the thread
+  ASSERT_TRUE(running.wait());
   ASSERT_TRUE(executor.submit(failHost));  // the pool's one thread survives it
   Names order;                             // written by the pool's single thread only
-  for (const auto& [name, priority] : {std::pair{"b1", P::kBackground},
-                                       {"d1", P::kDefault},
-                                       {"b2", P::kBackground},
-                                       {"d2", P::kDefault}})
-    ASSERT_TRUE(executor.submit([&order, name = name] { order.push_back(name); }, priority));
-  RKVTestEvent last;
+  for (const char* name : {"b1", "d1", "b2", "d2"}) {
+    const P priority = name[0] == 'b' ? P::kBackground : P::kDefault;
+    ASSERT_TRUE(executor.submit([&order, name] { order.push_back(name); }, priority));
+  }
   ASSERT_TRUE(executor.submit([&] { last.set(); }, P::kBackground));
-  gate->set();
+  gate.set();
   ASSERT_TRUE(last.wait());
   EXPECT_EQ(order, (Names{"d1", "d2", "b1", "b2"}));
   EXPECT_THAT(capture.errorMessages(), hostFailure("A task on the background executor"));

@@ -44,10 +44,6 @@ std::string dump(const RKVXMLValue& value) {
   return "{" + out + "}";
 }
 
-std::string dump(const RKVXMLDictionaryPtr& dictionary) {
-  return dump(RKVXMLValue(dictionary));
-}
-
 RKVXMLDictionaryPtr parse(std::string_view xml) {
   RKVXMLDictionaryPtr root = RKVXMLDictionary::rkv_dictionaryWithXMLString(xml);
   EXPECT_NE(root, nullptr) << xml;
