@@ -203,7 +203,6 @@ TEST(RKVQuaternionTest, RotationsProductsAndEquality) {
 }
 
 using Items = std::vector<RKVURLQueryItem>;
-using Strings = std::vector<string>;
 
 TEST(RKVURLTest, NormalizesOrRejects) {
   // The text, and the absolute string it parses to; that string is a fixed point of parsing.
@@ -278,7 +277,7 @@ TEST(RKVURLTest, ComponentsPathsAndQueryItemsAreReadFromTheNormalizedText) {
   original.reset();
   EXPECT_EQ(copy.query(), "e=%5BERRORCODE%5D");
 
-  const std::pair<string, Strings> paths[] = {
+  const std::pair<string, std::vector<string>> paths[] = {
       {"http://h", {}},
       {"http://h//a///b.mp4/?x=/y", {"/", "a", "b.mp4"}},
       {"http://h/a%20b/c%2Fd/%FF", {"/", "a b", "c/d", "%FF"}},  // not UTF-8: kept encoded

@@ -26,11 +26,10 @@ using std::nullopt;
 // The production rules over facts the test sets; the forwarded ones may change between calls.
 class FakeProvider : public RKVDeviceInfoProvider {
  public:
-  std::string platform = "AppleTV5,3";
   std::string system = "10.2";
   mutable std::atomic<int> addressCalls{0};
 
-  std::string currentPlatform() const override { return platform; }
+  std::string currentPlatform() const override { return "AppleTV5,3"; }
   std::string currentSystem() const override { return system; }
   std::string IPAddress() const override { return "10.0.0." + std::to_string(++addressCalls); }
 };

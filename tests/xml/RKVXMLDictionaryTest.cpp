@@ -1,5 +1,5 @@
-// The XML dictionary: the container, the reader under every option and against hostile input,
-// the read-back operations and the XML it writes back.
+// The XML dictionary: the container, the reader under every option, against hostile input and in
+// single-byte encodings, the read-back operations and the XML it writes back.
 
 #include <algorithm>
 #include <cstdint>
@@ -18,39 +18,30 @@
 #include "rkv/xml/RKVXMLDictionaryUtils.h"
 #include "rkv/xml/internal/RKVSipHash.h"
 #include "rkv/xml/internal/RKVXMLDictionaryAccess.h"
+#include "rkv/xml/internal/RKVXMLEncodings.h"
 #include "rkv/xml/internal/RKVXMLTreeBuilder.h"
+
+#include "tests/support/RKVTestThreads.h"
 
 namespace rkv {
 namespace {
 
 using Options = RKVXMLDictionaryParser::Options;
 
-// An ordered, unambiguous dump of a tree, so that a test compares shape and key order in one
-// assertion: {"k":v,...} with keys in key order, [a,b] for lists, "text" for strings, null for
-// absent.
+// A tree as one text, to compare shape and key order in one assertion: {"k":v,...} in key order,
+// [a,b] for lists, "text" for strings, null for absent.
 std::string dump(const RKVXMLValue& value) {
   if (value.isNull()) return "null";
   if (const std::string* text = value.string()) return "\"" + *text + "\"";
+  std::string out;
   if (const RKVXMLArray* list = value.array()) {
-    std::string out = "[";
-    for (size_t i = 0; i < list->size(); ++i) {
-      if (i) out += ",";
-      out += dump((*list)[i]);
-    }
-    return out + "]";
+    for (const RKVXMLValue& item : *list)
+      out += (out.empty() ? "" : ",") + dump(item);
+    return "[" + out + "]";
   }
-  std::string out = "{";
-  bool first = true;
-  for (const auto& [key, item] : value.dictionary()->entries()) {
-    if (!first) out += ",";
-    first = false;
-    out += "\"" + key + "\":" + dump(item);
-  }
-  return out + "}";
-}
-
-std::string dump(const RKVXMLDictionaryPtr& dictionary) {
-  return dump(RKVXMLValue(dictionary));
+  for (const auto& [key, item] : value.dictionary()->entries())
+    out += (out.empty() ? "\"" : ",\"") + key + "\":" + dump(item);
+  return "{" + out + "}";
 }
 
 RKVXMLDictionaryPtr parse(std::string_view xml) {
@@ -197,19 +188,6 @@ TEST(RKVXMLDictionaryParserTest, TrimmingTakesASCIIAndUnicodeSeparators) {
   }
 }
 
-TEST(RKVXMLDictionaryParserTest, IllFormedDocumentsGiveNilAndAnError) {
-  // Two roots, a missing end tag, an undefined entity, a duplicate attribute, invalid UTF-8 in
-  // CDATA, a truncated UTF-8 sequence.
-  for (const char* xml :
-       {"", "   ", "<A/><B/>", "<A><B></A>", "<A>&undefined;</A>", "<A x='1' x='2'/>", "not xml",
-        "<A><![CDATA[\xff\xfe]]></A>", "<A>\xc3</A>"}) {
-    RKVXMLDictionaryParser parser;
-    EXPECT_EQ(parser.rkv_dictionaryWithString(xml), nullptr) << xml;
-    EXPECT_TRUE(parser.parsingError()) << xml;
-  }
-  EXPECT_EQ(RKVXMLDictionary::rkv_dictionaryWithXMLFile("/nonexistent/file.xml"), nullptr);
-}
-
 // Every option combination is compared with a literal builder below; these pin a few shapes.
 TEST(RKVXMLDictionaryParserTest, OptionsChangeTheShape) {
   const char* xml = "<R a='1'><B>t</B><C/><B>u</B><!--note--></R>";
@@ -320,8 +298,7 @@ class LiteralTreeBuilder final : public RKVXMLPushParserDelegate {
     RKVXMLValue* existing = parent.find(key);
     if (!existing) return parent.set(key, asList ? RKVXMLArray::make({item}) : item);
     if (RKVXMLArray* list = existing->array()) return list->push_back(std::move(item));
-    std::vector<RKVXMLValue> pair{*existing, std::move(item)};
-    *existing = RKVXMLArray::make(std::move(pair));
+    *existing = RKVXMLArray::make({*existing, std::move(item)});
   }
   void endText() {
     std::string run = std::exchange(pending, std::string());
@@ -382,12 +359,10 @@ TEST(RKVXMLDictionaryParserTest, NodeNameSearchMatchesTheLiteralRuleUnderEveryOp
 // Untrusted documents give a tree or nil, promptly, without exhausting the stack or memory.
 TEST(RKVXMLHostileInputTest, DeepNestingAndEntitiesAreContained) {
   auto nested = [](size_t depth, const std::string& open) {
-    std::string xml;
+    std::string opens, closes;
     for (size_t i = 0; i < depth; ++i)
-      xml += open;
-    for (size_t i = 0; i < depth; ++i)
-      xml += "</a>";
-    return xml;
+      opens += open, closes += "</a>";
+    return opens + closes;
   };
   RKVXMLDictionaryParser parser;
   EXPECT_EQ(parser.rkv_dictionaryWithData(nested(1'000'000, "<a>")), nullptr);
@@ -428,8 +403,7 @@ TEST(RKVXMLHostileInputTest, DeepNestingAndEntitiesAreContained) {
 }
 
 // The key index's hash, SipHash-2-4, against the reference vectors (key 00 01 .. 0f, message
-// 00 01 .. of each length): the empty message, a partial last block, a full block and a full block
-// with a tail.
+// 00 01 .. of each length): empty, a partial block, a full block, a full block and a tail.
 TEST(RKVSipHashTest, MatchesTheReferenceVectors) {
   const internal::RKVSipHashKey key{0x0706050403020100ULL, 0x0f0e0d0c0b0a0908ULL};
   const std::pair<size_t, uint64_t> vectors[] = {
@@ -444,13 +418,10 @@ TEST(RKVSipHashTest, MatchesTheReferenceVectors) {
         << length;
 }
 
-// Element names built to collide under an unkeyed hash. In libstdc++'s 64-bit string hash
-// (MurmurHash64A with a fixed seed) two 8-byte blocks whose mixed values differ only in the top
-// bit leave states that differ only in the top bit, whatever came before; so a name of such
-// blocks hashes the same as any other of the same length with the same parity of B blocks.
-// The blocks are valid name characters (A = "Ɯs.АŴ", B = "Ɯ0HkvmC"); they were found by taking
-// random blocks A, inverting the hash's mixing for A's value with its top bit flipped, and
-// keeping the first B that was valid UTF-8 of name characters.
+// Names that collide under libstdc++'s 64-bit string hash (MurmurHash64A, fixed seed): two 8-byte
+// blocks whose mixed values differ only in the top bit leave states that differ only there, so
+// names of such blocks, of one length and one parity of B blocks, hash alike. A = "Ɯs.АŴ" and
+// B = "Ɯ0HkvmC" were found by inverting the mixing for a random A with its top bit flipped.
 std::string collidingName(uint32_t bits) {
   static const std::string a = "\xC6\x9C\x73\x2E\xD0\x90\xC5\xB4";
   static const std::string b = "\xC6\x9C\x30\x48\x6B\x76\x6D\x43";
@@ -463,11 +434,9 @@ std::string collidingName(uint32_t bits) {
   return name + (odd ? b : a);  // an even count of B blocks: every name in one class
 }
 
-// Wide documents: differently named siblings, then 20,000 names that all collide under std::hash.
-// A scan per insertion, or a hash that lets an attacker fill one bucket, would make the read
-// quadratic (60,000 colliding names took minutes to read under an unkeyed hash); the key index
-// hashes with a secret key. Its longest chain is counted instead of timing the read, which the
-// machine's load and sanitizers would distort.
+// Wide documents: 160,000 differently named siblings, then 20,000 names colliding under std::hash,
+// which made the read quadratic before the key index hashed with a secret key (60,000 took
+// minutes). The index's longest chain is counted rather than the read timed.
 TEST(RKVXMLHostileInputTest, WideAndCollidingDocumentsAreReadInLinearTime) {
 #if defined(__GLIBCXX__) && SIZE_MAX == UINT64_MAX
   // The names do collide under the hash the index used to have.
@@ -539,20 +508,132 @@ TEST(RKVXMLDictionaryParserTest, RootChildrenAreOfferedAsTheyEnd) {
   EXPECT_EQ(count, 1u);
 }
 
-// Trees made on one thread and freed on another (the builder recycles freed nodes per thread,
-// and a thread's cache is emptied when it ends): every tree still reads as it should.
-TEST(RKVXMLDictionaryParserTest, TreesFreedOnAnotherThread) {
+std::string declared(const std::string& encoding, const std::string& body) {
+  return "<?xml version=\"1.0\" encoding=\"" + encoding + "\"?>" + body;
+}
+
+// A character from U+0080 to U+FFFF in UTF-8.
+std::string utf8(int c) {
+  if (c < 0x800) return {char(0xC0 | (c >> 6)), char(0x80 | (c & 0x3F))};
+  return {char(0xE0 | (c >> 12)), char(0x80 | ((c >> 6) & 0x3F)), char(0x80 | (c & 0x3F))};
+}
+
+// The title and the attribute of <Ad id='...'><AdTitle>...</AdTitle></Ad>, or "nil".
+std::string titleAndId(const std::string& xml) {
+  RKVXMLDictionaryPtr root = RKVXMLDictionary::rkv_dictionaryWithXMLData(xml);
+  if (!root) return "nil";
+  RKVXMLValue title = root->rkv_stringValueForKeyPath("AdTitle");
+  const RKVXMLValue* id = root->find("_id");
+  return (title.string() ? *title.string() : "?") + "|" +
+         (id && id->string() ? *id->string() : "?");
+}
+
+TEST(RKVXMLEncodingTest, SingleByteEncodingsAreReadAsUTF8) {
+  // The encoding, bytes in it, the same text in UTF-8.
+  // clang-format off
+  const std::tuple<const char*, std::string, std::string> cases[] = {
+      // Smart quotes, e acute and the euro sign of windows-1252, under its names in any case.
+      {"windows-1252", "\x93\xE9\x94 \x80", "\u201C\u00E9\u201D \u20AC"},
+      {"WINDOWS-1252", "\x80", "\u20AC"}, {"cp1252", "\x80", "\u20AC"},
+      // The euro sign sits at 0xA4 in ISO-8859-15, where ISO-8859-1 (expat's own) has the
+      // currency sign.
+      {"ISO-8859-15", "\xA4", "\u20AC"}, {"ISO-8859-1", "\xA4", "\u00A4"},
+      {"ISO-8859-2", "\xA9", "\u0160"}, {"windows-1250", "\x8A", "\u0160"},
+      {"windows-1251", "\xC0\xE0", "\u0410\u0430"}, {"KOI8-R", "\xE1\xC1", "\u0410\u0430"},
+      // Decoders that hold a character back to combine it with the next one.
+      {"windows-1255", "\xE0", "\u05D0"},
+      {"windows-1258", "\xC3-", "\u0102-"},
+  };
+  // clang-format on
+  for (const auto& [encoding, bytes, text] : cases) {
+    const std::string xml =
+        declared(encoding, "<Ad id='" + bytes + "'><AdTitle>" + bytes + "</AdTitle></Ad>");
+    EXPECT_EQ(titleAndId(xml), text + "|" + text) << encoding;
+  }
+}
+
+TEST(RKVXMLDictionaryParserTest, IllFormedDocumentsAndOtherEncodingsGiveNilAndAnError) {
+  auto expectFailure = [](const std::string& xml) {
+    RKVXMLDictionaryParser parser;
+    EXPECT_EQ(parser.rkv_dictionaryWithData(xml), nullptr) << xml;
+    EXPECT_TRUE(parser.parsingError()) << xml;
+  };
+  // Two roots, a missing end tag, an undefined entity, a duplicate attribute, invalid UTF-8 in
+  // CDATA, a truncated UTF-8 sequence.
+  for (const char* xml :
+       {"", "   ", "<A/><B/>", "<A><B></A>", "<A>&undefined;</A>", "<A x='1' x='2'/>", "not xml",
+        "<A><![CDATA[\xff\xfe]]></A>", "<A>\xc3</A>"})
+    expectFailure(xml);
+  // A byte windows-1252 leaves undefined; an unknown name, multi-byte and stateful encodings,
+  // EBCDIC (not ASCII where markup needs it), and a name that is no encoding name.
+  expectFailure(declared("windows-1252", "<A>\x81</A>"));
+  for (const char* encoding : {"x-no-such-encoding", "Shift_JIS", "ISO-2022-JP", "UTF-7", "IBM037",
+                               "windows-1252//TRANSLIT"})
+    expectFailure(declared(encoding, "<A>x</A>"));
+  EXPECT_EQ(RKVXMLDictionary::rkv_dictionaryWithXMLFile("/nonexistent/file.xml"), nullptr);
+}
+
+// Each common single-byte encoding: expat accepts its table, and every character above ASCII
+// reads back as that character.
+TEST(RKVXMLEncodingTest, EveryCharacterOfCommonEncodingsIsRead) {
+  std::vector<std::string> names = {"KOI8-R", "KOI8-U", "CP437", "CP850", "CP866", "MACINTOSH"};
+  for (int n = 1250; n <= 1258; ++n)
+    names.push_back("windows-" + std::to_string(n));
+  for (int n = 2; n <= 16; ++n)
+    if (n != 12) names.push_back("ISO-8859-" + std::to_string(n));
+  for (const std::string& name : names) {
+    const internal::RKVSingleByteTable* table = internal::singleByteEncodingTable(name);
+    ASSERT_NE(table, nullptr) << name;
+    std::string bytes = "[", expected = "[";
+    size_t defined = 0;
+    for (int b = 0; b < 256; ++b) {
+      int c = (*table)[static_cast<size_t>(b)];
+      if (b < 0x80 && (b >= 0x20 || b == '\t' || b == '\n' || b == '\r')) {
+        ASSERT_EQ(c, b) << name;
+      }
+      if (b < 0x80 || c < 0) continue;
+      ++defined;
+      EXPECT_GE(c, 0x80) << name << " " << b;
+      EXPECT_LE(c, 0xFFFF) << name << " " << b;
+      if (c == 0xFFFE || c == 0xFFFF || (c >= 0xD800 && c <= 0xDFFF)) continue;
+      bytes += static_cast<char>(b);
+      expected += utf8(c);
+    }
+    EXPECT_GE(defined, 64u) << name;
+    RKVXMLDictionaryPtr root =
+        RKVXMLDictionary::rkv_dictionaryWithXMLData(declared(name, "<A>" + bytes + "]</A>"));
+    ASSERT_NE(root, nullptr) << name;
+    EXPECT_EQ(root->rkv_innerText(), expected + "]") << name;
+  }
+}
+
+// Each thread reuses one expat parser, reset between documents: the encoding handler works on
+// a new parser and on a reused one, after failures too, and on several threads at once. The
+// trees are freed on another thread (the builder recycles freed nodes per thread, and a thread's
+// cache is emptied when it ends), which builds more from them meanwhile.
+TEST(RKVXMLEncodingTest, ThreadsReuseTheirParsersAndFreeEachOthersTrees) {
+  const std::string euro = "\u20AC|\u20AC";
+  const std::pair<std::string, std::string> documents[] = {
+      {declared("windows-1252", "<Ad id='\x80'><AdTitle>\x80</AdTitle></Ad>"), euro},
+      {"<Ad id='\xE2\x82\xAC'><AdTitle>\xE2\x82\xAC</AdTitle></Ad>", euro},
+      {declared("x-unknown", "<Ad/>"), "nil"},
+      {declared("ISO-8859-15", "<Ad id='\xA4'><AdTitle>\xA4</AdTitle></Ad>"), euro},
+      {"<Ad>", "nil"},
+  };
   const std::string xml = "<R a='1'><B>x</B><B><C>y</C></B><D/></R>";
   const std::string expected =
       R"({"__name":"R","_a":"1","B":[{"__text":"x"},{"C":[{"__text":"y"}]}],"D":[]})";
   RKVSerialQueue freer;
-  for (int i = 0; i < 2000; ++i) {
-    ASSERT_TRUE(freer.async([&, tree = RKVXMLDictionary::rkv_dictionaryWithXMLString(xml)] {
-      EXPECT_EQ(dump(tree), expected);
-      // Built from the nodes freed on this thread so far, while the test's thread builds more.
-      EXPECT_EQ(dump(RKVXMLDictionary::rkv_dictionaryWithXMLString(xml)), expected);
-    }));
-  }
+  test::onThreads(5, [&](int) {
+    for (int i = 0; i < 400; ++i) {
+      for (const auto& [document, titleAndIdText] : documents)
+        EXPECT_EQ(titleAndId(document), titleAndIdText);
+      EXPECT_TRUE(freer.async([&, tree = RKVXMLDictionary::rkv_dictionaryWithXMLString(xml)] {
+        EXPECT_EQ(dump(tree), expected);
+        EXPECT_EQ(dump(RKVXMLDictionary::rkv_dictionaryWithXMLString(xml)), expected);
+      }));
+    }
+  });
   ASSERT_TRUE(freer.drain());
 }
 
