@@ -1,6 +1,7 @@
-// Sending rounds against a loopback server: which answers delete a pixel and which keep it, the
-// order and the snapshot of a round, expiry before sending, persistence across managers and
-// versions, failing saves, and pixels added from several threads while rounds run.
+// Pixels: the value and its archive, the store's identity and obsolescence rules, loading what
+// was saved, and sending rounds against a loopback server: which answers delete a pixel and which
+// keep it, the order and the snapshot of a round, expiry before sending, persistence across
+// managers and versions, failing saves, and pixels added from several threads while rounds run.
 #include <chrono>
 #include <future>
 #include <memory>
@@ -12,33 +13,50 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include "rkv/net/RKVPixelManager.h"
 #include "rkv/net/RKVPixelStoreProvider.h"
 #include "rkv/net/RKVURLSessionProvider.h"
+#include "rkv/net/internal/RKVPixelArchive.h"
 #include "rkv/system/RKVMemoryUserDefaultsStore.h"
 #include "rkv/system/RKVSQLiteUserDefaultsStore.h"
 
-#include "tests/net/RKVPixelTestSupport.h"
 #include "tests/support/RKVLogCapture.h"
 #include "tests/support/RKVTempDir.h"
 #include "tests/support/RKVTestHTTPServer.h"
 #include "tests/support/RKVTestThreads.h"
 
 namespace rkv {
+
+void PrintTo(const RKVPixel& pixel, std::ostream* out) {
+  *out << pixel.description();
+}
+
 namespace {
 
 using namespace std::chrono_literals;
-using test::ids;
+using Date = RKVPixel::Date;
 using test::RKVLogCapture;
 using test::RKVTestHTTPServer;
 using test::RKVTestRoute;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
+RKVURL url(const std::string& text) {
+  return *RKVURL::withString(text);
+}
+
+std::vector<uint32_t> ids(const std::vector<RKVPixel>& pixels) {
+  std::vector<uint32_t> result;
+  for (const RKVPixel& pixel : pixels)
+    result.push_back(pixel.ID());
+  return result;
+}
+
 RKVPixel pixel(uint32_t ID, const std::string& text,
-               RKVPixel::Date expiration = std::chrono::system_clock::now() + 1h) {
-  return RKVPixel(ID, *RKVURL::withString(text), expiration, RKVPixelStatus::pending);
+               Date expiration = std::chrono::system_clock::now() + 1h) {
+  return RKVPixel(ID, url(text), expiration, RKVPixelStatus::pending);
 }
 
 std::vector<std::string> targets(const RKVTestHTTPServer& server) {
@@ -82,6 +100,118 @@ struct Pixels {
   }
 };
 
+TEST(RKVPixelTest, EqualityAndExpiry) {
+  RKVPixel pixel(7, url("http://t.example/p?a=1"), Date(86400s + 200ms), RKVPixelStatus::pending);
+  // Whole seconds: expiring within the current second is not yet expired.
+  EXPECT_FALSE(pixel.isExpiredAt(Date(86400s)));
+  EXPECT_FALSE(pixel.isExpiredAt(Date(86400s + 999ms)));
+  EXPECT_TRUE(pixel.isExpiredAt(Date(86401s)));
+  // The status is not part of equality; the date is, to the nanosecond.
+  RKVPixel copy = pixel;
+  copy.setStatus(RKVPixelStatus::success);
+  EXPECT_EQ(copy, pixel);
+  copy.setExpirationDate(pixel.expirationDate() + 1ns);
+  EXPECT_FALSE(copy == pixel);
+  // A fresh pixel is pending, under a random ID, for a day.
+  RKVPixel fresh(url("http://t.example/q"));
+  EXPECT_EQ(fresh.status(), RKVPixelStatus::pending);
+  EXPECT_FALSE(fresh.isExpiredAt(std::chrono::system_clock::now() + 23h));
+  EXPECT_TRUE(fresh.isExpiredAt(std::chrono::system_clock::now() + 25h));
+}
+
+TEST(RKVPixelTest, ArchiveRoundTripsAndEscapes) {
+  const std::vector<RKVPixel> pixels = {
+      {4294967294u, url("http://t.example/a?x=%22y%22&z=%E2%82%AC"), Date(123456789123456789ns),
+       RKVPixelStatus::pending},
+      {0, url("https://t.example/b#frag"), Date(-5s), RKVPixelStatus::success},
+  };
+  const std::string blob = RKVPixelStoreProvider::archivePixels(pixels);
+  const auto json = nlohmann::json::parse(blob);  // plain JSON that any reader takes
+  EXPECT_EQ(json[0]["expirationDate"], 123456789123456789);
+  const auto back = RKVPixelStoreProvider::unarchivePixels(blob);
+  ASSERT_EQ(back->size(), 2u);
+  for (size_t i = 0; i < 2; ++i) {
+    EXPECT_EQ((*back)[i], pixels[i]);
+    EXPECT_EQ((*back)[i].status(), pixels[i].status());
+  }
+  EXPECT_EQ(*RKVPixel::unarchive(pixels[1].archive()), pixels[1]);
+
+  // Every byte that needs an escape, at every place of an eight-byte word and of the tail.
+  for (const char special : {'"', '\\', '\0', '\x01', '\n', '\x1f'}) {
+    for (size_t at = 0; at < 19; ++at) {
+      std::string text(19, 'a');
+      text[at] = special;
+      std::string out;
+      internal::appendJSONString(out, text);
+      EXPECT_EQ(nlohmann::json::parse(out).get<std::string>(), text) << int(special) << " " << at;
+    }
+  }
+  const std::string plain = " ~\x7f/\xE2\x82\xAC\xA2\xDC http://t.example/?a=1&b=%22";
+  std::string out;
+  internal::appendJSONString(out, plain);
+  EXPECT_EQ(out, "\"" + plain + "\"");  // copied as it is
+}
+
+TEST(RKVPixelStoreTest, LoadingSkipsWhatDoesNotDecode) {
+  const std::string key = std::string(RKVPixelStoreProvider::kPixelListKeyPrefix) + "v";
+  const std::string good = R"({"id":5,"url":"http://t.example/ok","expirationDate":1,"status":0})";
+  const std::string bad =
+      R"(7, {"url":"http://t.example/","expirationDate":1,"status":0},
+      {"id":-1,"url":"http://t.example/","expirationDate":1,"status":0},
+      {"id":4294967296,"url":"http://t.example/","expirationDate":1,"status":0},
+      {"id":1,"url":"","expirationDate":1,"status":0},
+      {"id":1,"url":"http://t.example/","expirationDate":1.5,"status":0},
+      {"id":1,"url":"http://t.example/","expirationDate":1,"status":null})";
+  struct Case {
+    RKVUserDefaultsValue stored;
+    std::vector<uint32_t> loaded;
+    size_t errors;
+  };
+  const std::vector<Case> cases = {
+      {RKVDataBlob{"[" + bad + "," + good + "]"}, {5}, 1},  // the rest is kept, one line
+      {RKVDataBlob{"[" + good + "]"}, {5}, 0},
+      {RKVDataBlob{"{\"id\":5}"}, {}, 1},  // not a list
+      {RKVDataBlob{"[1,"}, {}, 1},
+      {std::string("[" + good + "]"), {}, 0},  // a text, not a blob: nothing this library wrote
+  };
+  for (const Case& c : cases) {
+    test::RKVLogCapture capture;
+    auto defaults = std::make_shared<RKVUserDefaults>(std::make_shared<RKVMemoryUserDefaultsStore>(
+        std::map<std::string, RKVUserDefaultsValue>{{key, c.stored}}));
+    RKVPixelStore store(std::make_shared<RKVPixelStoreProvider>(defaults, "v"));
+    EXPECT_EQ(ids(store.allPixels()), c.loaded);
+    EXPECT_EQ(capture.errorMessages().size(), c.errors);
+  }
+}
+
+TEST(RKVPixelStoreTest, IdentityAndObsolescence) {
+  RKVPixelStore store(
+      std::make_shared<RKVPixelStoreProvider>(std::make_shared<RKVUserDefaults>(nullptr), "v"));
+  const RKVPixel a = pixel(1, "http://t.example/a"), sameID = pixel(1, "http://t.example/other");
+  const RKVPixel four = pixel(4, "http://t.example/4");
+  RKVPixel sent = pixel(2, "http://t.example/2");
+  sent.setStatus(RKVPixelStatus::success);
+  EXPECT_TRUE(store.addPixel(a));
+  EXPECT_FALSE(store.addPixel(sameID));  // the ID is the identity
+  EXPECT_TRUE(store.addPixel(four));
+  EXPECT_TRUE(store.addPixel(sent));
+  EXPECT_TRUE(
+      store.addPixel(pixel(3, "http://t.example/3", std::chrono::system_clock::now() - 1h)));
+  EXPECT_EQ(store.pixelIndexInStoreWithID(9), RKVPixelStore::kNotFound);
+  EXPECT_FALSE(store.updatePixel(pixel(9, "http://t.example/a")));
+  EXPECT_TRUE(store.updatePixel(sameID));  // replaced, and moved to the end
+  EXPECT_THAT(ids(store.allPixels()), ElementsAre(4u, 2u, 3u, 1u));
+  EXPECT_EQ(store.pixelWithID(1)->url(), sameID.url());
+
+  // Sent (2) or expired (3) is obsolete; the others stay, unchanged, in order.
+  EXPECT_THAT(ids(store.validPendingPixels()), ElementsAre(4u, 1u));
+  EXPECT_THAT(ids(store.deleteObsoletePixels()), ElementsAre(2u, 3u));
+  EXPECT_THAT(store.allPixels(), ElementsAre(four, sameID));
+  EXPECT_TRUE(store.deletePixel(a));
+  EXPECT_FALSE(store.deletePixel(a));
+  EXPECT_THAT(ids(store.allPixels()), ElementsAre(4u));
+}
+
 TEST(RKVPixelManagerTest, ARoundDeletesAcceptedPixelsAndKeepsTheOthers) {
   EXPECT_FALSE(RKVPixelManager::isStatusCodeValid(199));
   EXPECT_FALSE(RKVPixelManager::isStatusCodeValid(405));
@@ -122,7 +252,7 @@ TEST(RKVPixelManagerTest, ObsoletePixelsAreDroppedUnsent) {
   sentBefore.setStatus(RKVPixelStatus::success);
   // A pixel made while the device clock read 1970 expires a day later.
   pixels.manager->addPixels({pixel(1, server.url("/a"), std::chrono::system_clock::now() - 60s),
-                             pixel(2, server.url("/b"), RKVPixel::Date(86400s)), sentBefore,
+                             pixel(2, server.url("/b"), Date(86400s)), sentBefore,
                              pixel(4, server.url("/d"))});
   RKVLogCapture capture;
   const RKVPixelRoundReport report = runRound(*pixels.manager);
@@ -214,16 +344,10 @@ TEST(RKVPixelManagerTest, AProviderThatThrowsFailsTheSaveAndTheRoundStillEnds) {
       std::make_shared<RKVURLSession>(std::make_shared<RKVURLSessionProvider>()));
   RKVLogCapture quiet;
   bool added = true;
-  EXPECT_NO_THROW(added = manager.addPixel(pixel(1, "http://t.example/1", RKVPixel::Date(1s))));
+  EXPECT_NO_THROW(added = manager.addPixel(pixel(1, "http://t.example/1", Date(1s))));
   EXPECT_FALSE(added);
-  // Only the handler holds the promise: a handler destroyed uncalled breaks it at once.
-  auto promise = std::make_shared<std::promise<bool>>();
-  auto future = promise->get_future();
-  manager.callPixelsWithReport([promise](const auto& report) { promise->set_value(report.saved); });
-  ASSERT_EQ(future.wait_for(test::kHangGuard), std::future_status::ready);
-  bool saved = true;
-  EXPECT_NO_THROW(saved = future.get());
-  EXPECT_FALSE(saved);
+  // Only the handler holds runRound's promise: a handler destroyed uncalled breaks it at once.
+  EXPECT_FALSE(runRound(manager).saved);
   EXPECT_THAT(manager.allPixels(), IsEmpty());  // dropped as expired, unsent
 }
 
