@@ -1,25 +1,36 @@
-// The tracking event managers on a main loop over a manual clock driven by the test's thread,
-// a pixel manager over memory defaults whose saves are counted, a loopback server that answers the
-// pixels, and a delegate that records what it is told: by name, by playback time, by viewability,
-// and the IAB macros they fill.
+// Tracking on a main loop over a manual clock driven by the test's thread. The event managers,
+// with a pixel manager over memory defaults whose saves are counted, a loopback server that
+// answers the pixels, and a delegate that records what it is told: by name, by playback time, by
+// viewability, and the IAB macros they fill. The viewability manager over RKVSimpleView trees:
+// the visible fraction, the viewable status, and what reaches its delegate tick by tick.
 #include <atomic>
+#include <chrono>
 #include <cmath>
+#include <functional>
 #include <future>
+#include <memory>
 #include <sstream>
+#include <tuple>
+#include <vector>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "rkv/foundation/RKVMainLoop.h"
 #include "rkv/foundation/RKVManualClock.h"
+#include "rkv/foundation/RKVNotificationCenter.h"
 #include "rkv/net/RKVPixelManager.h"
 #include "rkv/net/RKVPixelStoreProvider.h"
 #include "rkv/net/RKVURLSessionProvider.h"
+#include "rkv/platform/RKVApplication.h"
 #include "rkv/system/RKVMemoryUserDefaultsStore.h"
 #include "rkv/tracking/RKVIABMacros.h"
+#include "rkv/tracking/RKVSimpleView.h"
 #include "rkv/tracking/RKVTrackingEventDefaultFactory.h"
 #include "rkv/tracking/RKVTrackingEventManager.h"
 #include "rkv/tracking/RKVTrackingEventManagerDelegate.h"
 #include "rkv/tracking/RKVVideoTrackingEventManager.h"
+#include "rkv/tracking/RKVViewabilityManager.h"
 #include "rkv/tracking/RKVViewabilityTrackingEventManager.h"
 #include "rkv/vast/model/RKVVASTTrackingEvent.h"
 
@@ -28,6 +39,11 @@
 
 namespace rkv::test {
 namespace {
+
+using namespace std::chrono_literals;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using Strings = std::vector<std::string>;
 
 // The pixel manager saves once per added pixel and once at the end of each sending round.
 struct RKVCountingPixelStoreProvider final : RKVPixelStoreProviderProtocol {
@@ -74,12 +90,12 @@ class RKVTrackingTest : public ::testing::Test {
   // Waits for every sending round asked so far (they run in order) and returns the targets the
   // server received since the last call, in order. Also counts the rounds the code under test
   // asked for: the saves that were neither a pixel's (each sent once, answered 200) nor a wait's.
-  std::vector<std::string> sentTargets() {
+  Strings sentTargets() {
     std::promise<void> done;
     pixelManager->callPixelsWithCompletionHandler([&] { done.set_value(); });
     done.get_future().wait();
     auto requests = server.requests();
-    std::vector<std::string> targets;
+    Strings targets;
     for (size_t i = seen_; i < requests.size(); ++i)
       targets.push_back(requests[i].target);
     rounds = provider->saves - savesAtLastWait_ - static_cast<int>(targets.size()) - 1;
@@ -105,14 +121,12 @@ class RKVTrackingTest : public ::testing::Test {
   int savesAtLastWait_ = 0;
 };
 
-using RKVTrackingEventManagerTest = RKVTrackingTest;
-
-TEST_F(RKVTrackingEventManagerTest, TrackingByNameQueuesLastToFirstWithOneRoundPerCall) {
+TEST_F(RKVTrackingTest, TrackingByNameQueuesLastToFirstWithOneRoundPerCall) {
   // clang-format off
   const struct {
     const char* what;
-    std::vector<std::string> tracked;
-    std::vector<std::string> sent;
+    Strings tracked;
+    Strings sent;
     RKVDelegateCalls calls;
     int rounds;
   } cases[] = {
@@ -135,7 +149,7 @@ TEST_F(RKVTrackingEventManagerTest, TrackingByNameQueuesLastToFirstWithOneRoundP
   }
 }
 
-TEST_F(RKVTrackingEventManagerTest, FinalURLReplacesMacrosThenVariables) {
+TEST_F(RKVTrackingTest, FinalURLReplacesMacrosThenVariables) {
   // clang-format off
   const struct {
     const char* what;
@@ -172,10 +186,9 @@ TEST_F(RKVTrackingEventManagerTest, FinalURLReplacesMacrosThenVariables) {
     if (expected == "macros" || expected == "variables") {
       EXPECT_EQ(result, templateURL);
       EXPECT_EQ(log.debugMessages(),
-                std::vector<std::string>{"Replacing " + expected + " in URL '" +
-                                         templateURL.absoluteString() +
-                                         "' has resulted in a invalid URL! Using the original "
-                                         "URL instead."});
+                Strings{"Replacing " + expected + " in URL '" + templateURL.absoluteString() +
+                        "' has resulted in a invalid URL! Using the original "
+                        "URL instead."});
     } else {
       EXPECT_EQ(result.absoluteString(), expected);
       EXPECT_TRUE(log.debugMessages().empty());
@@ -183,10 +196,8 @@ TEST_F(RKVTrackingEventManagerTest, FinalURLReplacesMacrosThenVariables) {
   }
 }
 
-using RKVVideoTrackingEventManagerTest = RKVTrackingTest;
-
 // Each report fires the listed events (by label, /p?t=<label>), in that order, with one round.
-TEST_F(RKVVideoTrackingEventManagerTest, ProgressFiresEachPassedEventOnceInOffsetOrder) {
+TEST_F(RKVTrackingTest, VideoProgressFiresEachPassedEventOnceInOffsetOrder) {
   struct Timed {
     const char* name;
     double offset;
@@ -200,7 +211,7 @@ TEST_F(RKVVideoTrackingEventManagerTest, ProgressFiresEachPassedEventOnceInOffse
   const struct {
     const char* what;
     std::vector<Timed> events;
-    std::vector<std::pair<double, std::vector<std::string>>> reports;
+    std::vector<std::pair<double, Strings>> reports;
   } cases[] = {
       {"a seek forward fires all passed, equal offsets in list order", quartiles, {{12, {"a", "b", "c"}}}},
       {"a seek back fires nothing again", quartiles, {{12, {"a", "b", "c"}}, {3, {}}, {12, {}}, {16, {"d"}}}},
@@ -220,7 +231,7 @@ TEST_F(RKVVideoTrackingEventManagerTest, ProgressFiresEachPassedEventOnceInOffse
       SCOPED_TRACE(time);
       delegate->calls.clear();
       tracking.playbackProgressedToTime(time, {});
-      std::vector<std::string> expected;
+      Strings expected;
       for (const auto& label : fired)
         expected.push_back("/p?t=" + label);
       EXPECT_EQ(sentTargets(), expected);
@@ -230,32 +241,29 @@ TEST_F(RKVVideoTrackingEventManagerTest, ProgressFiresEachPassedEventOnceInOffse
   }
 }
 
-TEST_F(RKVVideoTrackingEventManagerTest, TrackingByTypeGoesByNameWhateverTheOffsets) {
+TEST_F(RKVTrackingTest, VideoTrackingByTypeGoesByNameWhateverTheOffsets) {
   auto tracking = manager<RKVVideoTrackingEventManager>(
       {event("progress", "t=timed", 4), event("progress", "t=untimed"), event("pause", "t=p", 2)});
   tracking.trackVideoEvent(RKVVideoEventType::progress, {});
   tracking.trackVideoEvent(static_cast<RKVVideoEventType>(22), {});
   tracking.trackVideoEvent(RKVVideoEventType::pause, {});
   EXPECT_EQ(delegate->calls, (RKVDelegateCalls{{"progress", 2}, {"pause", 1}}));
-  EXPECT_EQ(sentTargets(), (std::vector<std::string>{"/p?t=untimed", "/p?t=timed", "/p?t=p"}));
+  EXPECT_EQ(sentTargets(), (Strings{"/p?t=untimed", "/p?t=timed", "/p?t=p"}));
 
   // By time the consumable event, gone from the list, is refused; the other fires again.
   RKVLogCapture log;
   tracking.playbackProgressedToTime(5, {});
   EXPECT_TRUE(tracking.videoEvents().empty());
-  EXPECT_EQ(sentTargets(), std::vector<std::string>{"/p?t=p"});
-  EXPECT_EQ(log.debugMessages(),
-            std::vector<std::string>{"Event tracking cancelled because the event was not "
-                                     "contained in the events array: '" +
-                                     server.url("/p?t=timed") + "'!"});
+  EXPECT_EQ(sentTargets(), Strings{"/p?t=p"});
+  EXPECT_EQ(log.debugMessages(), Strings{"Event tracking cancelled because the event was not "
+                                         "contained in the events array: '" +
+                                         server.url("/p?t=timed") + "'!"});
 }
-
-using RKVViewabilityTrackingEventManagerTest = RKVTrackingTest;
 
 // A script, one token per step: S start, P stop, R reset, vN / nN a report viewable (v) or not
 // (n) at N percent, t the next quarter-second tick, T a tick a second late, w a quarter second
 // while stopped. A "*" marks the tick that fires the pixel.
-TEST_F(RKVViewabilityTrackingEventManagerTest, ContinuousExposureAtTheAreaFiresOnce) {
+TEST_F(RKVTrackingTest, ViewabilityContinuousExposureAtTheAreaFiresOnce) {
   const struct {
     const char* what;
     double area, seconds;
@@ -292,20 +300,20 @@ TEST_F(RKVViewabilityTrackingEventManagerTest, ContinuousExposureAtTheAreaFiresO
       } else if (step[0] == 'v' || step[0] == 'n') {
         manager.viewabilityUpdated(step[0] == 'v', std::stof(step.substr(1)));
       } else {
-        clock->advance(std::chrono::milliseconds(step[0] == 'T' ? 1000 : 250));
+        clock->advance(step[0] == 'T' ? 1000ms : 250ms);
         loop->poll();
       }
       fired += step.back() == '*' ? 1 : 0;
       ASSERT_EQ(delegate->calls, RKVDelegateCalls(fired, {"viewable", 1})) << step;
     }
-    EXPECT_EQ(sentTargets(), std::vector<std::string>(fired, "/p"));
+    EXPECT_EQ(sentTargets(), Strings(fired, "/p"));
     EXPECT_EQ(manager.eventProgressionItems().size(), 1 - fired);
   }
 }
 
 using std::chrono::minutes;
-const auto kDate = std::chrono::system_clock::time_point(
-    std::chrono::milliseconds(1453036507127));  // 2016-01-17T13:15:07.127Z
+const auto kDate =
+    std::chrono::system_clock::time_point(1453036507127ms);  // 2016-01-17T13:15:07.127Z
 
 TEST(RKVIABMacrosTest, TimestampsPlayheadsCacheBustersAndUnknownFacts) {
   EXPECT_EQ(RKVIABMacros::timestamp(kDate, minutes(-300)), "2016-01-17T08:15:07.127-05:00");
@@ -336,9 +344,7 @@ TEST(RKVIABMacrosTest, TimestampsPlayheadsCacheBustersAndUnknownFacts) {
   EXPECT_EQ(unknown["CACHEBUSTING"].size(), 8u);
 }
 
-using RKVIABMacrosTrackingTest = RKVTrackingTest;
-
-TEST_F(RKVIABMacrosTrackingTest, FilledTemplatesParseAndCarryTheValues) {
+TEST_F(RKVTrackingTest, IABMacroTemplatesParseAndCarryTheValues) {
   auto tracking = manager<RKVTrackingEventManager>(
       {event("start",
              "ts=[TIMESTAMP]&ua=[DEVICEUA]&ap=[ADPLAYHEAD]&mp=[MEDIAPLAYHEAD]&lat=["
@@ -365,6 +371,166 @@ TEST_F(RKVIABMacrosTrackingTest, FilledTemplatesParseAndCarryTheValues) {
       {"g", "1"}, {"c", "CPXx-Rf_A"}, {"us", "1YNN"}, {"b", "com.example.tv"},
       {"e", "[ERRORCODE]"}}));  // not an error pixel: left for its owner
   // clang-format on
+}
+
+// The viewability manager.
+using View = std::shared_ptr<RKVSimpleView>;
+using Report = std::pair<bool, double>;
+
+View makeView(double x, double y, double width, double height) {
+  return std::make_shared<RKVSimpleView>(RKVRect{{x, y}, {width, height}});
+}
+
+struct RecordingDelegate : RKVViewabilityManagerDelegate {
+  void viewableStatus(RKVViewabilityManager& manager, bool viewable, double percentage) override {
+    reports.emplace_back(viewable, percentage);
+    if (action) action(manager);
+  }
+  std::vector<Report> reports;
+  std::function<void(RKVViewabilityManager&)> action;
+};
+
+class RKVViewabilityManagerTest : public ::testing::Test {
+ protected:
+  RKVViewabilityManagerTest() {
+    loop_->poll();  // the test's thread becomes the loop's main thread
+    window_->setRootView(root_);
+    root_->addSubview(ad_);
+  }
+
+  std::unique_ptr<RKVViewabilityManager> makeManager(std::shared_ptr<RKVView> view) {
+    return std::make_unique<RKVViewabilityManager>(view, delegate_, loop_, application_);
+  }
+  // One measurement period later.
+  void tick() {
+    clock_->advance(250ms);
+    loop_->poll();
+  }
+
+  std::shared_ptr<RKVManualClock> clock_ = std::make_shared<RKVManualClock>();
+  std::shared_ptr<RKVMainLoop> loop_ = std::make_shared<RKVMainLoop>(clock_);
+  RKVNotificationCenter center_;
+  std::shared_ptr<RKVApplication> application_ = std::make_shared<RKVApplication>(center_);
+  std::shared_ptr<RecordingDelegate> delegate_ = std::make_shared<RecordingDelegate>();
+  // A screen-sized window at a screen offset, its root view filling it, an ad inside.
+  View window_ = RKVSimpleView::makeWindow({{50, 20}, {1920, 1080}});
+  View root_ = makeView(0, 0, 1920, 1080);
+  View ad_ = makeView(100, 100, 400, 200);
+};
+
+TEST_F(RKVViewabilityManagerTest, VisibleFractionOfTheViewInsideTheRootView) {
+  // The root view's frame in the window, the ad's frame in the root view, the fraction.
+  const std::tuple<const char*, RKVRect, RKVRect, double> cases[] = {
+      {"inside", {{0, 0}, {1920, 1080}}, {{100, 100}, {400, 200}}, 1.0},
+      {"half off the right edge", {{0, 0}, {1920, 1080}}, {{1720, 0}, {400, 200}}, 0.5},
+      {"a quarter in, bottom left", {{0, 0}, {1920, 1080}}, {{-200, 980}, {400, 200}}, 0.25},
+      {"off screen", {{0, 0}, {1920, 1080}}, {{0, 2000}, {400, 200}}, 0.0},
+      {"a smaller root view", {{100, 100}, {800, 600}}, {{600, 500}, {400, 200}}, 0.25},
+  };
+  auto manager = makeManager(ad_);
+  for (const auto& [name, rootFrame, adFrame, expected] : cases) {
+    root_->setFrame(rootFrame), ad_->setFrame(adFrame);
+    EXPECT_DOUBLE_EQ(manager->viewabilityPercentage(), expected) << name;
+  }
+
+  // In a scrolled container: content from y 1000 on is shown at its top, so half the ad shows.
+  root_->setFrame({{0, 0}, {1920, 1080}});
+  View container = makeView(0, 0, 1920, 4000);
+  container->setBoundsOrigin({0, 1000});
+  root_->addSubview(container), container->addSubview(ad_);
+  ad_->setFrame({{0, 900}, {400, 200}});
+  EXPECT_DOUBLE_EQ(manager->viewabilityPercentage(), 0.5);
+  EXPECT_EQ(ad_->convertPoint({10, 10}, nullptr), (RKVPoint{10, -90}));  // window coordinates
+
+  // Nothing to measure against: in a window without a root view, or in no window at all.
+  window_->setRootView(nullptr), window_->addSubview(ad_);
+  EXPECT_EQ(manager->viewabilityPercentage(), 0.0);
+  ad_->removeFromSuperview();
+  EXPECT_EQ(manager->viewabilityPercentage(), 0.0);
+  // A view of no area has no share at all.
+  ad_->setFrame({{0, 0}, {0, 200}});
+  EXPECT_TRUE(std::isnan(RKVViewabilityManager::viewPercentageOfView(*ad_, *root_)));
+}
+
+TEST_F(RKVViewabilityManagerTest, ViewableStatusIsAboutVisibilityNotTheFraction) {
+  View container = makeView(0, 0, 1920, 1080);
+  root_->addSubview(container);
+  container->addSubview(ad_);
+  const RKVRect offScreen{{5000, 0}, {400, 200}};
+  const std::tuple<const char*, std::function<void()>, bool> cases[] = {
+      {"visible", [] {}, true},
+      {"off screen", [&] { ad_->setFrame(offScreen); }, true},
+      {"hidden", [&] { ad_->setHidden(true); }, false},
+      {"transparent", [&] { ad_->setAlpha(0); }, false},
+      {"nearly transparent", [&] { ad_->setAlpha(0.01); }, true},
+      {"hidden ancestor", [&] { container->setHidden(true); }, false},
+      {"transparent window", [&] { window_->setAlpha(0); }, false},
+      {"inactive application",
+       [&] { application_->setApplicationState(RKVApplicationStateInactive); }, false},
+      {"application in the background",
+       [&] { application_->setApplicationState(RKVApplicationStateBackground); }, false},
+      {"not in any window", [&] { ad_->removeFromSuperview(); }, true},
+  };
+  for (const auto& [name, change, expected] : cases) {
+    SCOPED_TRACE(name);
+    ad_->setFrame({{100, 100}, {400, 200}}), ad_->setHidden(false), ad_->setAlpha(1);
+    container->setHidden(false), window_->setAlpha(1), container->addSubview(ad_);
+    application_->setApplicationState(RKVApplicationStateActive);
+    change();
+    EXPECT_EQ(makeManager(ad_)->isViewViewable(), expected);
+  }
+  // A view that is gone is not viewable.
+  auto manager = makeManager(ad_);
+  container->removeFromSuperview(), ad_.reset(), container.reset();
+  EXPECT_FALSE(manager->isViewViewable());
+  EXPECT_EQ(manager->viewabilityPercentage(), 0.0);
+}
+
+TEST_F(RKVViewabilityManagerTest, ReportsChangesEveryQuarterSecondAndMayBeDroppedWhileRunning) {
+  auto manager = makeManager(ad_);
+  manager->startViewabilityTracking();
+  clock_->advance(249ms), loop_->poll();
+  EXPECT_TRUE(delegate_->reports.empty());
+  clock_->advance(1ms), loop_->poll();
+  EXPECT_THAT(delegate_->reports, ElementsAre(Report{true, 1.0}));
+  EXPECT_EQ(manager->lastViewabilityPercentage(), 1.0f);
+  tick(), tick();  // unchanged: nothing reported
+  ad_->setFrame({{1720, 0}, {400, 200}});
+  tick();
+  application_->setApplicationState(RKVApplicationStateInactive);
+  tick(), tick();
+  EXPECT_THAT(delegate_->reports,
+              ElementsAre(Report{true, 1.0}, Report{true, 0.5}, Report{false, 0.5}));
+
+  // Stopped: no timer, no report. Started again: the first tick reports what was known before.
+  manager->stopViewabilityTracking();
+  EXPECT_EQ(manager->timer(), nullptr);
+  tick();
+  EXPECT_EQ(delegate_->reports.size(), 3u);
+  manager->startViewabilityTracking();
+  EXPECT_FALSE(manager->lastViewabilityStatus().has_value());
+  tick();
+  EXPECT_EQ(delegate_->reports.size(), 4u);
+  EXPECT_EQ(delegate_->reports.back(), (Report{false, 0.5}));
+
+  // A fraction single precision cannot hold is reported on every tick.
+  application_->setApplicationState(RKVApplicationStateActive);
+  ad_->setFrame({{1920 - 400.0 / 3, 0}, {400, 200}});
+  tick(), tick(), tick();
+  EXPECT_EQ(delegate_->reports.size(), 7u);
+  EXPECT_DOUBLE_EQ(delegate_->reports.back().second, 1.0 / 3);
+
+  // Dropped while tracking, even by its own delegate: its running timer goes with it and says so.
+  RKVLogCapture capture;
+  manager.reset();
+  EXPECT_THAT(capture.debugMessages(), ElementsAre(HasSubstr("being deallocated while running")));
+  manager = makeManager(ad_);
+  delegate_->action = [&](RKVViewabilityManager&) { manager.reset(); };
+  manager->startViewabilityTracking();
+  tick(), tick();
+  EXPECT_EQ(manager, nullptr);
+  EXPECT_EQ(delegate_->reports.size(), 8u);  // one more, for the second manager
+  EXPECT_EQ(capture.debugMessages().size(), 2u);
 }
 
 }  // namespace
