@@ -125,8 +125,7 @@ TEST_F(RKVTrackingTest, TrackingByNameQueuesLastToFirstWithOneRoundPerCall) {
   // clang-format off
   const struct {
     const char* what;
-    Strings tracked;
-    Strings sent;
+    Strings tracked, sent;
     RKVDelegateCalls calls;
     int rounds;
   } cases[] = {
@@ -198,16 +197,9 @@ TEST_F(RKVTrackingTest, FinalURLReplacesMacrosThenVariables) {
 
 // Each report fires the listed events (by label, /p?t=<label>), in that order, with one round.
 TEST_F(RKVTrackingTest, VideoProgressFiresEachPassedEventOnceInOffsetOrder) {
-  struct Timed {
-    const char* name;
-    double offset;
-    const char* label;
-  };
-  const std::vector<Timed> quartiles = {{"progress", 10, "b"},
-                                        {"firstQuartile", 5, "a"},
-                                        {"progress", 10, "c"},
-                                        {"complete", 15, "d"}};
+  using Timed = std::tuple<const char*, double, const char*>;  // name, offset, label
   // clang-format off
+  const std::vector<Timed> quartiles = {{"progress", 10, "b"}, {"firstQuartile", 5, "a"}, {"progress", 10, "c"}, {"complete", 15, "d"}};
   const struct {
     const char* what;
     std::vector<Timed> events;
@@ -224,8 +216,8 @@ TEST_F(RKVTrackingTest, VideoProgressFiresEachPassedEventOnceInOffsetOrder) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
     RKVTrackingEventDefaultFactory::Events events;
-    for (const auto& timed : c.events)
-      events.push_back(event(timed.name, std::string("t=") + timed.label, timed.offset));
+    for (const auto& [name, offset, label] : c.events)
+      events.push_back(event(name, std::string("t=") + label, offset));
     auto tracking = manager<RKVVideoTrackingEventManager>(events);
     for (const auto& [time, fired] : c.reports) {
       SCOPED_TRACE(time);
@@ -390,25 +382,22 @@ struct RecordingDelegate : RKVViewabilityManagerDelegate {
   std::function<void(RKVViewabilityManager&)> action;
 };
 
-class RKVViewabilityManagerTest : public ::testing::Test {
+class RKVViewabilityManagerTest : public RKVTrackingTest {
  protected:
   RKVViewabilityManagerTest() {
-    loop_->poll();  // the test's thread becomes the loop's main thread
     window_->setRootView(root_);
     root_->addSubview(ad_);
   }
 
   std::unique_ptr<RKVViewabilityManager> makeManager(std::shared_ptr<RKVView> view) {
-    return std::make_unique<RKVViewabilityManager>(view, delegate_, loop_, application_);
+    return std::make_unique<RKVViewabilityManager>(view, delegate_, loop, application_);
   }
   // One measurement period later.
   void tick() {
-    clock_->advance(250ms);
-    loop_->poll();
+    clock->advance(250ms);
+    loop->poll();
   }
 
-  std::shared_ptr<RKVManualClock> clock_ = std::make_shared<RKVManualClock>();
-  std::shared_ptr<RKVMainLoop> loop_ = std::make_shared<RKVMainLoop>(clock_);
   RKVNotificationCenter center_;
   std::shared_ptr<RKVApplication> application_ = std::make_shared<RKVApplication>(center_);
   std::shared_ptr<RecordingDelegate> delegate_ = std::make_shared<RecordingDelegate>();
@@ -489,9 +478,9 @@ TEST_F(RKVViewabilityManagerTest, ViewableStatusIsAboutVisibilityNotTheFraction)
 TEST_F(RKVViewabilityManagerTest, ReportsChangesEveryQuarterSecondAndMayBeDroppedWhileRunning) {
   auto manager = makeManager(ad_);
   manager->startViewabilityTracking();
-  clock_->advance(249ms), loop_->poll();
+  clock->advance(249ms), loop->poll();
   EXPECT_TRUE(delegate_->reports.empty());
-  clock_->advance(1ms), loop_->poll();
+  clock->advance(1ms), loop->poll();
   EXPECT_THAT(delegate_->reports, ElementsAre(Report{true, 1.0}));
   EXPECT_EQ(manager->lastViewabilityPercentage(), 1.0f);
   tick(), tick();  // unchanged: nothing reported
