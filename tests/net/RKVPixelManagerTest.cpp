@@ -1,7 +1,6 @@
-// Pixels: the value and its archive, the store's identity and obsolescence rules, loading what
-// was saved, and sending rounds against a loopback server: which answers delete a pixel and which
-// keep it, the order and the snapshot of a round, expiry before sending, persistence across
-// managers and versions, failing saves, and pixels added from several threads while rounds run.
+// Pixels: the value and its archive, the store's rules and loading, and sending rounds against a
+// loopback server: which answers delete a pixel, order, expiry, failing saves, and pixels added
+// from several threads while rounds run.
 #include <chrono>
 #include <future>
 #include <memory>

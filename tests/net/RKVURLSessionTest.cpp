@@ -13,6 +13,7 @@
 #include <set>
 #include <stdexcept>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -142,14 +143,12 @@ TEST(RKVURLSessionTest, RequestsByURLAreGETsAndReplacingTheProviderReroutesThem)
   EXPECT_EQ(session.synchronousDataRequestWithURL(kURL, 4, 2.5).data, "second");
   ASSERT_TRUE(recorder.waitFor(1));
   // Policy 0 and 60 seconds unless given.
-  const RKVURLRequest& byDefault = first->requests.at(0);
-  const RKVURLRequest& given = second->requests.at(0);
-  EXPECT_EQ(byDefault.HTTPMethod() + " " + byDefault.URL().absoluteString(),
-            "GET " + kURL.absoluteString());
-  EXPECT_EQ(std::pair(byDefault.cachePolicy(), byDefault.timeoutInterval()),
-            (std::pair<int64_t, double>(0, 60)));
-  EXPECT_EQ(std::pair(given.cachePolicy(), given.timeoutInterval()),
-            (std::pair<int64_t, double>(4, 2.5)));
+  auto shape = [](const RKVURLRequest& r) {
+    return std::tuple(r.HTTPMethod(), r.URL().absoluteString(), r.cachePolicy(),
+                      r.timeoutInterval());
+  };
+  EXPECT_EQ(shape(first->requests.at(0)), std::tuple("GET", kURL.absoluteString(), 0, 60.0));
+  EXPECT_EQ(shape(second->requests.at(0)), std::tuple("GET", kURL.absoluteString(), 4, 2.5));
 }
 
 TEST(RKVURLSessionTest, SynchronousRequestsNeverWaitForAnAnswerThatCannotCome) {
@@ -269,9 +268,6 @@ TEST(RKVCurlErrorMappingTest, EveryFailureKindHasItsPlatformCode) {
     EXPECT_EQ(internal::urlErrorCodeForCurlResult(result, osErrno, tooLarge, noStatusLine), code)
         << result;
   }
-  EXPECT_EQ(internal::urlErrorForCurlResult(CURLE_OPERATION_TIMEDOUT, 0, false, false)
-                .localizedDescription,
-            "The request timed out.");
 
   // Every code the table gives carries a reason of its own for a tool to print.
   // clang-format off
@@ -304,12 +300,11 @@ class RKVURLSessionProviderTest : public ::testing::Test {
  protected:
   RKVURLSessionProviderTest() {
     server_.setRoute("/doc", RKVTestRoute::answer(200, "<VAST/>"));
-    for (const auto& [path, behavior] : {std::pair{"/silent", Behavior::NeverAnswer},
-                                         {"/drip", Behavior::Drip},
-                                         {"/reset", Behavior::Reset},
-                                         {"/endless", Behavior::EndlessBody},
-                                         {"/not-http", Behavior::NotHTTP}})
-      server_.setRoute(path, RKVTestRoute::misbehaving(behavior));
+    server_.setRoute("/silent", RKVTestRoute::misbehaving(Behavior::NeverAnswer));
+    server_.setRoute("/drip", RKVTestRoute::misbehaving(Behavior::Drip));
+    server_.setRoute("/reset", RKVTestRoute::misbehaving(Behavior::Reset));
+    server_.setRoute("/endless", RKVTestRoute::misbehaving(Behavior::EndlessBody));
+    server_.setRoute("/not-http", RKVTestRoute::misbehaving(Behavior::NotHTTP));
   }
   RKVURLRequest request(const std::string& path, double timeout = 30, int64_t policy = 0) const {
     return RKVURLRequest(*RKVURL::withString(server_.url(path)), policy, timeout);

@@ -75,22 +75,6 @@ RKVTestHTTPServer::RKVTestHTTPServer() {
   acceptThread_ = std::thread([this] { acceptLoop(); });
 }
 
-void RKVTestHTTPServer::setRoute(std::string path, RKVTestRoute route) {
-  std::lock_guard lock(mutex_);
-  routes_[std::move(path)] = std::move(route);
-}
-
-std::vector<RKVTestRequest> RKVTestHTTPServer::requests() const {
-  std::lock_guard lock(mutex_);
-  return requests_;
-}
-
-size_t RKVTestHTTPServer::requestCount(std::string_view path) const {
-  std::lock_guard lock(mutex_);
-  return static_cast<size_t>(std::ranges::count_if(
-      requests_, [&](const RKVTestRequest& r) { return pathOf(r.target) == path; }));
-}
-
 void RKVTestHTTPServer::stop() {
   {
     std::lock_guard lock(mutex_);
@@ -136,10 +120,7 @@ bool RKVTestHTTPServer::sleepFor(std::chrono::milliseconds duration) {
 }
 
 void RKVTestHTTPServer::serve(int fd) {
-  {
-    std::unique_lock lock(mutex_);
-    if (stall_) stopped_.wait(lock, [&] { return stopping_; });
-  }
+  if (stall_) sleepFor(std::chrono::hours(24));  // until the server stops
   std::string buffer;
   while (serveRequest(fd, buffer)) {
   }

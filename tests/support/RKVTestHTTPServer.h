@@ -3,6 +3,7 @@
 // Thread-safe.
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -62,7 +63,10 @@ class RKVTestHTTPServer {
   ~RKVTestHTTPServer() { stop(); }
 
   // Serves `path` (the target without its query). Unrouted paths get 404 "not found".
-  void setRoute(std::string path, RKVTestRoute route);
+  void setRoute(std::string path, RKVTestRoute route) {
+    std::lock_guard lock(mutex_);
+    routes_[std::move(path)] = std::move(route);
+  }
   // Whether requests() keeps what was read (on by default). Benchmarks that send millions of
   // requests turn it off, so that the record neither grows without end nor slows the server.
   void setRecordsRequests(bool records) { recordsRequests_ = records; }
@@ -74,9 +78,16 @@ class RKVTestHTTPServer {
     return "http://127.0.0.1:" + std::to_string(port_) + std::string(pathAndQuery);
   }
   int connectionCount() const { return connections_; }
-  std::vector<RKVTestRequest> requests() const;
+  std::vector<RKVTestRequest> requests() const {
+    std::lock_guard lock(mutex_);
+    return requests_;
+  }
   // Requests read for that path (query ignored).
-  size_t requestCount(std::string_view path) const;
+  size_t requestCount(std::string_view path) const {
+    return static_cast<size_t>(std::ranges::count_if(requests(), [&](const RKVTestRequest& r) {
+      return r.target.substr(0, r.target.find('?')) == path;
+    }));
+  }
 
   // Closes the listener and every connection and joins every thread. Later calls do nothing.
   void stop();
