@@ -67,9 +67,9 @@ class RKVCompletionRecorder {
         };
   }
 
-  // True when `count` completions have arrived before the hang guard.
-  bool waitFor(size_t count) const {
-    return test::eventually([&] { return this->count() >= count; });
+  // True when `n` completions have arrived before the hang guard.
+  bool waitFor(size_t n) const {
+    return test::eventually([&] { return count() >= n; });
   }
   std::vector<RKVRecordedCompletion> completions() const {
     std::lock_guard lock(state_->mutex);
@@ -88,10 +88,9 @@ class RKVCompletionRecorder {
 
 const RKVURL kURL = *RKVURL::withString("http://ads.example.test/vast?id=1");
 
-// Records each request and answers it with `body` from a thread of its own, as a transport
-// would. With Drop it destroys the completion uncalled; with Hold it keeps it until answerLate()
-// calls it twice, as a transport answering after the caller gave up would; with Throw it keeps
-// it and throws.
+// Records each request and answers it with `body` from a thread of its own, as a transport would;
+// Drop destroys the completion uncalled; Hold keeps it until answerLate() calls it twice (a
+// transport answering after the caller gave up); Throw keeps it and throws.
 class RKVFakeProvider final : public RKVURLSessionProviderProtocol {
  public:
   enum Mode { Answer, Drop, Hold, Throw };
@@ -112,10 +111,9 @@ class RKVFakeProvider final : public RKVURLSessionProviderProtocol {
   }
   void answerLate() {
     std::lock_guard lock(mutex_);
-    for (const auto& [completion, task] : held_) {
+    for (const auto& [completion, task] : held_)
       for (int i = 0; i < 2; ++i)
         completion({"late", RKVHTTPURLResponse(kURL, 200, {}), std::nullopt}, task);
-    }
   }
   std::vector<RKVURLRequest> requests;
 
@@ -239,8 +237,7 @@ TEST(RKVURLSessionSharedDeathTest, ExitEndsTheSharedProvidersRequestsInFlight) {
               std::fprintf(stderr, "ended with %lld\n",
                            static_cast<long long>(response.error ? response.error->code : 0));
             });
-        if (!test::eventually([&] { return server->requestCount("/silent") == 1; })) std::exit(2);
-        std::exit(0);
+        std::exit(test::eventually([&] { return server->requestCount("/silent") == 1; }) ? 0 : 2);
       },
       ::testing::ExitedWithCode(0), "ended with -999");
 }

@@ -35,8 +35,7 @@ struct RKVTestRoute {
   std::chrono::milliseconds delay{0};
   RKVTestServerBehavior behavior = RKVTestServerBehavior::Answer;
 
-  static RKVTestRoute answer(int status, std::string body,
-                             std::chrono::milliseconds delay = std::chrono::milliseconds(0)) {
+  static RKVTestRoute answer(int status, std::string body, std::chrono::milliseconds delay = {}) {
     return {status, std::move(body), {}, delay};
   }
   static RKVTestRoute redirect(std::string location, int status = 302) {

@@ -97,13 +97,10 @@ size_t count(const Json& json, std::string_view path) {
   if (path.empty()) return 1;
   const std::string key(path.substr(0, path.find('/')));
   const std::string_view rest = path.substr(std::min(path.size(), key.size() + 1));
+  if (key != "*") return json.contains(key) ? count(json[key], rest) : 0;
   size_t total = 0;
-  if (key == "*") {
-    for (const Json& item : json)
-      total += count(item, rest);
-  } else if (json.contains(key)) {
-    total = count(json[key], rest);
-  }
+  for (const Json& item : json)
+    total += count(item, rest);
   return total;
 }
 
@@ -575,8 +572,7 @@ TEST_F(RKVPixelsToolTest, SkippedTextsAndUsageErrors) {
 TEST_F(RKVPixelsToolTest, AChangeWhoseSaveFailedIsNotWrittenLater) {
   auto withFirstWriteFailing = [&](const Strings& args) {
     std::string error;
-    auto blocker = internal::RKVSQLiteDatabase::open((dir_.path() / "defaults.sqlite").string(),
-                                                     false, &error);
+    auto blocker = internal::RKVSQLiteDatabase::open(dir_.file("defaults.sqlite"), false, &error);
     EXPECT_TRUE(blocker && blocker->exec("BEGIN IMMEDIATE", &error)) << error;
     struct ReleaseOnError : RKVLogDataSource {
       internal::RKVSQLiteDatabase* blocker = nullptr;
@@ -750,7 +746,7 @@ TEST_F(RKVPlayToolTest, ViewableCountsOnlyTheSecondsThatPlayed) {
 TEST_F(RKVPlayToolTest, ConsentInTheDataFolderFillsItsMacrosWhereverTheOptionStands) {
   {
     RKVUserDefaults defaults(
-        std::make_shared<RKVSQLiteUserDefaultsStore>((dir_.path() / "defaults.sqlite").string()));
+        std::make_shared<RKVSQLiteUserDefaultsStore>(dir_.file("defaults.sqlite")));
     defaults.setInteger("IABTCF_gdprApplies", 1);
     defaults.setString("IABTCF_TCString", "CPXxRfAPXxRfAAfKABENB-CgAAAAAAAAAAYgAAAAAAAA");
     defaults.setString("IABUSPrivacy_String", "1YNN");
@@ -795,6 +791,7 @@ TEST_F(RKVPlayToolTest, WhatCannotBePlayedFiresItsErrorPixels) {
 }
 
 TEST_F(RKVPlayToolTest, WhatCannotBePlayedFailsWithItsReason) {
+  const std::string ad = server_.url("/inline.xml");
   const struct {
     Strings args;
     int status;
@@ -802,12 +799,10 @@ TEST_F(RKVPlayToolTest, WhatCannotBePlayedFailsWithItsReason) {
   } cases[] = {
       {{server_.url("/missing.xml")}, kExitFailure, "no ad to play"},
       {{server_.url("/no-duration.xml")}, kExitFailure, "no duration"},
-      {{"--pause-at", "3", server_.url("/inline.xml")}, kExitUsage, "--pause-for"},
-      {{"--visible", "1.5", server_.url("/inline.xml")}, kExitUsage, "from 0 to 1"},
-      {{"--speed", "0", server_.url("/inline.xml")}, kExitUsage, "from 0.001 to 1000000"},
-      {{"--pause-at", "1", "--pause-for", "1e300", server_.url("/inline.xml")},
-       kExitUsage,
-       "from 0 to 86400"},
+      {{"--pause-at", "3", ad}, kExitUsage, "--pause-for"},
+      {{"--visible", "1.5", ad}, kExitUsage, "from 0 to 1"},
+      {{"--speed", "0", ad}, kExitUsage, "from 0.001 to 1000000"},
+      {{"--pause-at", "1", "--pause-for", "1e300", ad}, kExitUsage, "from 0 to 86400"},
       {{server_.url("/two-days.xml")}, kExitFailure, "more than a day"},
   };
   for (const auto& c : cases) {

@@ -71,9 +71,7 @@ class RKVTrackingTest : public ::testing::Test {
     loop->poll();  // this thread becomes the loop's main thread
     server.setRoute("/p", RKVTestRoute::answer(200, ""));
   }
-  RKVURL url(const std::string& pathAndQuery) const {
-    return RKVURL::withString(server.url(pathAndQuery)).value();
-  }
+  RKVURL url(const std::string& path) const { return RKVURL::withString(server.url(path)).value(); }
   // A manager of type M over the events, with this fixture's delegate, pixel manager and loop.
   template <typename M>
   M manager(RKVTrackingEventDefaultFactory::Events events, RKVTrackingMacros macros = {}) {
@@ -296,17 +294,15 @@ TEST_F(RKVTrackingTest, ViewabilityContinuousExposureAtTheAreaFiresOnce) {
   }
 }
 
-using std::chrono::minutes;
 const auto kDate =
     std::chrono::system_clock::time_point(1453036507127ms);  // 2016-01-17T13:15:07.127Z
 
 TEST(RKVIABMacrosTest, TimestampsPlayheadsCacheBustersAndUnknownFacts) {
-  EXPECT_EQ(RKVIABMacros::timestamp(kDate, minutes(-300)), "2016-01-17T08:15:07.127-05:00");
-  EXPECT_EQ(RKVIABMacros::timestamp(kDate, minutes(11 * 60)), "2016-01-18T00:15:07.127+11:00");
-  EXPECT_EQ(RKVIABMacros::timestamp(kDate - minutes(13 * 60 + 45) + std::chrono::microseconds(999),
-                                    minutes(0)),
+  EXPECT_EQ(RKVIABMacros::timestamp(kDate, -300min), "2016-01-17T08:15:07.127-05:00");
+  EXPECT_EQ(RKVIABMacros::timestamp(kDate, 11h), "2016-01-18T00:15:07.127+11:00");
+  EXPECT_EQ(RKVIABMacros::timestamp(kDate - 13h - 45min + 999us, 0min),
             "2016-01-16T23:30:07.127+00:00");
-  EXPECT_EQ(RKVIABMacros::timestamp(kDate, minutes(330)), "2016-01-17T18:45:07.127+05:30");
+  EXPECT_EQ(RKVIABMacros::timestamp(kDate, 330min), "2016-01-17T18:45:07.127+05:30");
   const std::pair<double, std::optional<std::string>> playheads[] = {
       {11.355, "00:00:11.355"},  {3725.5, "01:02:05.500"}, {59.9996, "00:01:00.000"},
       {360000, "100:00:00.000"}, {-0.5, std::nullopt},     {NAN, std::nullopt}};
@@ -319,7 +315,7 @@ TEST(RKVIABMacrosTest, TimestampsPlayheadsCacheBustersAndUnknownFacts) {
             "az09-_.!~*'()%20%23%26%2B%2C%2F%3A%3B%3D%3F%40%5B%5D%25%C3%A9");
 
   // Unknown facts are marked as the frameworks say.
-  auto unknown = RKVIABMacros::macrosWithFacts({}, kDate, minutes(0));
+  auto unknown = RKVIABMacros::macrosWithFacts({}, kDate, 0min);
   EXPECT_EQ(unknown.count("ERRORCODE"), 0u);
   for (const char* name : {"ADPLAYHEAD", "CONTENTPLAYHEAD", "MEDIAPLAYHEAD", "LIMITADTRACKING",
                            "IFA", "IFATYPE", "GDPRCONSENT", "APPBUNDLE", "DEVICEUA", "DEVICEIP"})
@@ -341,7 +337,7 @@ TEST_F(RKVTrackingTest, IABMacroTemplatesParseAndCarryTheValues) {
                          .usPrivacy = "1YNN", .appBundle = "com.example.tv",
                          .deviceUserAgent = "Box/1.0 (a&b=c; d)", .adPlayhead = 2.0, .contentPlayhead = 321.1234, .errorCode = std::nullopt};
   // clang-format on
-  tracking.setMacros(RKVIABMacros::macrosWithFacts(facts, kDate, minutes(60)));
+  tracking.setMacros(RKVIABMacros::macrosWithFacts(facts, kDate, 60min));
   ASSERT_TRUE(tracking.trackEvent("start", {}));
 
   auto sent = sentTargets();
@@ -447,8 +443,7 @@ TEST_F(RKVViewabilityManagerTest, ViewableStatusIsAboutVisibilityNotTheFraction)
       {"nearly transparent", [&] { ad_->setAlpha(0.01); }, true},
       {"hidden ancestor", [&] { container->setHidden(true); }, false},
       {"transparent window", [&] { window_->setAlpha(0); }, false},
-      {"inactive application",
-       [&] { application_->setApplicationState(RKVApplicationStateInactive); }, false},
+      {"inactive", [&] { application_->setApplicationState(RKVApplicationStateInactive); }, false},
       {"application in the background",
        [&] { application_->setApplicationState(RKVApplicationStateBackground); }, false},
       {"not in any window", [&] { ad_->removeFromSuperview(); }, true},
