@@ -184,8 +184,8 @@ TEST(RKVPixelStoreTest, LoadingSkipsWhatDoesNotDecode) {
     EXPECT_EQ(capture.errorMessages().size(), c.errors);
   }
   // Another framework version's list is not seen.
-  auto defaults = std::make_shared<RKVUserDefaults>(std::make_shared<RKVMemoryUserDefaultsStore>(
-      std::map<std::string, RKVUserDefaultsValue>{{key, RKVDataBlob{"[" + good + "]"}}}));
+  auto defaults = std::make_shared<RKVUserDefaults>(std::make_shared<RKVMemoryUserDefaultsStore>());
+  ASSERT_TRUE(RKVPixelStoreProvider(defaults, "v").savePixels({pixel(5, "http://t.example/5")}));
   EXPECT_THAT(RKVPixelStore(std::make_shared<RKVPixelStoreProvider>(defaults, "v2")).allPixels(),
               IsEmpty());
 }
