@@ -33,9 +33,8 @@ std::pair<int, uint16_t> boundLoopbackSocket() {
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   socklen_t length = sizeof address;
   if (::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
-      ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
+      ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) != 0)
     std::abort();  // a test machine without loopback cannot run these tests at all
-  }
   return {fd, ntohs(address.sin_port)};
 }
 
@@ -65,9 +64,8 @@ bool receiveUntil(int fd, std::string& buffer, size_t size) {
 }  // namespace
 
 std::optional<std::string> RKVTestRequest::header(std::string_view name) const {
-  for (const auto& [field, value] : headers) {
+  for (const auto& [field, value] : headers)
     if (sameName(field, name)) return value;
-  }
   return std::nullopt;
 }
 
@@ -75,41 +73,6 @@ RKVTestHTTPServer::RKVTestHTTPServer() {
   std::tie(listener_, port_) = boundLoopbackSocket();
   if (::listen(listener_, 64) != 0) std::abort();
   acceptThread_ = std::thread([this] { acceptLoop(); });
-}
-
-void RKVTestHTTPServer::setRoute(std::string path, RKVTestRoute route) {
-  std::lock_guard lock(mutex_);
-  routes_[std::move(path)] = std::move(route);
-}
-
-void RKVTestHTTPServer::setRecordsRequests(bool records) {
-  std::lock_guard lock(mutex_);
-  recordsRequests_ = records;
-}
-
-void RKVTestHTTPServer::setStallConnections(bool stall) {
-  std::lock_guard lock(mutex_);
-  stall_ = stall;
-}
-
-std::string RKVTestHTTPServer::url(std::string_view pathAndQuery) const {
-  return "http://127.0.0.1:" + std::to_string(port_) + std::string(pathAndQuery);
-}
-
-int RKVTestHTTPServer::connectionCount() const {
-  std::lock_guard lock(mutex_);
-  return connections_;
-}
-
-std::vector<RKVTestRequest> RKVTestHTTPServer::requests() const {
-  std::lock_guard lock(mutex_);
-  return requests_;
-}
-
-size_t RKVTestHTTPServer::requestCount(std::string_view path) const {
-  std::lock_guard lock(mutex_);
-  return static_cast<size_t>(std::ranges::count_if(
-      requests_, [&](const RKVTestRequest& r) { return pathOf(r.target) == path; }));
 }
 
 void RKVTestHTTPServer::stop() {
@@ -157,10 +120,7 @@ bool RKVTestHTTPServer::sleepFor(std::chrono::milliseconds duration) {
 }
 
 void RKVTestHTTPServer::serve(int fd) {
-  {
-    std::unique_lock lock(mutex_);
-    if (stall_) stopped_.wait(lock, [&] { return stopping_; });
-  }
+  if (stall_) sleepFor(std::chrono::hours(24));  // until the server stops
   std::string buffer;
   while (serveRequest(fd, buffer)) {
   }
@@ -171,9 +131,8 @@ void RKVTestHTTPServer::serve(int fd) {
 
 bool RKVTestHTTPServer::serveRequest(int fd, std::string& buffer) {
   size_t headEnd;
-  while ((headEnd = buffer.find("\r\n\r\n")) == std::string::npos) {
+  while ((headEnd = buffer.find("\r\n\r\n")) == std::string::npos)
     if (!receiveUntil(fd, buffer, buffer.size() + 1)) return false;
-  }
   // The request line ("METHOD target HTTP/1.1"), then one field per line.
   RKVTestRequest request;
   size_t contentLength = 0;
@@ -226,9 +185,8 @@ bool RKVTestHTTPServer::serveRequest(int fd, std::string& buffer) {
     case RKVTestServerBehavior::Drip:
       if (sendAll(fd, "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(route.body.size()) +
                           "\r\n\r\n")) {
-        for (char byte : route.body) {
+        for (char byte : route.body)
           if (!sleepFor(std::chrono::seconds(1)) || !sendAll(fd, std::string_view(&byte, 1))) break;
-        }
       }
       return false;
     case RKVTestServerBehavior::EndlessBody:

@@ -3,6 +3,8 @@
 // Thread-safe.
 #pragma once
 
+#include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -18,11 +20,10 @@
 
 namespace rkv::test {
 
-// After reading a request: answer with the route's status, fields and body after its delay and
-// keep the connection open; keep it open without a byte until the server stops; announce the
-// body's length, then send it one byte a second; send a 200 head without a length, then bytes
-// until the client goes away; or reset the connection (RST) without answering.
-// NotHTTP answers with the route's body alone, no status line or header (an HTTP/0.9 reply).
+// After reading a request: the route's status, fields and body after its delay, the connection
+// kept open; silence until the server stops; the body's length, then a byte a second; a 200 head
+// without a length, then bytes until the client goes; a reset (RST) without an answer; or the
+// route's body alone, no status line or header (an HTTP/0.9 reply).
 enum class RKVTestServerBehavior { Answer, NeverAnswer, Drip, EndlessBody, Reset, NotHTTP };
 
 using RKVTestHeaderFields = std::vector<std::pair<std::string, std::string>>;
@@ -34,8 +35,7 @@ struct RKVTestRoute {
   std::chrono::milliseconds delay{0};
   RKVTestServerBehavior behavior = RKVTestServerBehavior::Answer;
 
-  static RKVTestRoute answer(int status, std::string body,
-                             std::chrono::milliseconds delay = std::chrono::milliseconds(0)) {
+  static RKVTestRoute answer(int status, std::string body, std::chrono::milliseconds delay = {}) {
     return {status, std::move(body), {}, delay};
   }
   static RKVTestRoute redirect(std::string location, int status = 302) {
@@ -61,23 +61,32 @@ class RKVTestHTTPServer {
   RKVTestHTTPServer();  // listening on 127.0.0.1 at a port of the system's choosing
   ~RKVTestHTTPServer() { stop(); }
 
-  RKVTestHTTPServer(const RKVTestHTTPServer&) = delete;
-  RKVTestHTTPServer& operator=(const RKVTestHTTPServer&) = delete;
-
   // Serves `path` (the target without its query). Unrouted paths get 404 "not found".
-  void setRoute(std::string path, RKVTestRoute route);
+  void setRoute(std::string path, RKVTestRoute route) {
+    std::lock_guard lock(mutex_);
+    routes_[std::move(path)] = std::move(route);
+  }
   // Whether requests() keeps what was read (on by default). Benchmarks that send millions of
   // requests turn it off, so that the record neither grows without end nor slows the server.
-  void setRecordsRequests(bool records);
+  void setRecordsRequests(bool records) { recordsRequests_ = records; }
   // While set, connections are accepted (and counted) but never read or answered.
-  void setStallConnections(bool stall);
+  void setStallConnections(bool stall) { stall_ = stall; }
 
   // "http://127.0.0.1:<port>" followed by `pathAndQuery`.
-  std::string url(std::string_view pathAndQuery) const;
-  int connectionCount() const;
-  std::vector<RKVTestRequest> requests() const;
+  std::string url(std::string_view pathAndQuery) const {
+    return "http://127.0.0.1:" + std::to_string(port_) + std::string(pathAndQuery);
+  }
+  int connectionCount() const { return connections_; }
+  std::vector<RKVTestRequest> requests() const {
+    std::lock_guard lock(mutex_);
+    return requests_;
+  }
   // Requests read for that path (query ignored).
-  size_t requestCount(std::string_view path) const;
+  size_t requestCount(std::string_view path) const {
+    return static_cast<size_t>(std::ranges::count_if(requests(), [&](const RKVTestRequest& r) {
+      return r.target.substr(0, r.target.find('?')) == path;
+    }));
+  }
 
   // Closes the listener and every connection and joins every thread. Later calls do nothing.
   void stop();
@@ -100,9 +109,8 @@ class RKVTestHTTPServer {
   mutable std::mutex mutex_;
   std::condition_variable stopped_;
   bool stopping_ = false;
-  bool stall_ = false;
-  bool recordsRequests_ = true;
-  int connections_ = 0;
+  std::atomic<bool> stall_ = false, recordsRequests_ = true;
+  std::atomic<int> connections_ = 0;
   std::map<std::string, RKVTestRoute, std::less<>> routes_;
   std::vector<RKVTestRequest> requests_;
   std::set<int> openConnections_;

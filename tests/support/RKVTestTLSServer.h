@@ -42,8 +42,6 @@ class RKVTestTLSServer {
       thread_.join();
     }
   }
-  RKVTestTLSServer(const RKVTestTLSServer&) = delete;
-  RKVTestTLSServer& operator=(const RKVTestTLSServer&) = delete;
 
   // False when no certificate could be made or the server could not start.
   bool isRunning() const { return running_; }

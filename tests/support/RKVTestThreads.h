@@ -4,6 +4,7 @@
 // assertion of speed.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <functional>
 #include <memory>
@@ -11,35 +12,10 @@
 #include <vector>
 
 #include "rkv/foundation/RKVMainLoop.h"
-#include "rkv/foundation/RKVMutex.h"
 
 namespace rkv::test {
 
 inline constexpr std::chrono::seconds kHangGuard{30};
-
-// A flag that is set once and waited for.
-class RKVTestEvent {
- public:
-  void set() {
-    RKVMutexLock lock(mu_);
-    set_ = true;
-    changed_.notifyAll();
-  }
-  // True once set; false when the guard ran out first.
-  [[nodiscard]] bool wait() const {
-    const auto deadline = std::chrono::steady_clock::now() + kHangGuard;
-    RKVMutexLock lock(mu_);
-    while (!set_) {
-      if (!changed_.waitUntil(mu_, deadline) && !set_) return false;
-    }
-    return true;
-  }
-
- private:
-  mutable RKVMutex mu_;
-  mutable RKVCondVar changed_;
-  bool set_ RKV_GUARDED_BY(mu_) = false;
-};
 
 // Re-evaluates `condition` until it holds (true) or the guard runs out (false).
 [[nodiscard]] inline bool eventually(const std::function<bool()>& condition) {
@@ -50,6 +26,19 @@ class RKVTestEvent {
   }
   return true;
 }
+
+// A flag that is set once and waited for.
+class RKVTestEvent {
+ public:
+  void set() { set_ = true; }
+  // True once set; false when the guard ran out first.
+  [[nodiscard]] bool wait() const {
+    return eventually([this] { return set_.load(); });
+  }
+
+ private:
+  std::atomic<bool> set_{false};
+};
 
 // Runs `body(0)` ... `body(count - 1)` on threads of their own, all at once, and joins them.
 inline void onThreads(int count, const std::function<void(int)>& body) {

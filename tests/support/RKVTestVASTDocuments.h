@@ -12,17 +12,14 @@ namespace rkv::test {
 struct RKVTestAd {
   std::string id;
   std::optional<std::string> adTag;  // set: a wrapper following this URI; unset: an inline ad
-  std::vector<std::string> impressions, errors;
-  std::vector<std::string> starts;  // "start" tracking URLs of the linear creative
-  std::optional<std::string> sequence;
+  std::vector<std::string> impressions{}, errors{};
+  std::vector<std::string> starts{};  // "start" tracking URLs of the linear creative
+  std::optional<std::string> sequence{};
   bool hasTitle = true;
 };
 
 inline RKVTestAd wrapperAd(std::string id, std::optional<std::string> adTag) {
-  RKVTestAd ad;
-  ad.id = std::move(id);
-  ad.adTag = std::move(adTag);
-  return ad;
+  return {std::move(id), std::move(adTag)};
 }
 inline RKVTestAd inlineAd(std::string id) {
   return wrapperAd(std::move(id), std::nullopt);
