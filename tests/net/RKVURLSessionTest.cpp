@@ -265,6 +265,10 @@ TEST(RKVCurlErrorMappingTest, EveryFailureKindHasItsPlatformCode) {
     EXPECT_EQ(internal::urlErrorCodeForCurlResult(result, osErrno, tooLarge, noStatusLine), code)
         << result;
   }
+  // A time-out reads as the platform words it.
+  EXPECT_EQ(internal::urlErrorForCurlResult(CURLE_OPERATION_TIMEDOUT, 0, false, false)
+                .localizedDescription,
+            "The request timed out.");
 
   // Every code the table gives carries a reason of its own for a tool to print.
   // clang-format off
