@@ -100,10 +100,9 @@ TEST(RKVLogDefaultOutputTest, WritesOneFormattedLinePerMessage) {
     RKVLogDefaultOutput output(
         stream, [at] { return at; }, RKVCalendar::withUTCOffset(std::chrono::seconds(0)));
     const char* names[] = {"DEBUG", "INFO", "ERROR", "WARNING"};
-    for (int64_t level = 0; level < 4; ++level) {
+    for (int64_t level = 0; level < 4; ++level)
       EXPECT_EQ(output.generateLog("Failed", level, "RKVCoreKit"),
                 std::string("14:03:59 RKVCoreKit[") + names[level] + "] Failed");
-    }
     output.logMessage("multi\nline", 3, "T");
     output.logMessage(std::string_view("cut\0here", 8), 1, "T");
   }

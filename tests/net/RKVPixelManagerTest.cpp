@@ -1,6 +1,4 @@
-// Pixels: the value and its archive, the store's rules and loading, and sending rounds against a
-// loopback server: which answers delete a pixel, order, expiry, failing saves, and pixels added
-// from several threads while rounds run.
+// Pixels: the value and its archive, the store, and sending rounds against a loopback server.
 #include <chrono>
 #include <future>
 #include <memory>

@@ -1,6 +1,4 @@
-// The session facade (what it asks of its provider, synchronous waiting, provider replacement),
-// host code that throws, the table from libcurl results to transport errors, and the production
-// provider against real servers on 127.0.0.1.
+// The session facade, the libcurl result table and the production provider on 127.0.0.1.
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
@@ -261,10 +259,9 @@ TEST(RKVCurlErrorMappingTest, EveryFailureKindHasItsPlatformCode) {
       {CURLE_UNSUPPORTED_PROTOCOL, 0, false, true, E::BadServerResponse},
       {CURLE_OK, 0, false, false, E::Unknown},
   };
-  for (const auto& [result, osErrno, tooLarge, noStatusLine, code] : cases) {
+  for (const auto& [result, osErrno, tooLarge, noStatusLine, code] : cases)
     EXPECT_EQ(internal::urlErrorCodeForCurlResult(result, osErrno, tooLarge, noStatusLine), code)
         << result;
-  }
   // A time-out reads as the platform words it.
   EXPECT_EQ(internal::urlErrorForCurlResult(CURLE_OPERATION_TIMEDOUT, 0, false, false)
                 .localizedDescription,

@@ -38,10 +38,9 @@ TEST(RKVURLUtilsTest, BuildsRequestURLs) {
       {"https://h", nullopt, P{}, "https://h/?"},
       {"http://exa mple/", nullopt, P{{"a", "1"}}, nullopt},
   };
-  for (const auto& [base, path, parameters, expected] : cases) {
+  for (const auto& [base, path, parameters, expected] : cases)
     EXPECT_EQ(text(RKVURLUtils::buildURLWithBaseURLString(base, path, parameters)), expected)
         << base << " + " << path.value_or("(no path)");
-  }
   EXPECT_EQ(RKVURLUtils::parameterDescription(int64_t{9007199254740993}), "9007199254740993");
 }
 

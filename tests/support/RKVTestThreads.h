@@ -1,7 +1,5 @@
-// Helpers for tests of threaded code: a one-shot event, waiting for a condition, running code on
-// several threads, and a main loop running on a thread of its own. Every wait has a hang guard: a
-// deadlock fails the test with a message instead of stalling the suite. The guard is never an
-// assertion of speed.
+// Helpers for tests of threaded code. Every wait has a hang guard: a deadlock fails the test with
+// a message instead of stalling the suite. The guard is never an assertion of speed.
 #pragma once
 
 #include <atomic>

@@ -1,7 +1,4 @@
-// The rkv tool, run in-process: inspect over the corpus; resolve's options and JSON log; one table
-// of every command's outputs, statuses, diagnostics and lost output; the error catalogue; over a
-// fresh data folder and a loopback server, pixels (add, list, flush, clear) and play (what reaches
-// the server, in which order and at which simulated times, player events, failures).
+// The rkv tool, run in-process over the corpus, a fresh data folder and a loopback server.
 #include <algorithm>
 #include <csignal>
 #include <cstdio>

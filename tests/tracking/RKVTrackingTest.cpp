@@ -1,6 +1,4 @@
-// Tracking on a main loop over a manual clock: the event managers (by name, by playback time, by
-// viewability) and the IAB macros they fill, their pixels sent to a loopback server; the
-// viewability manager over RKVSimpleView trees, tick by tick.
+// Tracking on a main loop over a manual clock: event managers, IAB macros, viewability.
 #include <atomic>
 #include <chrono>
 #include <cmath>

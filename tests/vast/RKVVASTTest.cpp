@@ -259,11 +259,10 @@ TEST(RKVVASTHostileInputTest, EveryTruncationOfAValidDocument) {
   ASSERT_EQ(parse(xml), "model") << "corpus missing at " << test::corpusDir();
   // Reports of ads read before the cut are never passed on.
   const size_t rootEnd = xml.rfind("</VAST>") + 7;
-  for (size_t length = 0; length < xml.size(); ++length) {
+  for (size_t length = 0; length < xml.size(); ++length)
     ASSERT_EQ(parse(std::string_view(xml).substr(0, length)),
               length < rootEnd ? "XML_PARSING_ERROR; no model, 100/100001" : "model")
         << length;
-  }
 }
 
 // Compares the streamed reading with the whole tree's; gives the number of ads read.
@@ -490,10 +489,9 @@ std::string levelXML(const std::string& id, const std::string& adTag) {
     for (int e = 0; e < kEvents; ++e)
       xml += "<Tracking event='start'>http://t.example/" + at + std::to_string(e) + "</Tracking>";
     xml += "</TrackingEvents>";
-    if (adTag.empty()) {
+    if (adTag.empty())
       xml += "<MediaFiles><MediaFile type='video/mp4'>http://m.example/" + at +
              "f.mp4</MediaFile></MediaFiles>";
-    }
     xml += "</Linear></Creative>";
   }
   return xml + "</Creatives></" + kind + "></Ad></VAST>";
@@ -775,9 +773,8 @@ TEST_F(RKVVASTManagerTest, ADelegateOrAdapterThatThrowsIsLoggedOnceAndResolution
     auto manager = managerOver({inlineAd("main"), wrapperAd("w", url("/p"))});
     EXPECT_EQ(drain(*manager), "main/0 | " + kNoMoreAds);
     test::RKVLogCapture log;
-    if (c.delegateThrows) {
+    if (c.delegateThrows)
       delegate_->onStart = [](RKVVASTManager&) { throw std::runtime_error("delegate failure"); };
-    }
     adapter_->throws = !c.delegateThrows;
     EXPECT_EQ(drain(*manager, true), c.answers);
     adapter_->throws = false;
@@ -894,11 +891,10 @@ TEST_F(RKVVASTManagerTest, AChainBuiltToGrowStaysBounded) {
   EXPECT_TRUE(urls.contains("http://t.example/w1/0/0"));
   // One warning for each ad that reached the ceiling, naming it and the wrapper merged into it.
   Lines warnings;
-  for (size_t n = 1; n < levels.size(); ++n) {
+  for (size_t n = 1; n < levels.size(); ++n)
     warnings.push_back("Merging wrapper ad '" + levels[n - 1] + "' into ad '" + levels[n] +
                        "': the ad reached its ceiling of 5000 merged entries; the rest of what "
                        "the wrapper brings is dropped.");
-  }
   EXPECT_EQ(log.messages(3), warnings);
 }
 
