@@ -1,8 +1,8 @@
 #include "tools/rkv/RKVCommandLine.h"
 
-#include <algorithm>
 #include <cctype>
 #include <cerrno>
+#include <charconv>
 #include <cmath>
 #include <csignal>
 #include <cstdio>
@@ -14,6 +14,8 @@
 #include <optional>
 #include <ostream>
 #include <string>
+#include <string_view>
+#include <system_error>
 
 #include "rkv/log/RKVLog.h"
 #include "rkv/log/RKVLogDefaultOutput.h"
@@ -98,15 +100,25 @@ CLI::Validator fraction() {
       "0..1");
 }
 
+std::optional<int64_t> decimalInteger(std::string_view text) {
+  const char* begin = text.data();
+  const char* const end = begin + text.size();
+  if (begin != end && *begin == '+') ++begin;
+  int64_t value = 0;
+  const auto [stop, error] = std::from_chars(begin, end, value, 10);
+  if (begin == end || error != std::errc() || stop != end) return std::nullopt;
+  return value;
+}
+
 CLI::Validator nonNegativeCount() {
   return CLI::Validator(
       [](std::string& text) -> std::string {
         const bool digits =
             !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
-        if (!digits) return "must be a whole number, 0 or more";
-        // Decimal whatever the leading zeros: the conversion would read 010 as octal 8, and 08
-        // not at all.
-        text.erase(0, std::min(text.find_first_not_of('0'), text.size() - 1));
+        const std::optional<int64_t> value = digits ? decimalInteger(text) : std::nullopt;
+        if (!value) return "must be a whole number, 0 or more";
+        // The conversion that follows would read 010 as octal 8, and 08 not at all.
+        text = std::to_string(*value);
         return "";
       },
       "N>=0");

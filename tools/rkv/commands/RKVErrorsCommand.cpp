@@ -1,12 +1,10 @@
 // rkv errors [CODE...]: the VAST error catalogue as JSON, all of it or the errors whose VAST or
 // vendor code is one of the codes given.
-#include <charconv>
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <ostream>
 #include <string>
-#include <system_error>
 #include <vector>
 
 #include <nlohmann/json.hpp>
@@ -17,22 +15,6 @@
 
 namespace rkv::cli {
 
-namespace {
-
-// A code is written in decimal, as the catalogue prints it: "0301" is 301, not an octal 193, and
-// "0x12D" is no code.
-std::optional<int64_t> decimalCode(const std::string& text) {
-  const char* begin = text.data();
-  const char* const end = begin + text.size();
-  if (begin != end && *begin == '+') ++begin;
-  int64_t code = 0;
-  const auto [stop, error] = std::from_chars(begin, end, code, 10);
-  if (begin == end || error != std::errc() || stop != end) return std::nullopt;
-  return code;
-}
-
-}  // namespace
-
 void registerRKVErrorsCommand(RKVCommandLine& commandLine) {
   auto texts = std::make_shared<std::vector<std::string>>();
   CLI::App& sub = commandLine.addSubcommand(
@@ -40,7 +22,7 @@ void registerRKVErrorsCommand(RKVCommandLine& commandLine) {
       [texts](RKVCommandStreams& streams) {
         std::vector<int64_t> codes;
         for (const std::string& text : *texts)
-          codes.push_back(*decimalCode(text));  // checked when parsed
+          codes.push_back(*decimalInteger(text));  // checked when parsed
         // Which codes some error has, so that each one that matches nothing can be named.
         std::vector<bool> matched(codes.size(), false);
         nlohmann::ordered_json list = nlohmann::ordered_json::array();
@@ -72,7 +54,7 @@ void registerRKVErrorsCommand(RKVCommandLine& commandLine) {
       ->type_name("CODE")
       ->check(CLI::Validator(
           [](std::string& text) -> std::string {
-            return decimalCode(text) ? "" : "must be a whole number in decimal";
+            return decimalInteger(text) ? "" : "must be a whole number in decimal";
           },
           ""));
 }
